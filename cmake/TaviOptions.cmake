@@ -1,0 +1,23 @@
+# Compiler flags that every target of ours shares. -ffp-contract=off is part of the contract: a fused multiply-add
+# moves region edges by a pixel on machines that have one.
+add_library(tavi_options INTERFACE)
+target_compile_options(tavi_options INTERFACE -Wall -Wextra -Wshadow -ffp-contract=off -ffunction-sections -fdata-sections)
+if(TAVI_WERROR)
+    target_compile_options(tavi_options INTERFACE -Werror)
+endif()
+if(TAVI_SANITIZE)
+    target_compile_options(tavi_options INTERFACE -fsanitize=${TAVI_SANITIZE} -fno-omit-frame-pointer)
+    target_link_options(tavi_options INTERFACE -fsanitize=${TAVI_SANITIZE})
+    if(TAVI_SANITIZE MATCHES undefined)
+        target_compile_options(tavi_options INTERFACE -fno-sanitize-recover=undefined)
+    endif()
+endif()
+target_include_directories(tavi_options INTERFACE
+    $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include> $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/src>)
+
+# tavi_room(NAME FILES...): one room of the library as an object library of its own, so that a test or another team
+# can link its own in place of ours.
+function(tavi_room name)
+    add_library(${name} OBJECT ${ARGN})
+    target_link_libraries(${name} PRIVATE tavi_options)
+endfunction()

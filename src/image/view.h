@@ -1,0 +1,62 @@
+// SPDX-License-Identifier: MIT
+// Views of pixel memory: where each plane of an image lies. A view owns nothing; cropping moves pointers and copies
+// nothing. V and U are swapped once, when the view is made: afterwards plane 1 is U and plane 2 is V.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "image/format.h"
+
+namespace tavi {
+
+struct PlaneView {
+    uint8_t* data = nullptr;
+    ptrdiff_t pitch = 0; ///< bytes from one row to the next; negative in a view that is upside down
+    int cols = 0;        ///< columns, each `step` bytes wide
+    int rows = 0;
+    int step = 0; ///< bytes per column
+
+    uint8_t* row(int y) const { return data + y * pitch; }
+    uint8_t* at(int x, int y) const { return row(y) + static_cast<ptrdiff_t>(x) * step; }
+};
+
+struct ImageView {
+    const Format* format = nullptr; ///< null: an empty view
+    int width = 0;
+    int height = 0;
+    PlaneView plane[3];
+
+    explicit operator bool() const { return format != nullptr; }
+    int planes() const { return format->planes; }
+    tavi_pixel_format id() const { return static_cast<tavi_pixel_format>(format - kFormats.data()); }
+};
+
+/// A half-open rectangle in pixels.
+struct Box {
+    int x = 0;
+    int y = 0;
+    int width = 0;
+    int height = 0;
+};
+
+inline constexpr int kMaxSide = 16384; ///< largest side that the pixel routines accept
+
+/// Why an image cannot be viewed; null when it can. The text names what is allowed.
+const char* why_not_viewable(uint32_t pixel_format, uint32_t width, uint32_t height);
+
+/// A view of packed pixels at `data`: exactly byte_count() bytes. The shape must be viewable.
+ImageView make_view(uint8_t* data, tavi_pixel_format format, int width, int height);
+
+/// Part of a view. Where chroma is subsampled, the first chroma sample is the one that covers the box's first pixel.
+ImageView crop(const ImageView& view, const Box& box);
+
+/// The rows [first, first + count) of a view; for 4:2:0 `first` is even.
+inline ImageView rows_of(const ImageView& view, int first, int count) {
+    return crop(view, Box{0, first, view.width, count});
+}
+
+/// The same pixels from the bottom up.
+ImageView flip_rows(const ImageView& view);
+
+} // namespace tavi

@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: MIT
+/**
+ * @file tavi_logger.h
+ * The process-wide logger. One write per line to standard error, or to a sink of the application's own.
+ */
+#ifndef TAVI_LOGGER_H
+#define TAVI_LOGGER_H
+
+#include <atomic>
+#include <cstdint>
+
+#include "tavi_image.h"
+
+/** Severity of a line; lower is more severe. A line is written when the logger's level is at least its own. */
+enum tavi_log_level_t : int32_t {
+    TAVI_LOG_ERROR = 0, /**< refused arguments and impossible requests */
+    TAVI_LOG_WARN = 1,  /**< recoverable events; the default level */
+    TAVI_LOG_INFO = 2,  /**< the trace of normal work */
+    TAVI_LOG_DEBUG = 3  /**< everything */
+};
+
+/**
+ * Receives each line that passes the level, already formatted, without a line feed at its end.
+ * Called on the thread that logs, under the logger's lock: it must not log itself.
+ * @param user what was given to TaviLogger::SetSink().
+ */
+using tavi_log_sink_t = void (*)(void* user, tavi_log_level_t level, const char* tag, const char* func,
+                                 const char* message);
+
+/** The logger. Level and sink may be changed at any time from any thread. */
+class TAVI_API TaviLogger {
+public:
+    /** Current level, first in the object so that it can be read without a call. Starts as TAVI_LOG_LEVEL has it. */
+    std::atomic<int32_t> level;
+
+    /** The one logger of the process; never null, alive until the process ends. */
+    static TaviLogger* GetInstance();
+
+    /**
+     * Formats and writes one line. The caller has tested the level.
+     * @param severity level of the line.
+     * @param file     source file that issues it.
+     * @param func     function that issues it.
+     * @param line     source line.
+     * @param tag      short name of the module.
+     * @param fmt      printf-style format of the arguments after it.
+     */
+    void Log(tavi_log_level_t severity, const char* file, const char* func, int line, const char* tag,
+             const char* fmt, ...) __attribute__((format(printf, 7, 8)));
+
+    /** Sends lines to `sink` instead of standard error; null restores standard error. */
+    void SetSink(tavi_log_sink_t sink, void* user);
+
+private:
+    TaviLogger();
+    struct Output;
+    Output* output_; // never freed: threads may log while the process ends
+};
+
+#endif // TAVI_LOGGER_H
