@@ -1,0 +1,133 @@
+// SPDX-License-Identifier: MIT
+// The process-wide logger: each line is formatted on the caller's thread and leaves in one write, so that lines of
+// several threads and processes do not mix.
+#include "services/tavi_logger.h"
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <unistd.h>
+
+#include "services/parse_int.h"
+
+static_assert(std::atomic<int32_t>::is_always_lock_free && sizeof(std::atomic<int32_t>) == sizeof(int32_t),
+              "the level is read as a plain 32-bit field");
+
+struct TaviLogger::Output {
+    std::mutex mutex; // guards the sink, and keeps the parts of a line together when a write is short
+    tavi_log_sink_t sink = nullptr;
+    void* user = nullptr;
+};
+
+namespace {
+
+constexpr const char* kLevelNames[] = {"ERROR", "WARN ", "INFO ", "DEBUG"};
+
+struct Free {
+    void operator()(char* p) const { free(p); }
+};
+
+size_t format_header(char* to, size_t capacity, tavi_log_level_t severity, const char* tag, const char* func,
+                     int line) {
+    timespec now{};
+    tm local{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    localtime_r(&now.tv_sec, &local);
+    size_t n = strftime(to, capacity, "%F %T", &local);
+    const unsigned level = static_cast<unsigned>(severity);
+    const int more = snprintf(to + n, capacity - n, ".%03d %s [%s] %s:%d: ", static_cast<int>(now.tv_nsec / 1000000),
+                              level < 4 ? kLevelNames[level] : "?    ", tag, func, line);
+    n += more > 0 ? static_cast<size_t>(more) : 0;
+    return n < capacity ? n : capacity - 1;
+}
+
+void write_whole(const char* from, size_t n) {
+    while (n > 0) {
+        const ssize_t written = write(STDERR_FILENO, from, n);
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written <= 0)
+            return; // a logger has nobody to tell
+        from += written;
+        n -= static_cast<size_t>(written);
+    }
+}
+
+} // namespace
+
+TaviLogger::TaviLogger() : level(TAVI_LOG_WARN) {
+    alignas(Output) static unsigned char storage[sizeof(Output)];
+    output_ = new (storage) Output;
+
+    const char* text = getenv("TAVI_LOG_LEVEL");
+    if (!text)
+        return;
+    int wanted = 0;
+    if (tavi::parse_int(text, &wanted) && wanted >= TAVI_LOG_ERROR && wanted <= TAVI_LOG_DEBUG)
+        level = wanted;
+    else
+        Log(TAVI_LOG_ERROR, __FILE__, __func__, __LINE__, "tavi-log",
+            "TAVI_LOG_LEVEL=\"%s\" is not a level from 0 to 3; %d is used", text, static_cast<int>(TAVI_LOG_WARN));
+}
+
+TaviLogger* TaviLogger::GetInstance() {
+    // Built in place and never destroyed: threads may log while the process ends, and no heap can refuse it.
+    alignas(TaviLogger) static unsigned char storage[sizeof(TaviLogger)];
+    static TaviLogger* const logger = new (storage) TaviLogger;
+    return logger;
+}
+
+void TaviLogger::Log(tavi_log_level_t severity, const char*, const char* func, int line, const char* tag,
+                     const char* fmt, ...) {
+    const int saved_errno = errno; // callers log between a failure and their look at errno
+    char small[1024];
+    size_t header = format_header(small, sizeof(small) / 2, severity, tag, func, line);
+
+    va_list args;
+    va_start(args, fmt);
+    va_list again;
+    va_copy(again, args);
+    const int formatted = vsnprintf(small + header, sizeof(small) - header, fmt, args);
+    va_end(args);
+    size_t length = formatted > 0 ? static_cast<size_t>(formatted) : 0;
+
+    char* text = small;
+    std::unique_ptr<char, Free> large;
+    if (header + length >= sizeof(small)) {
+        large.reset(static_cast<char*>(malloc(header + length + 1)));
+        if (large) {
+            text = large.get();
+            memcpy(text, small, header);
+            vsnprintf(text + header, length + 1, fmt, again);
+        } else {
+            length = sizeof(small) - 1 - header; // no memory: the line loses its end
+        }
+    }
+    va_end(again);
+    while (length > 0 && text[header + length - 1] == '\n')
+        --length; // some messages bring a line feed of their own
+
+    {
+        const std::lock_guard<std::mutex> lock(output_->mutex);
+        if (output_->sink) {
+            text[header + length] = '\0';
+            output_->sink(output_->user, severity, tag, func, text + header);
+        } else {
+            text[header + length] = '\n'; // in the terminator's place: nothing reads it as a string any more
+            write_whole(text, header + length + 1);
+        }
+    }
+    errno = saved_errno;
+}
+
+void TaviLogger::SetSink(tavi_log_sink_t sink, void* user) {
+    const std::lock_guard<std::mutex> lock(output_->mutex);
+    output_->sink = sink;
+    output_->user = user;
+}

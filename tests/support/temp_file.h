@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: MIT
+// A file name of this test's own in the temporary directory; the file is gone when the test ends.
+#pragma once
+
+#include <atomic>
+#include <cstdio>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+class TempFile {
+public:
+    explicit TempFile(const std::string& ending = "") {
+        static std::atomic<int> number{0};
+        path_ = testing::TempDir() + "tavi_" + std::to_string(getpid()) + "_" + std::to_string(number++) + ending;
+    }
+    ~TempFile() { remove(path_.c_str()); }
+    TempFile(const TempFile&) = delete;
+    TempFile& operator=(const TempFile&) = delete;
+
+    const char* path() const { return path_.c_str(); }
+    std::string read() const {
+        std::ifstream in(path_, std::ios::binary);
+        return {std::istreambuf_iterator<char>(in), {}};
+    }
+
+private:
+    std::string path_;
+};
