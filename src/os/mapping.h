@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: MIT
+// CPU view of an image that has only a descriptor, for the length of one call.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "os/dma_sync.h"
+
+namespace tavi {
+
+class CpuMapping {
+public:
+    CpuMapping() = default;
+    /// Maps the first `bytes` of the buffer behind `fd`. A buffer shorter than that is refused: a touch beyond its
+    /// end would kill the process.
+    CpuMapping(int fd, size_t bytes, Access access);
+    CpuMapping(CpuMapping&& other) noexcept;
+    CpuMapping& operator=(CpuMapping&& other) noexcept;
+    ~CpuMapping();
+
+    explicit operator bool() const { return data_ != nullptr; }
+    uint8_t* data() const { return data_; }
+    /// Why there is no mapping: an errno value, ENOSPC for a buffer that is too short; 0 when there is one.
+    int error() const { return error_; }
+
+    /// Leaves the mapping to the caller, who unmaps it.
+    uint8_t* release();
+
+private:
+    uint8_t* data_ = nullptr;
+    size_t bytes_ = 0;
+    int error_ = 0;
+};
+
+} // namespace tavi
