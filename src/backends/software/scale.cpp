@@ -1,0 +1,442 @@
+// SPDX-License-Identifier: MIT
+#include "backends/software/scale.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace tavi {
+namespace {
+
+constexpr int kMaxFirTaps = 16; // beyond, Q14 weights get too coarse and sums of spans are faster
+
+int64_t floor_div(int64_t a, int64_t b) { return a >= 0 ? a / b : -((-a + b - 1) / b); }
+
+int64_t rounded_div(int64_t a, int64_t b) { return (2 * a + b) / (2 * b); } // both positive
+
+// Two samples and the share of the second.
+struct Tap {
+    int index;
+    int64_t part; // of 2 * den
+};
+
+Tap bilinear_tap(const AxisMap& m, int i) {
+    const int64_t at = (2 * int64_t{i} + 1) * m.num + (int64_t{m.offset} - 1) * m.den, unit = 2 * int64_t{m.den};
+    const int64_t index = floor_div(at, unit);
+    if (index < 0)
+        return {0, 0};
+    if (index >= m.src_count - 1)
+        return {m.src_count - 1, 0};
+    return {static_cast<int>(index), at - index * unit};
+}
+
+int nearest_tap(const AxisMap& m, int i) {
+    const int64_t at = (2 * int64_t{i} + 1) * m.num + int64_t{m.offset} * m.den, unit = 2 * int64_t{m.den};
+    return static_cast<int>(std::clamp<int64_t>(floor_div(at, unit), 0, m.src_count - 1));
+}
+
+// The samples under an interval; coverage in units of 1 / (2 * den), summing to 2 * num.
+struct Span {
+    int first;
+    int last;
+    int64_t first_cover;
+    int64_t last_cover; // 0 when first == last
+};
+
+Span box_span(const AxisMap& m, int i) {
+    const int64_t unit = 2 * int64_t{m.den}, length = 2 * int64_t{m.num};
+    const int64_t begin = 2 * int64_t{i} * m.num + int64_t{m.offset} * m.den, end = begin + length;
+    const int64_t most = m.src_count - 1;
+    const int64_t first = std::clamp<int64_t>(floor_div(begin, unit), 0, most);
+    const int64_t last = std::clamp<int64_t>(floor_div(end - 1, unit), first, most);
+    if (first == last)
+        return {static_cast<int>(first), static_cast<int>(last), length, 0};
+    return {static_cast<int>(first), static_cast<int>(last), (first + 1) * unit - begin, end - last * unit};
+}
+
+int longest_span(const AxisMap& m) {
+    int most = 1;
+    for (int i = 0; i < m.dst_count; ++i) {
+        const Span s = box_span(m, i);
+        most = std::max(most, s.last - s.first + 1);
+    }
+    return most;
+}
+
+float blend_float(float a, float b, float weight) { return a + (b - a) * weight; }
+
+uint16_t load16(const uint8_t* p) {
+    uint16_t v;
+    std::memcpy(&v, p, sizeof v);
+    return v;
+}
+
+void copy_rows(const PlaneView& src, int src_first, int y0, const PlaneView& dst) {
+    for (int y = 0; y < dst.rows; ++y)
+        std::memcpy(dst.row(y), src.row(y0 + y - src_first), static_cast<size_t>(dst.cols) * dst.step);
+}
+
+template <int N>
+void gather_columns(const uint8_t* row, const int32_t* start, uint8_t* out, int cols) {
+    for (int i = 0; i < cols; ++i)
+        std::memcpy(out + i * N, row + start[i], N);
+}
+
+} // namespace
+
+Filter axis_filter(int method, int src_extent, int dst_extent) {
+    switch (method) {
+    case TAVI_IMAGE_RESIZE_NEAREST:
+        return Filter::nearest;
+    case TAVI_IMAGE_RESIZE_BILINEAR:
+        return Filter::bilinear;
+    case TAVI_IMAGE_RESIZE_BOX:
+        return Filter::box;
+    default:
+        return 2 * dst_extent < src_extent ? Filter::box : Filter::bilinear;
+    }
+}
+
+bool PlaneScaler::init(Scratch& scratch, int channels, bool wide, const AxisMap& x, const AxisMap& y) {
+    kernels_ = &kernels();
+    x_ = x;
+    y_ = y;
+    channels_ = channels;
+    wide_ = wide;
+    step_ = wide ? 2 : channels;
+    expanded_y_[0] = expanded_y_[1] = -1;
+    if (x.identity() && y.identity()) {
+        way_ = Way::copy;
+        return true;
+    }
+    if (x.filter == Filter::nearest) {
+        way_ = Way::nearest;
+        return build_nearest(scratch);
+    }
+    if (wide)
+        return build_float(scratch);
+
+    const size_t row_elements = (static_cast<size_t>(x.src_count) + kMaxFirTaps) * channels;
+    row_ = scratch.take<uint16_t>(row_elements);
+    if (!row_)
+        return false;
+    std::memset(row_ + static_cast<size_t>(x.src_count) * channels, 0, kMaxFirTaps * channels * sizeof *row_);
+    if (x.identity()) {
+        way_ = Way::vertical_only;
+        return true;
+    }
+    const bool both_bilinear = x.filter == Filter::bilinear && y.filter == Filter::bilinear;
+    if (both_bilinear && y.num < y.den) {
+        way_ = Way::horizontal_first;
+        for (uint16_t*& row : expanded_)
+            if (!(row = scratch.take<uint16_t>(static_cast<size_t>(x.dst_count) * channels)))
+                return false;
+    } else if (both_bilinear && x.num >= 2 * x.den && x.src_count >= 2) {
+        way_ = Way::at_once;
+    } else {
+        way_ = Way::vertical_first;
+    }
+    use_spans_ = x.filter == Filter::box && longest_span(x) > kMaxFirTaps;
+    return use_spans_ ? build_spans(scratch) : build_fir(scratch);
+}
+
+bool PlaneScaler::build_nearest(Scratch& scratch) {
+    start_ = scratch.take<int32_t>(x_.dst_count);
+    if (!start_)
+        return false;
+    for (int i = 0; i < x_.dst_count; ++i)
+        start_[i] = nearest_tap(x_, i) * step_;
+    return true;
+}
+
+bool PlaneScaler::build_fir(Scratch& scratch) {
+    const int taps = x_.filter == Filter::bilinear ? 2 : (longest_span(x_) + 1) & ~1;
+    int32_t* start = scratch.take<int32_t>(x_.dst_count);
+    int16_t* weight = scratch.take<int16_t>(static_cast<size_t>(x_.dst_count) * taps);
+    if (!start || !weight)
+        return false;
+    fir_ = {start, weight, taps, x_.dst_count};
+    for (int i = 0; i < x_.dst_count; ++i, weight += taps) {
+        if (x_.filter == Filter::bilinear) {
+            Tap t = bilinear_tap(x_, i);
+            int second = static_cast<int>(rounded_div(t.part * 16384, 2 * int64_t{x_.den}));
+            if (t.index == x_.src_count - 1 && t.index > 0) { // never read behind the row
+                --t.index;
+                second = 16384;
+            }
+            start[i] = t.index * channels_;
+            weight[0] = static_cast<int16_t>(16384 - second);
+            weight[1] = static_cast<int16_t>(second);
+        } else {
+            // Differences of rounded running sums: the weights add up to 16384 whatever the span.
+            const Span s = box_span(x_, i);
+            const int64_t length = 2 * int64_t{x_.num};
+            int64_t covered = 0;
+            int before = 0;
+            start[i] = s.first * channels_;
+            for (int k = 0; k < taps; ++k) {
+                const int at = s.first + k;
+                covered += at > s.last ? 0 : at == s.first ? s.first_cover : at == s.last ? s.last_cover : 2 * x_.den;
+                const int now = static_cast<int>(rounded_div(covered * 16384, length));
+                weight[k] = static_cast<int16_t>(now - before);
+                before = now;
+            }
+        }
+    }
+    return true;
+}
+
+bool PlaneScaler::build_spans(Scratch& scratch) {
+    int32_t* start = scratch.take<int32_t>(x_.dst_count);
+    int32_t* inner = scratch.take<int32_t>(x_.dst_count);
+    uint16_t* weight = scratch.take<uint16_t>(2 * static_cast<size_t>(x_.dst_count));
+    if (!start || !inner || !weight)
+        return false;
+    const int64_t unit = 2 * int64_t{x_.den};
+    for (int i = 0; i < x_.dst_count; ++i) {
+        const Span s = box_span(x_, i);
+        start[i] = s.first * channels_;
+        inner[i] = s.last - s.first - 1;
+        weight[2 * i] = static_cast<uint16_t>(rounded_div(s.first_cover * 4096, unit));
+        weight[2 * i + 1] = static_cast<uint16_t>(rounded_div(s.last_cover * 4096, unit));
+    }
+    spans_ = {start, inner, weight, static_cast<double>(x_.den) / (64.0 * 4096.0 * x_.num), x_.dst_count};
+    return true;
+}
+
+// 16-bit samples are scaled in single precision: 24 bits hold a sample and eight fractional bits.
+bool PlaneScaler::build_float(Scratch& scratch) {
+    way_ = Way::vertical_first;
+    ftaps_ = x_.filter == Filter::bilinear ? 2 : longest_span(x_);
+    start_ = scratch.take<int32_t>(x_.dst_count);
+    fweight_ = scratch.take<float>(static_cast<size_t>(x_.dst_count) * ftaps_);
+    frow_ = scratch.take<float>(static_cast<size_t>(x_.src_count) + ftaps_);
+    if (!start_ || !fweight_ || !frow_)
+        return false;
+    std::fill_n(frow_ + x_.src_count, ftaps_, 0.0f);
+    for (int i = 0; i < x_.dst_count; ++i) {
+        float* weight = fweight_ + static_cast<ptrdiff_t>(i) * ftaps_;
+        if (x_.filter == Filter::bilinear) {
+            const Tap t = bilinear_tap(x_, i);
+            start_[i] = t.index;
+            weight[1] = static_cast<float>(static_cast<double>(t.part) / (2.0 * x_.den));
+            weight[0] = 1.0f - weight[1];
+        } else {
+            const Span s = box_span(x_, i);
+            start_[i] = s.first;
+            for (int k = 0; k < ftaps_; ++k) {
+                const int at = s.first + k;
+                const double cover = at > s.last     ? 0
+                                     : at == s.first ? s.first_cover
+                                     : at == s.last  ? s.last_cover
+                                                     : 2 * x_.den;
+                weight[k] = static_cast<float>(cover / (2.0 * x_.num));
+            }
+        }
+    }
+    return true;
+}
+
+PlaneScaler::Rows PlaneScaler::rows_for(int y) const {
+    switch (y_.filter) {
+    case Filter::nearest: {
+        const int row = nearest_tap(y_, y);
+        return {row, row, 0};
+    }
+    case Filter::bilinear: {
+        const Tap t = bilinear_tap(y_, y);
+        const int weight = static_cast<int>(rounded_div(t.part * 32768, 2 * int64_t{y_.den}));
+        if (weight > 32767)
+            return {t.index + 1, t.index + 1, 0};
+        return {t.index, weight ? t.index + 1 : t.index, weight};
+    }
+    default: {
+        const Span s = box_span(y_, y);
+        return {s.first, s.last, 0};
+    }
+    }
+}
+
+BoxRows PlaneScaler::box_for(int y, const PlaneView& src, int src_first) const {
+    const Span s = box_span(y_, y);
+    const int64_t length = 2 * int64_t{y_.num};
+    BoxRows b = {};
+    b.first = src.row(s.first - src_first);
+    b.pitch = src.pitch;
+    b.count = s.last - s.first + 1;
+    b.first_weight = static_cast<uint16_t>(std::min<int64_t>(32767, rounded_div(s.first_cover * 32768, length)));
+    b.last_weight = static_cast<uint16_t>(std::min<int64_t>(32767, rounded_div(s.last_cover * 32768, length)));
+    const int inner = b.count - 2;
+    if (inner > 0) {
+        while (b.inner_shift < 8 && (inner * 255) << (b.inner_shift + 1) <= 65535)
+            ++b.inner_shift;
+        b.inner_weight = static_cast<uint16_t>(
+            std::min<int64_t>(65535, rounded_div((int64_t{1} << (22 - b.inner_shift)) * y_.den, y_.num)));
+        b.inner_weight_big = 64.0 * y_.den / y_.num;
+    }
+    return b;
+}
+
+RowRange PlaneScaler::source_rows(int y0, int y1) const {
+    if (way_ == Way::copy)
+        return {y0, y1};
+    return {rows_for(y0).first, rows_for(y1 - 1).last + 1};
+}
+
+void PlaneScaler::run(const PlaneView& src, int src_first, int y0, const PlaneView& dst) {
+    if (way_ == Way::copy)
+        return copy_rows(src, src_first, y0, dst);
+    for (int y = 0; y < dst.rows; ++y) {
+        if (wide_ && way_ != Way::nearest)
+            run_row_wide(src, src_first, y0 + y, dst.row(y));
+        else
+            run_row(src, src_first, y0 + y, dst.row(y));
+    }
+}
+
+void PlaneScaler::horizontal(const uint16_t* row, uint8_t* out) const {
+    if (use_spans_)
+        kernels_->spans_to_8[channels_ - 1](row, spans_, out);
+    else
+        kernels_->fir_to_8[channels_ - 1](row, fir_, out);
+}
+
+const uint16_t* PlaneScaler::expanded_row(const PlaneView& src, int src_first, int y) {
+    const int slot = y & 1;
+    if (expanded_y_[slot] != y) {
+        expanded_y_[slot] = y;
+        kernels_->widen(src.row(y - src_first), row_, x_.src_count * channels_);
+        kernels_->fir_to_16[channels_ - 1](row_, fir_, expanded_[slot]);
+    }
+    return expanded_[slot];
+}
+
+void PlaneScaler::run_row(const PlaneView& src, int src_first, int y, uint8_t* out) {
+    const Kernels& k = *kernels_;
+    const int n = x_.src_count * channels_;
+    const Rows r = rows_for(y);
+    const uint8_t* a = src.row(r.first - src_first);
+    const uint8_t* b = src.row(r.last - src_first);
+    switch (way_) {
+    case Way::copy:
+        return;
+    case Way::nearest:
+        switch (step_) {
+        case 1:
+            return gather_columns<1>(a, start_, out, x_.dst_count);
+        case 2:
+            return gather_columns<2>(a, start_, out, x_.dst_count);
+        case 3:
+            return gather_columns<3>(a, start_, out, x_.dst_count);
+        default:
+            return gather_columns<4>(a, start_, out, x_.dst_count);
+        }
+    case Way::vertical_only:
+        if (y_.filter == Filter::bilinear)
+            return k.blend8_to_8(a, b, r.weight, out, x_.dst_count * channels_);
+        k.box_rows(box_for(y, src, src_first), row_, n);
+        return k.narrow(row_, out, x_.dst_count * channels_);
+    case Way::at_once:
+        return k.bilinear_at[channels_ - 1](a, b, r.weight, fir_, out);
+    case Way::vertical_first:
+        if (y_.filter == Filter::box)
+            k.box_rows(box_for(y, src, src_first), row_, n);
+        else if (r.weight == 0)
+            k.widen(a, row_, n);
+        else
+            k.blend8(a, b, r.weight, row_, n);
+        return horizontal(row_, out);
+    case Way::horizontal_first: {
+        const uint16_t* top = expanded_row(src, src_first, r.first);
+        if (r.weight == 0)
+            return k.narrow(top, out, x_.dst_count * channels_);
+        return k.blend16_to_8(top, expanded_row(src, src_first, r.last), r.weight, out, x_.dst_count * channels_);
+    }
+    }
+}
+
+void PlaneScaler::run_row_wide(const PlaneView& src, int src_first, int y, uint8_t* out) {
+    const int cols = x_.src_count;
+    if (y_.filter == Filter::bilinear) {
+        const Tap t = bilinear_tap(y_, y);
+        const uint8_t* a = src.row(t.index - src_first);
+        const uint8_t* b = t.part ? src.row(t.index + 1 - src_first) : a;
+        const float weight = static_cast<float>(static_cast<double>(t.part) / (2.0 * y_.den));
+        for (int i = 0; i < cols; ++i)
+            frow_[i] = blend_float(load16(a + 2 * i), load16(b + 2 * i), weight);
+    } else {
+        const Span s = box_span(y_, y);
+        for (int row = s.first; row <= s.last; ++row) {
+            const uint8_t* p = src.row(row - src_first);
+            const double cover = row == s.first ? s.first_cover : row == s.last ? s.last_cover : 2 * y_.den;
+            const float weight = static_cast<float>(cover / (2.0 * y_.num));
+            for (int i = 0; i < cols; ++i)
+                frow_[i] = (row == s.first ? 0.0f : frow_[i]) + load16(p + 2 * i) * weight;
+        }
+    }
+    for (int i = 0; i < x_.dst_count; ++i) {
+        const float* p = frow_ + start_[i];
+        const float* weight = fweight_ + static_cast<ptrdiff_t>(i) * ftaps_;
+        float sum = 0;
+        for (int k = 0; k < ftaps_; ++k)
+            sum += p[k] * weight[k];
+        const uint16_t v = static_cast<uint16_t>(std::min(sum + 0.5f, 65535.0f));
+        std::memcpy(out + 2 * i, &v, sizeof v);
+    }
+}
+
+bool ImageScaler::init(Scratch& scratch, const Format& format, int src_width, int src_height, const Box& box,
+                       int dst_width, int dst_height, int method) {
+    format_ = &format;
+    src_height_ = src_height;
+    box_ = box;
+    for (int i = 0; i < format.planes; ++i) {
+        const PlaneRule& grid = format.plane[i];
+        const auto axis = [&](int shift, int extent, int first, int count, int dst_extent) {
+            AxisMap m;
+            const int begin = first >> shift, end = std::min((first + count - 1) >> shift, (extent >> shift) - 1);
+            m.src_count = end - begin + 1;
+            m.dst_count = dst_extent >> shift;
+            m.num = count;
+            m.den = dst_extent;
+            m.offset = shift ? first & 1 : 0;
+            m.filter = axis_filter(method, count, dst_extent);
+            return m;
+        };
+        const AxisMap x = axis(grid.xshift, src_width, box.x, box.width, dst_width);
+        const AxisMap y = axis(grid.yshift, src_height, box.y, box.height, dst_height);
+        const bool wide = format.sample_bytes == 2;
+        if (!planes_[i].init(scratch, wide ? 1 : grid.step, wide, x, y))
+            return false;
+    }
+    return true;
+}
+
+RowRange ImageScaler::source_rows(int y0, int y1) const {
+    RowRange all{src_height_, 0};
+    for (int i = 0; i < format_->planes; ++i) {
+        const int shift = format_->plane[i].yshift;
+        const int p0 = y0 >> shift, p1 = y1 >> shift;
+        if (p0 >= p1)
+            continue;
+        const RowRange r = planes_[i].source_rows(p0, p1);
+        const int origin = box_.y >> shift;
+        all.begin = std::min(all.begin, (r.begin + origin) << shift);
+        all.end = std::max(all.end, std::min((r.end + origin) << shift, src_height_));
+    }
+    if (format_->family == Family::yuv420) {
+        all.begin &= ~1;
+        all.end = std::min((all.end + 1) & ~1, src_height_);
+    }
+    return all;
+}
+
+void ImageScaler::run(const ImageView& src, int src_first, int y0, const ImageView& dst) {
+    for (int i = 0; i < format_->planes; ++i) {
+        const PlaneRule& grid = format_->plane[i];
+        PlaneView p = src.plane[i];
+        p.data += static_cast<ptrdiff_t>(box_.x >> grid.xshift) * p.step;
+        planes_[i].run(p, (src_first >> grid.yshift) - (box_.y >> grid.yshift), y0 >> grid.yshift, dst.plane[i]);
+    }
+}
+
+} // namespace tavi

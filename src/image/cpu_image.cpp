@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: MIT
+#include "image/cpu_image.h"
+
+namespace tavi {
+
+void CpuImage::refuse(int code, const char* why) {
+    code_ = code;
+    why_ = why;
+}
+
+void CpuImage::open(const tavi_image_t* record, Access access) {
+    if (!record)
+        return refuse(TAVI_RET_PARAM_ERR, "the record is null");
+    if (!record->data && record->fd <= 0)
+        return record->data_phy ? refuse(TAVI_RET_UNSUPPORTED, "only a physical address: data or fd is needed")
+                                : refuse(TAVI_RET_PARAM_ERR, "no memory: data or fd is needed");
+    if (const char* problem = why_not_viewable(record->pixel_format, record->width, record->height))
+        return refuse(TAVI_RET_UNSUPPORTED, problem);
+    const uint64_t bytes = byte_count(*find_format(record->pixel_format), record->width, record->height);
+    if (bytes > INT32_MAX)
+        return refuse(TAVI_RET_UNSUPPORTED, "allowed are pixels of less than 2 GiB");
+    bytes_ = static_cast<size_t>(bytes);
+    data_ = record->data;
+    if (!data_) {
+        mapping_ = CpuMapping(record->fd, bytes_, access);
+        if (!mapping_)
+            return refuse(TAVI_RET_FAIL, "the descriptor cannot be mapped, or its buffer is too small");
+        data_ = mapping_.data();
+    } else if (record->fd > 0) {
+        sync_.emplace(record->fd, access);
+    }
+    view_ = make_view(data_, static_cast<tavi_pixel_format>(record->pixel_format), static_cast<int>(record->width),
+                      static_cast<int>(record->height));
+}
+
+CpuImage::CpuImage(const tavi_image_t* record, Access access) { open(record, access); }
+
+} // namespace tavi

@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: MIT
+// A record as the CPU routines see it for the length of one call: its shape checked, its pixels mapped if need be,
+// the pass bracketed for the caches of a DMA buffer.
+#pragma once
+
+#include <optional>
+
+#include "image/view.h"
+#include "os/dma_sync.h"
+#include "os/mapping.h"
+
+namespace tavi {
+
+class CpuImage {
+public:
+    /// Opens a record. `data` wins over the descriptor: a deep clone's descriptor names its source's memory.
+    CpuImage(const tavi_image_t* record, Access access);
+
+    explicit operator bool() const { return code_ == TAVI_RET_SUCCESS; }
+    int code() const { return code_; }       ///< the result code of a record that cannot be used
+    const char* why() const { return why_; } ///< and what is wrong with it, in words
+    const ImageView& view() const { return view_; }
+
+    /// Exact bytes of the pixels.
+    size_t bytes() const { return bytes_; }
+    /// Start of the pixels.
+    uint8_t* data() const { return data_; }
+
+private:
+    void open(const tavi_image_t* record, Access access);
+    void refuse(int code, const char* why);
+
+    int code_ = TAVI_RET_SUCCESS;
+    const char* why_ = "";
+    ImageView view_;
+    uint8_t* data_ = nullptr;
+    size_t bytes_ = 0;
+    CpuMapping mapping_;
+    std::optional<DmaSync> sync_;
+};
+
+} // namespace tavi

@@ -1,0 +1,93 @@
+// SPDX-License-Identifier: MIT
+// Pixel loops over one row, or a few, in three builds: plain C++ (the oracle, and the baseline of every machine),
+// AVX2 and NEON. All builds give the same bytes. The choice is made once, at run time.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace tavi {
+
+/// Where the chroma of a row comes from or goes to. For `pairs` and `packed` kinds the first chroma pointer (or, for
+/// packed sources, the luma pointer) holds both.
+enum ChromaKind : int { kPlanar, kPairsUV, kPairsVU, kPackedYUYV, kPackedUYVY, kChromaKinds };
+
+/// Byte order of an RGB pixel.
+enum RgbKind : int { kRGB, kBGR, kRGBA, kBGRA, kRgbKinds };
+
+/// One row of a vertical area average: `first` and `last` are the rows cut by the interval's ends.
+struct BoxRows {
+    const uint8_t* first;    ///< first row; the others follow at `pitch`
+    ptrdiff_t pitch;         ///< bytes between rows
+    int count;               ///< rows touched, 1 or more
+    uint16_t first_weight;   ///< of the first row, of the whole, Q15
+    uint16_t last_weight;    ///< of the last row, Q15; unused when count is 1
+    uint16_t inner_weight;   ///< of the sum of the rows between, after the shift, Q16
+    uint8_t inner_shift;     ///< how far that sum is shifted up first
+    double inner_weight_big; ///< weight of the sum where there are too many rows for 16 bits
+};
+
+/// Weights of a horizontal filter: output column i is the sum of `taps` source columns from `start[i]`.
+struct FirTable {
+    const int32_t* start;  ///< first source element (column times channels), one per output column
+    const int16_t* weight; ///< `taps` per output column, Q14, they sum to 16384
+    int taps;              ///< even
+    int cols;              ///< output columns
+};
+
+/// Spans of a horizontal area average too long for FirTable.
+struct SpanTable {
+    const int32_t* start;   ///< first source element
+    const int32_t* inner;   ///< whole columns after the first
+    const uint16_t* weight; ///< two per output column: of the first and of the one after the inner ones, Q12
+    double scale;           ///< 1 / (64 * span length in Q12)
+    int cols;               ///< output columns
+};
+
+/// The rows between stages of the scaler hold 16-bit values with six fractional bits (0 to 16320).
+struct Kernels {
+    const char* name;
+
+    // ---- colour; widths are even, in pixels
+    void (*yuv_to_rgb[kChromaKinds][kRgbKinds])(const uint8_t* y, const uint8_t* u, const uint8_t* v, uint8_t* rgb,
+                                                int width);
+    /// Two rows to two luma rows and one chroma row (4:2:0).
+    void (*rgb_to_yuv420[3][kRgbKinds])(const uint8_t* a, const uint8_t* b, uint8_t* ya, uint8_t* yb, uint8_t* u,
+                                        uint8_t* v, int width);
+    /// One row to one luma row and one chroma row (4:2:2).
+    void (*rgb_to_yuv422[3][kRgbKinds])(const uint8_t* rgb, uint8_t* y, uint8_t* u, uint8_t* v, int width);
+    void (*rgb_to_gray[kRgbKinds])(const uint8_t* rgb, uint8_t* gray, int width); ///< any width
+    void (*gray_to_rgb[2])(const uint8_t* gray, uint8_t* rgb, int width);         ///< 3 and 4 channels, any width
+
+    void (*gray16_to_8)(const uint8_t* gray16, uint8_t* gray8, int width); ///< value / 257, rounded; any alignment
+
+    // ---- scaling; n counts elements (columns times channels)
+    void (*widen)(const uint8_t* row, uint16_t* out, int n);
+    void (*narrow)(const uint16_t* row, uint8_t* out, int n);
+    void (*blend8)(const uint8_t* a, const uint8_t* b, int weight_q15, uint16_t* out, int n);
+    void (*blend8_to_8)(const uint8_t* a, const uint8_t* b, int weight_q15, uint8_t* out, int n);
+    void (*blend16_to_8)(const uint16_t* a, const uint16_t* b, int weight_q15, uint8_t* out, int n);
+    void (*box_rows)(const BoxRows& rows, uint16_t* out, int n);
+    void (*fir_to_8[4])(const uint16_t* row, const FirTable& table, uint8_t* out);   ///< by channels - 1
+    void (*fir_to_16[4])(const uint16_t* row, const FirTable& table, uint16_t* out); ///< by channels - 1
+    void (*spans_to_8[4])(const uint16_t* row, const SpanTable& table, uint8_t* out);
+    /// Both axes at once, for bilinear reduction: touches only the samples it needs. Weights as in FirTable, two
+    /// taps.
+    void (*bilinear_at[4])(const uint8_t* a, const uint8_t* b, int weight_q15, const FirTable& table, uint8_t* out);
+
+    // ---- orientation
+    void (*mirror[4])(const uint8_t* row, uint8_t* out, int cols); ///< by bytes per column - 1
+    /// Transposes 16 rows of `cols` columns into `cols` rows of 16; by bytes per column - 1.
+    void (*transpose16[4])(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_t dst_pitch, int cols);
+};
+
+/// The fastest build that this machine runs.
+const Kernels& kernels();
+
+/// The plain build.
+const Kernels& plain_kernels();
+
+/// The SIMD build of this architecture, or null when the machine cannot run it.
+const Kernels* simd_kernels();
+
+} // namespace tavi

@@ -1,0 +1,379 @@
+// SPDX-License-Identifier: MIT
+// The plain loops behind every kernel, included by each build and compiled with that build's instruction set. They
+// define the results: a SIMD build may replace a loop but not change a byte of what it writes.
+#pragma once
+
+#include <cstdint>
+#include <cstring>
+
+#include "image/kernels.h"
+
+namespace tavi {
+namespace {
+
+// (a * b + 2^14) >> 15, the rounding high product that AVX2 and NEON both have.
+inline int32_t mulhrs(int32_t a, int32_t b) { return (a * b + (1 << 14)) >> 15; }
+
+inline uint8_t clamp8(int32_t v) { return static_cast<uint8_t>(v < 0 ? 0 : v > 255 ? 255 : v); }
+
+// ------------------------------------------------------------------------------------------------ YUV to RGB
+// BT.601 limited range with six fractional bits. Luma is (y * 257 * kYScale) >> 16 = y * 255/219 * 64; chroma is
+// (c - 128) << 8 times a Q15 factor, 64 * 128 times the coefficient: 1.596027, 0.391762, 0.812968, 2.017232.
+constexpr int32_t kYScale = 19003; // 255 / 219 * 64 * 65536 / 257
+constexpr int32_t kVtoR = 13075;
+constexpr int32_t kUtoG = 3209;
+constexpr int32_t kVtoG = 6660;
+constexpr int32_t kUtoB = 16525;
+constexpr int32_t kYuvBias = 32 - 1192; // a half for rounding, less black (16) at this scale
+
+struct ChromaTerms {
+    int32_t r, g, b;
+};
+
+inline ChromaTerms chroma_terms(int u, int v) {
+    const int32_t us = (u - 128) * 256, vs = (v - 128) * 256;
+    return {mulhrs(vs, kVtoR) + kYuvBias, kYuvBias - mulhrs(us, kUtoG) - mulhrs(vs, kVtoG),
+            mulhrs(us, kUtoB) + kYuvBias};
+}
+
+template <int Rgb>
+inline void store_rgb(uint8_t* out, int r, int g, int b) {
+    constexpr bool swapped = Rgb == kBGR || Rgb == kBGRA;
+    out[0] = static_cast<uint8_t>(swapped ? b : r);
+    out[1] = static_cast<uint8_t>(g);
+    out[2] = static_cast<uint8_t>(swapped ? r : b);
+    if (Rgb == kRGBA || Rgb == kBGRA)
+        out[3] = 255;
+}
+
+template <int Rgb>
+constexpr int rgb_bytes() {
+    return Rgb == kRGBA || Rgb == kBGRA ? 4 : 3;
+}
+
+template <int Rgb>
+inline void yuv_pixel(int y, const ChromaTerms& c, uint8_t* out) {
+    const int32_t luma = (y * 257 * kYScale) >> 16;
+    store_rgb<Rgb>(out, clamp8((luma + c.r) >> 6), clamp8((luma + c.g) >> 6), clamp8((luma + c.b) >> 6));
+}
+
+template <int Chroma, int Rgb>
+void yuv_to_rgb_loop(const uint8_t* y, const uint8_t* u, const uint8_t* v, uint8_t* rgb, int width) {
+    for (int x = 0; x < width; x += 2) {
+        const int c = x / 2;
+        int y0, y1, cu, cv;
+        if (Chroma == kPackedYUYV || Chroma == kPackedUYVY) {
+            const uint8_t* p = y + 4 * c;
+            const int luma = Chroma == kPackedYUYV ? 0 : 1, chroma = 1 - luma;
+            y0 = p[luma], y1 = p[luma + 2], cu = p[chroma], cv = p[chroma + 2];
+        } else {
+            y0 = y[x], y1 = y[x + 1];
+            cu = Chroma == kPlanar ? u[c] : u[2 * c + (Chroma == kPairsVU)];
+            cv = Chroma == kPlanar ? v[c] : u[2 * c + (Chroma == kPairsUV)];
+        }
+        const ChromaTerms t = chroma_terms(cu, cv);
+        yuv_pixel<Rgb>(y0, t, rgb + x * rgb_bytes<Rgb>());
+        yuv_pixel<Rgb>(y1, t, rgb + (x + 1) * rgb_bytes<Rgb>());
+    }
+}
+
+// ------------------------------------------------------------------------------------------------ RGB to YUV
+// BT.601 limited range in Q15: 219/255 and 224/255 times the luma and colour-difference coefficients.
+constexpr int32_t kRtoY = 8414, kGtoY = 16519, kBtoY = 3208;
+constexpr int32_t kRtoU = -4857, kGtoU = -9535, kBtoU = 14392;
+constexpr int32_t kRtoV = 14392, kGtoV = -12051, kBtoV = -2341;
+constexpr int32_t kLumaBias = (16 << 15) + (1 << 14);
+
+struct Rgb {
+    int r, g, b;
+};
+
+template <int Kind>
+inline Rgb load_rgb(const uint8_t* p) {
+    constexpr bool swapped = Kind == kBGR || Kind == kBGRA;
+    return {p[swapped ? 2 : 0], p[1], p[swapped ? 0 : 2]};
+}
+
+inline uint8_t luma_of(const Rgb& p) {
+    return static_cast<uint8_t>((p.r * kRtoY + p.g * kGtoY + p.b * kBtoY + kLumaBias) >> 15);
+}
+
+// `sum` adds up 1 << shift pixels.
+inline uint8_t u_of(const Rgb& sum, int shift) {
+    const int32_t bias = (128 << (15 + shift)) + (1 << (14 + shift));
+    return clamp8((sum.r * kRtoU + sum.g * kGtoU + sum.b * kBtoU + bias) >> (15 + shift));
+}
+
+inline uint8_t v_of(const Rgb& sum, int shift) {
+    const int32_t bias = (128 << (15 + shift)) + (1 << (14 + shift));
+    return clamp8((sum.r * kRtoV + sum.g * kGtoV + sum.b * kBtoV + bias) >> (15 + shift));
+}
+
+template <int Chroma>
+inline void store_chroma(uint8_t* u, uint8_t* v, int c, uint8_t cu, uint8_t cv) {
+    if (Chroma == kPlanar) {
+        u[c] = cu;
+        v[c] = cv;
+    } else {
+        u[2 * c + (Chroma == kPairsVU)] = cu;
+        u[2 * c + (Chroma == kPairsUV)] = cv;
+    }
+}
+
+template <int Chroma, int Kind>
+void rgb_to_yuv420_loop(const uint8_t* a, const uint8_t* b, uint8_t* ya, uint8_t* yb, uint8_t* u, uint8_t* v,
+                        int width) {
+    constexpr int n = rgb_bytes<Kind>();
+    for (int x = 0; x < width; x += 2) {
+        const Rgb p = load_rgb<Kind>(a + x * n), q = load_rgb<Kind>(a + (x + 1) * n);
+        const Rgb r = load_rgb<Kind>(b + x * n), s = load_rgb<Kind>(b + (x + 1) * n);
+        ya[x] = luma_of(p), ya[x + 1] = luma_of(q);
+        yb[x] = luma_of(r), yb[x + 1] = luma_of(s);
+        const Rgb sum{p.r + q.r + r.r + s.r, p.g + q.g + r.g + s.g, p.b + q.b + r.b + s.b};
+        store_chroma<Chroma>(u, v, x / 2, u_of(sum, 2), v_of(sum, 2));
+    }
+}
+
+template <int Chroma, int Kind>
+void rgb_to_yuv422_loop(const uint8_t* rgb, uint8_t* y, uint8_t* u, uint8_t* v, int width) {
+    constexpr int n = rgb_bytes<Kind>();
+    for (int x = 0; x < width; x += 2) {
+        const Rgb p = load_rgb<Kind>(rgb + x * n), q = load_rgb<Kind>(rgb + (x + 1) * n);
+        y[x] = luma_of(p), y[x + 1] = luma_of(q);
+        const Rgb sum{p.r + q.r, p.g + q.g, p.b + q.b};
+        store_chroma<Chroma>(u, v, x / 2, u_of(sum, 1), v_of(sum, 1));
+    }
+}
+
+// Full-range luma, exactly (299 r + 587 g + 114 b) / 1000 rounded: floor(n / 8 / 125) with the division by 125 as a
+// multiplication that is exact below 32768.
+template <int Kind>
+void rgb_to_gray_loop(const uint8_t* rgb, uint8_t* gray, int width) {
+    constexpr int n = rgb_bytes<Kind>();
+    for (int x = 0; x < width; ++x) {
+        const Rgb p = load_rgb<Kind>(rgb + x * n);
+        const uint32_t eighth = static_cast<uint32_t>(299 * p.r + 587 * p.g + 114 * p.b + 500) >> 3;
+        gray[x] = static_cast<uint8_t>((eighth * 33555) >> 22);
+    }
+}
+
+template <int N>
+void gray_to_rgb_loop(const uint8_t* gray, uint8_t* rgb, int width) {
+    for (int x = 0; x < width; ++x) {
+        rgb[x * N] = rgb[x * N + 1] = rgb[x * N + 2] = gray[x];
+        if (N == 4)
+            rgb[x * N + 3] = 255;
+    }
+}
+
+// (v * 255 + 32895) >> 16 is v / 257 rounded for all 65536 values.
+inline void gray16_to_8_loop(const uint8_t* gray16, uint8_t* gray8, int width) {
+    for (int x = 0; x < width; ++x) {
+        uint16_t v;
+        std::memcpy(&v, gray16 + 2 * x, sizeof v);
+        gray8[x] = static_cast<uint8_t>((v * 255u + 32895u) >> 16);
+    }
+}
+
+// --------------------------------------------------------------------------------------------------- scaling
+
+inline void widen_loop(const uint8_t* row, uint16_t* out, int n) {
+    for (int i = 0; i < n; ++i)
+        out[i] = static_cast<uint16_t>(row[i] << 6);
+}
+
+inline void narrow_loop(const uint16_t* row, uint8_t* out, int n) {
+    for (int i = 0; i < n; ++i)
+        out[i] = clamp8((row[i] + 32) >> 6);
+}
+
+inline int32_t blend(int32_t a, int32_t b, int32_t weight) { return a + mulhrs(b - a, weight); }
+
+inline void blend8_loop(const uint8_t* a, const uint8_t* b, int weight, uint16_t* out, int n) {
+    for (int i = 0; i < n; ++i)
+        out[i] = static_cast<uint16_t>(blend(a[i] << 6, b[i] << 6, weight));
+}
+
+inline void blend8_to_8_loop(const uint8_t* a, const uint8_t* b, int weight, uint8_t* out, int n) {
+    for (int i = 0; i < n; ++i)
+        out[i] = static_cast<uint8_t>((blend(a[i] << 6, b[i] << 6, weight) + 32) >> 6);
+}
+
+inline void blend16_to_8_loop(const uint16_t* a, const uint16_t* b, int weight, uint8_t* out, int n) {
+    for (int i = 0; i < n; ++i)
+        out[i] = clamp8((blend(a[i], b[i], weight) + 32) >> 6);
+}
+
+constexpr int kBoxRowsIn16Bits = 256; // that many 255s fit
+
+inline void box_rows_loop(const BoxRows& rows, uint16_t* out, int n) {
+    const uint8_t* first = rows.first;
+    const uint8_t* last = rows.first + (rows.count - 1) * rows.pitch;
+    const int inner = rows.count - 2;
+    for (int i = 0; i < n; ++i) {
+        int32_t v = mulhrs(first[i] << 6, rows.first_weight);
+        if (rows.count > 1)
+            v += mulhrs(last[i] << 6, rows.last_weight);
+        uint32_t sum = 0;
+        const uint8_t* p = first + i;
+        for (int k = 0; k < inner; ++k)
+            sum += *(p += rows.pitch);
+        if (inner > kBoxRowsIn16Bits)
+            v += static_cast<int32_t>(sum * rows.inner_weight_big);
+        else if (inner > 0)
+            v += static_cast<int32_t>(((sum << rows.inner_shift) * rows.inner_weight) >> 16);
+        out[i] = static_cast<uint16_t>(v);
+    }
+}
+
+template <int C>
+inline void fir_pixel(const uint16_t* p, const int16_t* w, int taps, int32_t* acc) {
+    for (int c = 0; c < C; ++c)
+        acc[c] = 0;
+    for (int k = 0; k < taps; ++k)
+        for (int c = 0; c < C; ++c)
+            acc[c] += p[k * C + c] * w[k];
+}
+
+template <int C>
+void fir_to_8_loop(const uint16_t* row, const FirTable& t, uint8_t* out, int from = 0) {
+    for (int i = from; i < t.cols; ++i) {
+        int32_t acc[C];
+        fir_pixel<C>(row + t.start[i], t.weight + i * t.taps, t.taps, acc);
+        for (int c = 0; c < C; ++c)
+            out[i * C + c] = clamp8((acc[c] + (1 << 19)) >> 20);
+    }
+}
+
+template <int C>
+void fir_to_16_loop(const uint16_t* row, const FirTable& t, uint16_t* out, int from = 0) {
+    for (int i = from; i < t.cols; ++i) {
+        int32_t acc[C];
+        fir_pixel<C>(row + t.start[i], t.weight + i * t.taps, t.taps, acc);
+        for (int c = 0; c < C; ++c)
+            out[i * C + c] = static_cast<uint16_t>((acc[c] + (1 << 13)) >> 14);
+    }
+}
+
+template <int C>
+void spans_to_8_loop(const uint16_t* row, const SpanTable& t, uint8_t* out) {
+    for (int i = 0; i < t.cols; ++i) {
+        const uint16_t* p = row + t.start[i];
+        const uint16_t* last = p + (t.inner[i] + 1) * C;
+        uint32_t sum[C] = {};
+        for (const uint16_t* q = p + C; q != last; q += C)
+            for (int c = 0; c < C; ++c)
+                sum[c] += q[c];
+        for (int c = 0; c < C; ++c) {
+            const double total =
+                4096.0 * sum[c] + double(p[c]) * t.weight[2 * i] + double(last[c]) * t.weight[2 * i + 1];
+            out[i * C + c] = clamp8(static_cast<int32_t>(total * t.scale + 0.5));
+        }
+    }
+}
+
+template <int C>
+void bilinear_at_loop(const uint8_t* a, const uint8_t* b, int weight, const FirTable& t, uint8_t* out, int from = 0) {
+    for (int i = from; i < t.cols; ++i) {
+        const uint8_t *p = a + t.start[i], *q = b + t.start[i];
+        const int16_t* w = t.weight + 2 * i;
+        for (int c = 0; c < C; ++c) {
+            const int32_t v0 = blend(p[c] << 6, q[c] << 6, weight);
+            const int32_t v1 = blend(p[C + c] << 6, q[C + c] << 6, weight);
+            out[i * C + c] = clamp8((v0 * w[0] + v1 * w[1] + (1 << 19)) >> 20);
+        }
+    }
+}
+
+// ----------------------------------------------------------------------------------------------- orientation
+
+template <int N>
+void mirror_loop(const uint8_t* row, uint8_t* out, int cols) {
+    for (int x = 0; x < cols; ++x)
+        std::memcpy(out + x * N, row + (cols - 1 - x) * N, N);
+}
+
+template <int N>
+void transpose16_loop(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_t dst_pitch, int cols) {
+    for (int x = 0; x < cols; ++x)
+        for (int y = 0; y < 16; ++y)
+            std::memcpy(dst + x * dst_pitch + y * N, src + y * src_pitch + x * N, N);
+}
+
+// Wrappers without the `from` argument, for the table.
+template <int C>
+void fir8(const uint16_t* row, const FirTable& t, uint8_t* out) {
+    fir_to_8_loop<C>(row, t, out);
+}
+template <int C>
+void fir16(const uint16_t* row, const FirTable& t, uint16_t* out) {
+    fir_to_16_loop<C>(row, t, out);
+}
+template <int C>
+void bilinear(const uint8_t* a, const uint8_t* b, int weight, const FirTable& t, uint8_t* out) {
+    bilinear_at_loop<C>(a, b, weight, t, out);
+}
+
+// A table of the loops above; SIMD builds start from it and replace entries.
+template <int Chroma>
+void fill_yuv_to_rgb(Kernels& k) {
+    k.yuv_to_rgb[Chroma][kRGB] = yuv_to_rgb_loop<Chroma, kRGB>;
+    k.yuv_to_rgb[Chroma][kBGR] = yuv_to_rgb_loop<Chroma, kBGR>;
+    k.yuv_to_rgb[Chroma][kRGBA] = yuv_to_rgb_loop<Chroma, kRGBA>;
+    k.yuv_to_rgb[Chroma][kBGRA] = yuv_to_rgb_loop<Chroma, kBGRA>;
+}
+
+template <int Chroma, int Kind>
+void fill_rgb_to_yuv(Kernels& k) {
+    k.rgb_to_yuv420[Chroma][Kind] = rgb_to_yuv420_loop<Chroma, Kind>;
+    k.rgb_to_yuv422[Chroma][Kind] = rgb_to_yuv422_loop<Chroma, Kind>;
+}
+
+template <int Kind>
+void fill_rgb(Kernels& k) {
+    fill_rgb_to_yuv<kPlanar, Kind>(k);
+    fill_rgb_to_yuv<kPairsUV, Kind>(k);
+    fill_rgb_to_yuv<kPairsVU, Kind>(k);
+    k.rgb_to_gray[Kind] = rgb_to_gray_loop<Kind>;
+}
+
+template <int C>
+void fill_channels(Kernels& k) {
+    k.fir_to_8[C - 1] = fir8<C>;
+    k.fir_to_16[C - 1] = fir16<C>;
+    k.spans_to_8[C - 1] = spans_to_8_loop<C>;
+    k.bilinear_at[C - 1] = bilinear<C>;
+    k.mirror[C - 1] = mirror_loop<C>;
+    k.transpose16[C - 1] = transpose16_loop<C>;
+}
+
+inline Kernels loop_kernels(const char* name) {
+    Kernels k = {};
+    k.name = name;
+    fill_yuv_to_rgb<kPlanar>(k);
+    fill_yuv_to_rgb<kPairsUV>(k);
+    fill_yuv_to_rgb<kPairsVU>(k);
+    fill_yuv_to_rgb<kPackedYUYV>(k);
+    fill_yuv_to_rgb<kPackedUYVY>(k);
+    fill_rgb<kRGB>(k);
+    fill_rgb<kBGR>(k);
+    fill_rgb<kRGBA>(k);
+    fill_rgb<kBGRA>(k);
+    k.gray_to_rgb[0] = gray_to_rgb_loop<3>;
+    k.gray_to_rgb[1] = gray_to_rgb_loop<4>;
+    k.gray16_to_8 = gray16_to_8_loop;
+    k.widen = widen_loop;
+    k.narrow = narrow_loop;
+    k.blend8 = blend8_loop;
+    k.blend8_to_8 = blend8_to_8_loop;
+    k.blend16_to_8 = blend16_to_8_loop;
+    k.box_rows = box_rows_loop;
+    fill_channels<1>(k);
+    fill_channels<2>(k);
+    fill_channels<3>(k);
+    fill_channels<4>(k);
+    return k;
+}
+
+} // namespace
+} // namespace tavi

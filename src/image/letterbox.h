@@ -1,0 +1,70 @@
+// SPDX-License-Identifier: MIT
+// The geometry of a letterboxed picture, in whole destination pixels. One place for software and engine.
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+
+#include "image/format.h"
+
+namespace tavi {
+
+/// Where the picture stands in the destination, and its scale as it comes out: destination pixels per source pixel.
+struct Letterbox {
+    int x;
+    int y;
+    int width;
+    int height;
+    float scale_x;
+    float scale_y;
+};
+
+enum class LetterboxPosition : int { centre = 0, top_left = 1, bottom_right = 2 };
+
+/// Pixels per chroma sample of a format, across and down: 1 or 2.
+struct ChromaGrid {
+    int x;
+    int y;
+};
+
+inline ChromaGrid chroma_grid(const Format& f) {
+    return {f.family == Family::yuv420 || f.family == Family::yuv422 ? 2 : 1, f.family == Family::yuv420 ? 2 : 1};
+}
+
+namespace letterbox_detail {
+
+/// One side of the picture: the fitted length, on whole chroma samples unless it fills the side.
+inline int side(int64_t source, int64_t other_source, int64_t other_extent, int extent, int grid) {
+    const int64_t fitted = (2 * source * other_extent + other_source) / (2 * other_source); // rounded
+    if (fitted >= extent)
+        return extent;
+    const int whole = static_cast<int>((fitted + grid / 2) / grid * grid);
+    return std::min(std::max(whole, grid), extent);
+}
+
+inline int start(int extent, int length, int grid, LetterboxPosition position) {
+    const int room = extent - length;
+    const int at = position == LetterboxPosition::centre     ? room / 2
+                   : position == LetterboxPosition::top_left ? 0
+                                                             : room;
+    return at / grid * grid;
+}
+
+} // namespace letterbox_detail
+
+/// Fits a source into a destination: the largest picture of the source's aspect ratio, rounded to pixels.
+inline Letterbox letterbox_geometry(int src_width, int src_height, int dst_width, int dst_height, ChromaGrid grid,
+                                    LetterboxPosition position) {
+    using namespace letterbox_detail;
+    Letterbox box = {};
+    const bool by_width = int64_t{src_width} * dst_height >= int64_t{src_height} * dst_width;
+    box.width = by_width ? dst_width : side(src_width, src_height, dst_height, dst_width, grid.x);
+    box.height = by_width ? side(src_height, src_width, dst_width, dst_height, grid.y) : dst_height;
+    box.x = start(dst_width, box.width, grid.x, position);
+    box.y = start(dst_height, box.height, grid.y, position);
+    box.scale_x = static_cast<float>(box.width) / static_cast<float>(src_width);
+    box.scale_y = static_cast<float>(box.height) / static_cast<float>(src_height);
+    return box;
+}
+
+} // namespace tavi
