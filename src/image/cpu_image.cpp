@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "image/cpu_image.h"
 
+#include <cstring>
+
 namespace tavi {
 
 void CpuImage::refuse(int code, const char* why) {
@@ -31,6 +33,17 @@ void CpuImage::open(const tavi_image_t* record, Access access) {
     }
     view_ = make_view(data_, static_cast<tavi_pixel_format>(record->pixel_format), static_cast<int>(record->width),
                       static_cast<int>(record->height));
+    if (access == Access::write)
+        clear_tail();
+}
+
+// The halves that odd sizes drop leave bytes behind the last plane: neutral, so that what is written is the same in
+// every run.
+void CpuImage::clear_tail() {
+    size_t used = 0;
+    for (int i = 0; i < view_.planes(); ++i)
+        used += static_cast<size_t>(view_.plane[i].cols) * view_.plane[i].step * view_.plane[i].rows;
+    std::memset(data_ + used, 128, bytes_ - used);
 }
 
 CpuImage::CpuImage(const tavi_image_t* record, Access access) { open(record, access); }

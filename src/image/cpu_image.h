@@ -28,6 +28,7 @@ public:
 
 private:
     void open(const tavi_image_t* record, Access access);
+    void clear_tail();
     void refuse(int code, const char* why);
 
     int code_ = TAVI_RET_SUCCESS;

@@ -15,6 +15,9 @@ namespace {
 constexpr int kBandBytes = 96 * 1024; // of temporaries per band; second-level caches start at 256 KiB
 constexpr int kStripColumns = 32;     // columns of the result per transposed strip
 
+// The next band: an odd last row or column, which has no chroma of its own, goes with those before it.
+int band_length(int most, int left) { return left <= most + 1 ? left : most; }
+
 class Runner {
 public:
     Runner(const Plan& plan, const ImageView& src, const Box& box, int method)
@@ -61,6 +64,8 @@ bool Runner::pull(int index, RowRange rows, Scratch& scratch, ImageView& in, int
     }
     const Step& s = plan_.step[index - 1];
     in_first = rows.begin & ~1;
+    if (in_first == s.height - 1 && in_first > 0)
+        in_first -= 2; // an odd last row uses the chroma of the rows above
     const int end = std::min((rows.end + 1) & ~1, s.height);
     uint8_t* pixels = scratch.take<uint8_t>(byte_count(*find_format(s.format), s.width, end - in_first));
     if (!pixels)
@@ -102,8 +107,8 @@ int Runner::band_rows(const ImageView& dst) const {
 // A transposition takes bands of rows of its source to strips of columns of the result.
 bool Runner::run_turned(const ImageView& dst) {
     const int at = plan_.transpose_at;
-    for (int x = 0; x < dst.width; x += kStripColumns) {
-        const int columns = std::min(kStripColumns, dst.width - x);
+    for (int x = 0, columns = 0; x < dst.width; x += columns) {
+        columns = band_length(kStripColumns, dst.width - x);
         const int first = plan_.flip_source ? dst.width - x - columns : x;
         Scratch scratch;
         ImageView in;
@@ -138,10 +143,12 @@ bool Runner::run(const ImageView& dst) {
         return convert_image(src_, dst);
     if (plan_.transpose_at >= 0)
         return run_turned(dst);
-    const int step = band_rows(dst);
-    for (int y = 0; y < dst.height; y += step)
-        if (!produce(plan_.count - 1, y, rows_of(dst, y, std::min(step, dst.height - y))))
+    const int most = band_rows(dst);
+    for (int y = 0, rows = 0; y < dst.height; y += rows) {
+        rows = band_length(most, dst.height - y);
+        if (!produce(plan_.count - 1, y, rows_of(dst, y, rows)))
             return false;
+    }
     return true;
 }
 

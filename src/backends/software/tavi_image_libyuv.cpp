@@ -95,8 +95,13 @@ int tavi_image_convert_libyuv(tavi_image_t* src, tavi_image_t* dst, tavi_image_t
                       to.view().id());
             return TAVI_RET_UNSUPPORTED;
         }
-        if (from.view().id() == to.view().id() && mode == TAVI_IMAGE_TRANSFORM_NONE)
-            return TAVI_RET_SUCCESS;
+    }
+    const bool same_shape = from.view().id() == to.view().id() && from.view().width == to.view().width &&
+                            from.view().height == to.view().height;
+    if (same_shape && mode == TAVI_IMAGE_TRANSFORM_NONE) {
+        if (from.data() != to.data())
+            std::memcpy(to.data(), from.data(), to.bytes());
+        return TAVI_RET_SUCCESS;
     }
     const ImageView source = readable_source(from, to, scratch);
     const int result = source ? convert_views(source, to.view(), mode, TAVI_IMAGE_RESIZE_DEFAULT) : TAVI_RET_FAIL;

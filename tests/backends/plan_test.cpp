@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: MIT
+#include <gtest/gtest.h>
+
+#include "backends/software/plan.h"
+
+namespace tavi {
+namespace {
+
+TEST(Plan, ShrinksFirstAndEnlargesLast) {
+    struct Case {
+        int src_format, src_width, src_height, dst_format, dst_width, dst_height, mode;
+        const char* plan;
+    };
+    constexpr Case kCases[] = {
+        {7, 1920, 1080, 7, 1920, 1080, 0, "copy"},
+        {7, 1920, 1080, 1, 1920, 1080, 0, "nv12>rgb"},
+        {7, 1920, 1080, 1, 640, 360, 0, "scale nv12 640x360; nv12>rgb"},
+        {7, 640, 360, 1, 1920, 1080, 0, "nv12>rgb; scale rgb 1920x1080"},
+        {13, 1280, 720, 2, 640, 360, 0, "yuyv>yu16; scale yu16 640x360; yu16>bgr"},
+        {13, 64, 64, 14, 32, 32, 1, "yuyv>yu16; scale yu16 32x32; mirror yu16; yu16>uyvy"},
+        {1, 100, 50, 1, 100, 50, 2, "copy; upturned"},
+        {1, 100, 50, 1, 100, 50, 3, "mirror rgb; upturned"},
+        {1, 100, 50, 1, 50, 100, 4, "transpose upturned rgb"},
+        {7, 100, 50, 1, 50, 100, 7, "transpose nv12; nv12>rgb; upturned"},
+        {1, 100, 50, 7, 50, 100, 8, "rgb>nv12; transpose nv12"},
+        {13, 100, 50, 14, 50, 100, 8, "yuyv>yu16; transpose yu16; yu16>uyvy"},
+        {1, 100, 50, 0, 25, 50, 8, "scale rgb 50x25; rgb>gray8; transpose gray8"},
+    };
+    for (const Case& c : kCases) {
+        const auto format = static_cast<tavi_pixel_format>(c.src_format);
+        const Plan plan = make_plan({format,
+                                     c.src_width,
+                                     c.src_height,
+                                     {0, 0, c.src_width, c.src_height},
+                                     static_cast<tavi_pixel_format>(c.dst_format),
+                                     c.dst_width,
+                                     c.dst_height,
+                                     c.mode});
+        EXPECT_EQ(describe(plan, format), c.plan);
+    }
+}
+
+} // namespace
+} // namespace tavi

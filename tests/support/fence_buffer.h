@@ -1,0 +1,54 @@
+// SPDX-License-Identifier: MIT
+// Memory of an exact size between two pages that must not be touched. The buffer ends at the second; a fill value
+// before its start, checked when asked, catches writes in front of it.
+#pragma once
+
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+
+namespace tavi::test {
+
+class FenceBuffer {
+public:
+    /// `misalign` bytes are left between the buffer's end and the fence, to try other alignments of its start.
+    explicit FenceBuffer(size_t size, size_t misalign = 0) : size_(size) {
+        const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+        const size_t inside = (size + misalign + page - 1) / page * page;
+        total_ = inside + 2 * page;
+        map_ = static_cast<uint8_t*>(mmap(nullptr, total_, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+        if (map_ == MAP_FAILED || mprotect(map_ + page, inside, PROT_READ | PROT_WRITE))
+            abort();
+        front_ = map_ + page;
+        data_ = front_ + inside - misalign - size;
+        std::memset(front_, kFill, inside);
+    }
+    FenceBuffer(const FenceBuffer&) = delete;
+    FenceBuffer& operator=(const FenceBuffer&) = delete;
+    ~FenceBuffer() { munmap(map_, total_); }
+
+    uint8_t* data() const { return data_; }
+    size_t size() const { return size_; }
+
+    /// Whether the bytes around the buffer, up to the fences, are as they were.
+    bool intact() const {
+        for (const uint8_t* p = front_; p < data_; ++p)
+            if (*p != kFill)
+                return false;
+        for (const uint8_t* p = data_ + size_; reinterpret_cast<uintptr_t>(p) % 4096; ++p)
+            if (*p != kFill)
+                return false;
+        return true;
+    }
+
+private:
+    static constexpr uint8_t kFill = 0xA5;
+    size_t size_, total_;
+    uint8_t *map_, *front_, *data_;
+};
+
+} // namespace tavi::test

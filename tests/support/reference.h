@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: MIT
+// A slow converter in double precision that works a pixel at a time and shares no code with the product: what the
+// formats, BT.601 and the filters mean.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace tavi::test {
+
+struct Color {
+    double a = 0, b = 0, c = 0; ///< Y U V, or R G B, or grey in `a`
+};
+
+enum class Model { gray, rgb, yuv };
+
+/// An image as one colour per pixel; its chroma is not yet subsampled.
+struct RefImage {
+    Model model = Model::gray;
+    int width = 0, height = 0;
+    std::vector<Color> pixel;
+
+    Color& at(int x, int y) { return pixel[static_cast<size_t>(y) * width + x]; }
+    const Color& at(int x, int y) const { return pixel[static_cast<size_t>(y) * width + x]; }
+};
+
+size_t ref_bytes(int format, int width, int height);
+
+/// Reads exact pixels; grey comes out as 0 to 255 for both grey formats.
+RefImage ref_read(const uint8_t* data, int format, int width, int height);
+
+/// Converts the colours to what `format` holds, clamped but not rounded.
+RefImage ref_convert(const RefImage& image, int format);
+
+/// The samples of a format in memory order, not rounded; 128 for bytes that hold none.
+std::vector<double> ref_samples(const RefImage& image, int format);
+
+/// The largest difference between samples and pixels in memory (16-bit grey in units of 1/257).
+double ref_difference(const std::vector<double>& samples, const uint8_t* data, int format);
+
+RefImage ref_transform(const RefImage& image, int mode);
+
+/// One plane of `step` interleaved channels scaled in double precision. Sample i covers the source interval
+/// [i * num / den + offset, (i + 1) * num / den + offset). Method 1 nearest, 2 bilinear, 3 area, 0 the default.
+std::vector<double> ref_scale(const std::vector<double>& plane, int cols, int rows, int step, int dst_cols,
+                              int dst_rows, int num_x, int den_x, double offset_x, int num_y, int den_y,
+                              double offset_y, int method);
+
+} // namespace tavi::test
