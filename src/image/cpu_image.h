@@ -26,6 +26,12 @@ public:
     /// Start of the pixels.
     uint8_t* data() const { return data_; }
 
+    /// Whether two images share a byte.
+    bool overlaps(const CpuImage& other) const {
+        const uintptr_t a = reinterpret_cast<uintptr_t>(data_), b = reinterpret_cast<uintptr_t>(other.data_);
+        return a < b + other.bytes_ && b < a + bytes_;
+    }
+
 private:
     void open(const tavi_image_t* record, Access access);
     void clear_tail();

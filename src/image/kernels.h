@@ -44,6 +44,16 @@ struct SpanTable {
     int cols;               ///< output columns
 };
 
+/// A run of pixels of an affine warp: positions in 16.16 fixed point, all four samples of each inside the plane.
+struct AffineSpan {
+    const uint8_t* data;
+    ptrdiff_t pitch;
+    int cols;
+    int rows;
+    int32_t x, y;   ///< of the first pixel
+    int32_t dx, dy; ///< from one to the next
+};
+
 /// The rows between stages of the scaler hold 16-bit values with six fractional bits (0 to 16320).
 struct Kernels {
     const char* name;
@@ -74,6 +84,8 @@ struct Kernels {
     /// Both axes at once, for bilinear reduction: touches only the samples it needs. Weights as in FirTable, two
     /// taps.
     void (*bilinear_at[4])(const uint8_t* a, const uint8_t* b, int weight_q15, const FirTable& table, uint8_t* out);
+
+    void (*affine_span[4])(const AffineSpan& span, uint8_t* out, int n); ///< by channels - 1
 
     // ---- orientation
     void (*mirror[4])(const uint8_t* row, uint8_t* out, int cols); ///< by bytes per column - 1

@@ -285,6 +285,25 @@ void bilinear_at_loop(const uint8_t* a, const uint8_t* b, int weight, const FirT
     }
 }
 
+// Bilinear with weights of 1/256: down first, then across with one bit less so that SIMD can multiply signed words.
+template <int C>
+inline void affine_pixel(const AffineSpan& s, int32_t x, int32_t y, uint8_t* out) {
+    const uint8_t* p = s.data + (y >> 16) * s.pitch + (x >> 16) * C;
+    const uint8_t* q = p + s.pitch;
+    const int fx = (x >> 8) & 255, fy = (y >> 8) & 255;
+    for (int c = 0; c < C; ++c) {
+        const int left = (p[c] * (256 - fy) + q[c] * fy) >> 1;
+        const int right = (p[C + c] * (256 - fy) + q[C + c] * fy) >> 1;
+        out[c] = static_cast<uint8_t>((left * (256 - fx) + right * fx + (1 << 14)) >> 15);
+    }
+}
+
+template <int C>
+void affine_span_loop(const AffineSpan& s, uint8_t* out, int n) {
+    for (int i = 0; i < n; ++i)
+        affine_pixel<C>(s, s.x + i * s.dx, s.y + i * s.dy, out + i * C);
+}
+
 // ----------------------------------------------------------------------------------------------- orientation
 
 template <int N>
@@ -343,6 +362,7 @@ void fill_channels(Kernels& k) {
     k.fir_to_16[C - 1] = fir16<C>;
     k.spans_to_8[C - 1] = spans_to_8_loop<C>;
     k.bilinear_at[C - 1] = bilinear<C>;
+    k.affine_span[C - 1] = affine_span_loop<C>;
     k.mirror[C - 1] = mirror_loop<C>;
     k.transpose16[C - 1] = transpose16_loop<C>;
 }

@@ -2,8 +2,6 @@
 // Cropping with scaling, as a view of the source: nothing outside the region is read and the region is not copied.
 #include "backends/cpu/tavi_image_cpu.h"
 
-#include <cstring>
-
 #include "backends/software/convert.h"
 #include "image/cpu_image.h"
 #include "services/tavi_mem.h"
@@ -58,7 +56,7 @@ int tavi_image_crop_and_resize_cpu_imp(tavi_image_t* src, tavi_rect_t* rect, tav
         if (!to) {
             LOG_ERROR("dst=%p: %s", static_cast<void*>(dst), to.why());
             result = to.code();
-        } else if (to.data() < from.data() + from.bytes() && from.data() < to.data() + to.bytes()) {
+        } else if (from.overlaps(to)) {
             LOG_ERROR("src data=%p and dst data=%p overlap: allowed are separate images",
                       static_cast<void*>(from.data()), static_cast<void*>(to.data()));
             result = TAVI_RET_PARAM_ERR;

@@ -288,8 +288,8 @@ tavi_pixel_format via(tavi_pixel_format from, tavi_pixel_format to) {
 
 // --------------------------------------------------------------------------------------------------- odd edges
 
-// The last row of an odd 4:2:0 image as a 4:2:2 image of one row, which uses the last chroma row. In a view of that row
-// alone this is row -1: views are cut out of whole pictures, and the row above is there.
+// The last row of an odd 4:2:0 image as a 4:2:2 image of one row, which uses the last chroma row. In a view of that
+// row alone this is row -1: views are cut out of whole pictures, and the row above is there.
 ImageView last_row_as_422(const ImageView& v) {
     ImageView row = v;
     row.format = find_format(v.id() + (TAVI_PIXEL_FORMAT_YUV422P_YU16 - TAVI_PIXEL_FORMAT_YUV420P_YU12));

@@ -21,11 +21,6 @@
 namespace tavi {
 namespace {
 
-bool overlap(const CpuImage& a, const CpuImage& b) {
-    const uintptr_t pa = reinterpret_cast<uintptr_t>(a.data()), pb = reinterpret_cast<uintptr_t>(b.data());
-    return pa < pb + b.bytes() && pb < pa + a.bytes();
-}
-
 /// Whether the conversion can be done in place: same size, and as many bytes for every pixel.
 bool fits_in_place(const ImageView& s, const ImageView& d) {
     const Format &a = *s.format, &b = *d.format;
@@ -68,7 +63,7 @@ static int open_failure(const CpuImage& src, const tavi_image_t* src_record, con
             LOG_ERROR("%s: dst: %s", caller, dst.why());
         return dst.code();
     }
-    if (src.data() != dst.data() && overlap(src, dst)) {
+    if (src.data() != dst.data() && src.overlaps(dst)) {
         LOG_ERROR(
             "%s: src data=%p bytes=%zu and dst data=%p bytes=%zu overlap partly: allowed are separate memory, or "
             "the same start",

@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: MIT
+#include "backends/cpu/tavi_image_cpu.h"
+
+#include "backends/software/convert.h"
+#include "image/cpu_image.h"
+
+#define TAVI_LOG_TAG "tavi-cpu"
+#include "services/log.h"
+
+using namespace tavi;
+
+int tavi_image_transpose_cpu(tavi_image_t* src, tavi_image_t* dst) {
+    const CpuImage from(src, Access::read), to(dst, Access::write);
+    if (!from || !to) {
+        LOG_ERROR("src=%p dst=%p: %s", static_cast<void*>(src), static_cast<void*>(dst),
+                  from ? to.why() : from.why());
+        return TAVI_RET_PARAM_ERR;
+    }
+    const ImageView &s = from.view(), &d = to.view();
+    if (s.format != d.format || d.width != s.height || d.height != s.width) {
+        LOG_ERROR("dst size=%dx%d fmt=%d: allowed is the exchanged size %dx%d in the source's format %d", d.width,
+                  d.height, d.id(), s.height, s.width, s.id());
+        return TAVI_RET_PARAM_ERR;
+    }
+    if (from.overlaps(to)) {
+        LOG_ERROR("src data=%p and dst data=%p overlap: allowed are separate images", static_cast<void*>(from.data()),
+                  static_cast<void*>(to.data()));
+        return TAVI_RET_PARAM_ERR;
+    }
+    const int result = convert_views(s, d, TAVI_IMAGE_TRANSFORM_TRANSPOSE, TAVI_IMAGE_RESIZE_DEFAULT);
+    if (result != TAVI_RET_SUCCESS)
+        LOG_ERROR("no memory for temporaries: size=%dx%d", s.width, s.height);
+    return result;
+}
