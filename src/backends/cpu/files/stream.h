@@ -1,0 +1,76 @@
+// SPDX-License-Identifier: MIT
+// Files as the codecs see them: input that also comes from a pipe, and output that appears whole or not at all.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+
+namespace tavi {
+
+struct FreeDeleter {
+    void operator()(void* memory) const { std::free(memory); }
+};
+/// Heap bytes of malloc.
+using Bytes = std::unique_ptr<uint8_t[], FreeDeleter>;
+
+/// Null when the heap refuses or the count does not fit into memory.
+Bytes allocate_bytes(uint64_t count);
+
+class Input {
+public:
+    Input() = default;
+    Input(const Input&) = delete;
+    Input& operator=(const Input&) = delete;
+    ~Input();
+
+    /// Opens the file and reads its first bytes ahead; false with errno set.
+    bool open(const char* path);
+
+    /// The bytes read ahead, which stay to be read: enough for every signature and the sides of a PNG.
+    const uint8_t* head() const { return head_; }
+    size_t head_size() const { return head_size_; }
+
+    /// True when all of it came.
+    bool read(void* to, size_t size) { return read_some(to, size) == size; }
+    bool skip(uint64_t size);
+    /// The next byte, or -1 at the end.
+    int next();
+    /// All that is left, at most `limit` bytes; null with errno set (EFBIG beyond the limit).
+    Bytes read_all(size_t limit, size_t& size);
+
+private:
+    size_t read_some(void* to, size_t size);
+
+    std::FILE* file_ = nullptr;
+    uint8_t head_[32] = {};
+    size_t head_size_ = 0;
+    size_t head_used_ = 0;
+};
+
+/// Writes under a temporary name in the target's own directory; commit() renames. What is not committed is removed.
+/// A target that is there and no regular file (a pipe, a device) is written straight.
+class Output {
+public:
+    Output() = default;
+    Output(const Output&) = delete;
+    Output& operator=(const Output&) = delete;
+    ~Output();
+
+    /// False with errno set.
+    bool open(const char* path);
+    bool write(const void* from, size_t size);
+    /// Flushes, closes and renames; false with errno set, and then nothing has changed under the target's name.
+    bool commit();
+
+private:
+    std::FILE* file_ = nullptr;
+    char target_[4096] = ""; ///< the name behind symbolic links, so that a link stays one
+    char temporary_[4096] = "";
+};
+
+} // namespace tavi
