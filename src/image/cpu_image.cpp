@@ -28,9 +28,9 @@ void CpuImage::open(const tavi_image_t* record, Access access) {
         if (!mapping_)
             return refuse(TAVI_RET_FAIL, "the descriptor cannot be mapped, or its buffer is too small");
         data_ = mapping_.data();
-    } else if (record->fd > 0) {
-        sync_.emplace(record->fd, access);
     }
+    if (record->fd > 0)
+        sync_.emplace(record->fd, access);
     view_ = make_view(data_, static_cast<tavi_pixel_format>(record->pixel_format), static_cast<int>(record->width),
                       static_cast<int>(record->height));
     if (access == Access::write)

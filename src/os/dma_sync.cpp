@@ -36,14 +36,6 @@ uint64_t direction(Access access) {
 
 } // namespace
 
-bool is_dma_buffer(int fd) {
-    // A pair that only cleans; anything that is no DMA buffer answers ENOTTY to the first of the two.
-    if (fd < 0 || sync(fd, DMA_BUF_SYNC_START | DMA_BUF_SYNC_WRITE) != 0)
-        return false;
-    sync(fd, DMA_BUF_SYNC_END | DMA_BUF_SYNC_WRITE);
-    return true;
-}
-
 off_t buffer_bytes(int fd) {
     struct stat info {};
     if (::fstat(fd, &info) != 0)
@@ -57,9 +49,12 @@ off_t buffer_bytes(int fd) {
     return end;
 }
 
-void clean_for_device(int fd) {
-    if (fd > 0 && sync(fd, DMA_BUF_SYNC_START | DMA_BUF_SYNC_WRITE) == 0)
-        sync(fd, DMA_BUF_SYNC_END | DMA_BUF_SYNC_WRITE);
+bool clean_for_device(int fd) {
+    // Anything that is no DMA buffer answers ENOTTY to the first of the two.
+    if (fd < 1 || sync(fd, DMA_BUF_SYNC_START | DMA_BUF_SYNC_WRITE) != 0)
+        return false;
+    sync(fd, DMA_BUF_SYNC_END | DMA_BUF_SYNC_WRITE);
+    return true;
 }
 
 void discard_after_device(int fd) {

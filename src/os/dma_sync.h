@@ -9,15 +9,13 @@ namespace tavi {
 
 enum class Access { read, write, read_write };
 
-/// True when the descriptor names a DMA buffer; a memfd or a file does not.
-bool is_dma_buffer(int fd);
-
 /// Bytes behind a descriptor that can be mapped (a DMA buffer or a file), rounded up to pages by most exporters;
 /// -errno when it has no size. The position of a file is left as it was.
 off_t buffer_bytes(int fd);
 
-/// Writes back what the CPU has in its caches. Nothing is discarded: safe before a device reads or writes.
-void clean_for_device(int fd);
+/// Writes back what the CPU has in its caches. Nothing is discarded: safe before a device reads or writes. False when
+/// the descriptor names no DMA buffer.
+bool clean_for_device(int fd);
 
 /// Makes what a device wrote visible to the CPU. Only after the device has finished: lines that the CPU has written
 /// and not cleaned may be lost.

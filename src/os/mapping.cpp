@@ -2,11 +2,37 @@
 #include "os/mapping.h"
 
 #include <cerrno>
+#include <cinttypes>
+#include <cstdio>
 #include <utility>
 
 #include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
 
 namespace tavi {
+
+bool is_mapped_start(const void* data, int fd) {
+    struct stat wanted {};
+    std::FILE* list = ::fstat(fd, &wanted) == 0 ? std::fopen("/proc/self/maps", "re") : nullptr;
+    if (!list)
+        return false;
+    bool found = false;
+    char line[512]; // a longer line arrives in pieces, of which the later ones do not parse
+    while (!found && std::fgets(line, sizeof(line), list)) {
+        uintptr_t start = 0;
+        char shared = 0;
+        unsigned long long offset = 0, inode = 0;
+        unsigned major_number = 0, minor_number = 0;
+        if (std::sscanf(line, "%" SCNxPTR "-%*x %*c%*c%*c%c %llx %x:%x %llu", &start, &shared, &offset, &major_number,
+                        &minor_number, &inode) == 6 &&
+            start == reinterpret_cast<uintptr_t>(data))
+            found = shared == 's' && offset == 0 && inode == wanted.st_ino &&
+                    makedev(major_number, minor_number) == wanted.st_dev;
+    }
+    std::fclose(list);
+    return found;
+}
 
 CpuMapping::CpuMapping(int fd, size_t bytes, Access access) {
     const off_t available = buffer_bytes(fd);

@@ -9,6 +9,10 @@
 
 namespace tavi {
 
+/// Whether `data` is where the first byte of the buffer behind `fd` is mapped, shared, into this process. Reads the
+/// list of the process's mappings: some tens of microseconds.
+bool is_mapped_start(const void* data, int fd);
+
 class CpuMapping {
 public:
     CpuMapping() = default;

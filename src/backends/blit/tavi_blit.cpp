@@ -1,19 +1,343 @@
 // SPDX-License-Identifier: MIT
-// The blit engine's backend. No engine is driven yet: every request is refused, and software serves it.
+// The contract of the blit engine: checks what the engine must not be trusted with, runs the job, and says why not
+// when it refuses. Every refusal is one INFO line with the check that failed and both values.
+#define TAVI_LOG_TAG "tavi-blit"
 #include "backends/blit/tavi_blit.h"
 
-int is_blit_support() { return 0; }
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
 
-int tavi_image_convert_blit(tavi_image_t*, tavi_image_t*, tavi_image_transform_mode) { return TAVI_RET_UNSUPPORTED; }
+#include "backends/blit/blit_formats.h"
+#include "backends/blit/context_pool.h"
+#include "backends/blit/v4l2_ops.h"
+#include "image/letterbox.h"
+#include "image/numbers.h"
+#include "image/paint.h"
+#include "os/dma_sync.h"
+#include "os/mapping.h"
+#include "services/log.h"
+#include "services/tavi_mem.h"
 
-int tavi_image_convert_blit_with_crop(tavi_image_t*, tavi_rect_t*, tavi_image_t*, tavi_rect_t*,
-                                      tavi_image_transform_mode) {
-    return TAVI_RET_UNSUPPORTED;
+namespace tavi {
+namespace {
+
+/// One image of a request, found fit for an engine.
+struct Operand {
+    tavi_image_t* record = nullptr;
+    Side side;
+    Buffer buffer;
+    uint64_t bytes = 0;
+};
+
+constexpr unsigned bit_of(uint32_t format) { return 1u << format; }
+
+/// Whether `data` is the first byte of the buffer behind `fd`. A deep clone keeps the descriptor of its source, and a
+/// region may start inside a buffer: an engine would work on the wrong picture.
+bool owns_descriptor(const tavi_image_t& image, const Buffer& buffer) {
+    tavi_mem_record_t record;
+    if (tavi_mem_get_record_by_virt_addr(image.data, 1, &record) != 0)
+        return is_mapped_start(image.data, image.fd); // memory that the application mapped itself
+    Buffer own;
+    return record.virt_addr == image.data &&
+           (record.fd == image.fd || (identify_buffer(record.fd, own) && same_buffer(own, buffer)));
 }
 
-int tavi_blit_keep_ratio_resize_check(tavi_image_t*, tavi_image_t*, int) { return 0; }
+bool take_operand(tavi_image_t* image, const char* name, unsigned offered, Operand& o, Why& why) {
+    if (!image) {
+        why.set("%s record is null", name);
+        return false;
+    }
+    const BlitFormat* const format = find_blit_format(image->pixel_format);
+    if (!format || !(offered & bit_of(image->pixel_format))) {
+        why.set("%s format: %u was asked for, the engine has those of mask %#x", name,
+                static_cast<unsigned>(image->pixel_format), offered);
+        return false;
+    }
+    if (const char* problem = why_not_viewable(image->pixel_format, image->width, image->height)) {
+        why.set("%s size %ux%u: %s", name, image->width, image->height, problem);
+        return false;
+    }
+    if (image->width % format->x_step || image->height % format->y_step) {
+        why.set("%s size %ux%u: multiples of %ux%u are needed, engines round other ones", name, image->width,
+                image->height, format->x_step, format->y_step);
+        return false;
+    }
+    if (!identify_buffer(image->fd, o.buffer)) {
+        why.set("%s fd=%d: the descriptor of a DMA buffer, 1 or more, is needed", name, image->fd);
+        return false;
+    }
+    o.bytes = byte_count(*find_format(image->pixel_format), image->width, image->height);
+    if (o.buffer.bytes < o.bytes) {
+        why.set("%s buffer: it has %llu bytes, the image has %llu", name,
+                static_cast<unsigned long long>(o.buffer.bytes), static_cast<unsigned long long>(o.bytes));
+        return false;
+    }
+    if (image->data && !owns_descriptor(*image, o.buffer)) {
+        why.set("%s data=%p is not the start of the buffer behind fd=%d", name, static_cast<void*>(image->data),
+                image->fd);
+        return false;
+    }
+    o.record = image;
+    o.side.format = image->pixel_format;
+    o.side.width = static_cast<int>(image->width);
+    o.side.height = static_cast<int>(image->height);
+    o.side.box = Box{0, 0, o.side.width, o.side.height};
+    return true;
+}
 
-int tavi_image_convert_keep_ratio_by_blit(tavi_image_t*, tavi_image_t*, int, int, float*, float*, float*, float*,
-                                          int) {
-    return TAVI_RET_UNSUPPORTED;
+bool take_box(const Box& box, const char* name, Operand& o, Why& why) {
+    const BlitFormat& format = *find_blit_format(o.side.format);
+    // In 64 bits: the edges are the caller's and may be anything.
+    if (box.x < 0 || box.y < 0 || box.width < 1 || box.height < 1 || int64_t{box.x} + box.width > o.side.width ||
+        int64_t{box.y} + box.height > o.side.height) {
+        why.set("%s rectangle (%d %d) %dx%d is not inside %dx%d", name, box.x, box.y, box.width, box.height,
+                o.side.width, o.side.height);
+        return false;
+    }
+    if ((box.x | box.width) % format.x_step || (box.y | box.height) % format.y_step) {
+        why.set("%s rectangle (%d %d) %dx%d: multiples of %ux%u are needed, engines move other ones", name, box.x,
+                box.y, box.width, box.height, format.x_step, format.y_step);
+        return false;
+    }
+    o.side.box = box;
+    return true;
+}
+
+bool is_whole(const Side& side) { return side.box.width == side.width && side.box.height == side.height; }
+
+bool is_gray(const Side& side) { return find_format(side.format)->family == Family::gray; }
+
+/// A request that passed every check that needs no engine at hand.
+struct Request {
+    Operand src, dst;
+    tavi_image_transform_mode mode = TAVI_IMAGE_TRANSFORM_NONE;
+
+    Setup setup() const { return {src.side, dst.side, mode}; }
+};
+
+bool make_request(tavi_image_t* src, tavi_image_t* dst, tavi_image_transform_mode mode, Request& r, Why& why) {
+    EngineInfo info;
+    if (!ContextPool::instance().engine(info)) {
+        why.set("no engine");
+        return false;
+    }
+    if (mode < TAVI_IMAGE_TRANSFORM_NONE || mode > TAVI_IMAGE_TRANSFORM_ROTATE_180) {
+        // The direction of a quarter turn is not laid down for engines; a wrong one would go unnoticed.
+        why.set("transform mode %d: 0 to 3 are given to engines", mode);
+        return false;
+    }
+    r.mode = mode;
+    if (!take_operand(src, "source", info.sources, r.src, why) ||
+        !take_operand(dst, "destination", info.results, r.dst, why))
+        return false;
+    if (same_buffer(r.src.buffer, r.dst.buffer)) {
+        why.set("fd=%d and fd=%d are one buffer, two are needed", src->fd, dst->fd);
+        return false;
+    }
+    if ((is_gray(r.src.side) || is_gray(r.dst.side)) && r.src.side.format != r.dst.side.format) {
+        why.set("format %u to %u: what engines take for grey is not laid down",
+                static_cast<unsigned>(src->pixel_format), static_cast<unsigned>(dst->pixel_format));
+        return false;
+    }
+    for (const Operand* o : {&r.src, &r.dst}) {
+        if (!v4l2_ops().clean(o->buffer.fd)) { // the CPU's pixels reach memory before the engine looks at it
+            why.set("fd=%d is no DMA buffer", o->buffer.fd);
+            return false;
+        }
+    }
+    return true;
+}
+
+/// Keeps what the CPU drew around the destination's rectangle. The import of a buffer as a destination throws away
+/// what is still in the caches only, and that cannot be cleaned before: a heap cleans for devices that have the
+/// buffer, which the engine then does not. Newer kernels import a buffer once, older ones for every job.
+class Surroundings {
+public:
+    bool save(const Operand& dst, Why& why) {
+        const auto bytes = static_cast<size_t>(dst.bytes);
+        if (!dst.record->data)
+            mapping_ = CpuMapping(dst.buffer.fd, bytes, Access::read_write);
+        data_ = dst.record->data ? dst.record->data : mapping_.data();
+        saved_.reset(data_ ? static_cast<uint8_t*>(std::malloc(bytes)) : nullptr);
+        if (!saved_) {
+            why.set("no memory, or no mapping, to keep the pixels around the destination's rectangle");
+            return false;
+        }
+        const DmaSync pass(dst.buffer.fd, Access::read);
+        std::memcpy(saved_.get(), data_, bytes);
+        return true;
+    }
+
+    void restore(const Operand& dst) {
+        if (!saved_)
+            return;
+        const DmaSync pass(dst.buffer.fd, Access::write);
+        const Side& side = dst.side;
+        const ImageView from = make_view(saved_.get(), side.format, side.width, side.height);
+        const ImageView to = make_view(data_, side.format, side.width, side.height);
+        const Box& b = side.box;
+        const Box around[] = {{0, 0, side.width, b.y},
+                              {0, b.y + b.height, side.width, side.height - b.y - b.height},
+                              {0, b.y, b.x, b.height},
+                              {b.x + b.width, b.y, side.width - b.x - b.width, b.height}};
+        for (const Box& box : around)
+            copy(crop(from, box), crop(to, box));
+    }
+
+private:
+    struct Free {
+        void operator()(uint8_t* p) const { std::free(p); }
+    };
+
+    static void copy(const ImageView& from, const ImageView& to) {
+        for (int i = 0; i < from.planes(); ++i) {
+            const PlaneView& p = from.plane[i];
+            for (int y = 0; y < p.rows; ++y)
+                std::memcpy(to.plane[i].row(y), p.row(y), static_cast<size_t>(p.cols) * p.step);
+        }
+    }
+
+    CpuMapping mapping_;
+    uint8_t* data_ = nullptr;
+    std::unique_ptr<uint8_t, Free> saved_;
+};
+
+/// Runs a request. With `keep_rest` the destination's pixels outside its rectangle survive.
+bool run_request(const Request& r, bool keep_rest, Why& why) {
+    Surroundings rest;
+    {
+        ContextPool::Lease lease = ContextPool::instance().lease(r.setup(), why);
+        if (!lease)
+            return false;
+        if (keep_rest && !is_whole(r.dst.side) && !rest.save(r.dst, why))
+            return false;
+        if (lease.run(r.src.buffer, r.dst.buffer, why) != 0)
+            return false;
+    }
+    v4l2_ops().discard(r.dst.buffer.fd);
+    rest.restore(r.dst);
+    return true;
+}
+
+Box box_of(const tavi_rect_t& rect) {
+    return {rect.left, rect.top, inclusive_span(rect.left, rect.right), inclusive_span(rect.top, rect.bottom)};
+}
+
+Letterbox letterbox_of(const Request& r, LetterboxPosition position) {
+    const Side &s = r.src.side, &d = r.dst.side;
+    return letterbox_geometry(s.width, s.height, d.width, d.height, chroma_grid(*find_format(d.format)), position);
+}
+
+Box box_of(const Letterbox& l) { return {l.x, l.y, l.width, l.height}; }
+
+} // namespace
+} // namespace tavi
+
+using namespace tavi;
+
+int is_blit_support() {
+    EngineInfo info;
+    return ContextPool::instance().engine(info) ? 1 : 0;
+}
+
+int tavi_image_convert_blit(tavi_image_t* src, tavi_image_t* dst, tavi_image_transform_mode mode) {
+    Request r;
+    Why why;
+    if (!make_request(src, dst, mode, r, why)) {
+        LOG_INFO("refused: %s", why.text);
+        return TAVI_RET_UNSUPPORTED;
+    }
+    if (!run_request(r, false, why)) {
+        LOG_INFO("refused: %s", why.text);
+        return TAVI_RET_FAIL;
+    }
+    LOG_INFO("done by the engine");
+    return TAVI_RET_SUCCESS;
+}
+
+int tavi_image_convert_blit_with_crop(tavi_image_t* src, tavi_rect_t* src_rect, tavi_image_t* dst,
+                                      tavi_rect_t* dst_rect, tavi_image_transform_mode mode) {
+    Request r;
+    Why why;
+    if (!src_rect || !dst_rect) {
+        LOG_INFO("refused: src_rect=%p dst_rect=%p, both are needed", static_cast<void*>(src_rect),
+                 static_cast<void*>(dst_rect));
+        return TAVI_RET_PARAM_ERR;
+    }
+    if (!make_request(src, dst, mode, r, why) || !take_box(box_of(*src_rect), "source", r.src, why) ||
+        !take_box(box_of(*dst_rect), "destination", r.dst, why)) {
+        LOG_INFO("refused: %s", why.text);
+        return TAVI_RET_UNSUPPORTED;
+    }
+    if (!run_request(r, true, why)) {
+        LOG_INFO("refused: %s", why.text);
+        return TAVI_RET_FAIL;
+    }
+    LOG_INFO("done by the engine");
+    return TAVI_RET_SUCCESS;
+}
+
+// Nobody retries a letterbox in software once this says yes, so the engine itself is asked, down to the rectangles.
+// The conversation stays open: the conversion that follows finds it as it needs it.
+int tavi_blit_keep_ratio_resize_check(tavi_image_t* src, tavi_image_t* dst, int) {
+    Request r;
+    Why why;
+    bool able = make_request(src, dst, TAVI_IMAGE_TRANSFORM_NONE, r, why) &&
+                take_box(box_of(letterbox_of(r, LetterboxPosition::centre)), "destination", r.dst, why);
+    if (able)
+        able = static_cast<bool>(ContextPool::instance().lease(r.setup(), why));
+    if (!able)
+        LOG_INFO("refused: %s", why.text);
+    return able;
+}
+
+int tavi_image_convert_keep_ratio_by_blit(tavi_image_t* src, tavi_image_t* dst, int param0, int param1, float* out0,
+                                          float* out1, float* out2, float* out3, int) {
+    Request r;
+    Why why;
+    if (param1 < 0 || param1 > 2) {
+        LOG_ERROR("position param1=%d: allowed are 0 (centre), 1 (top-left) and 2 (bottom-right)", param1);
+        return TAVI_RET_PARAM_ERR;
+    }
+    if (!make_request(src, dst, TAVI_IMAGE_TRANSFORM_NONE, r, why)) {
+        LOG_INFO("refused: %s", why.text);
+        return TAVI_RET_UNSUPPORTED;
+    }
+    const Letterbox picture = letterbox_of(r, static_cast<LetterboxPosition>(param1));
+    if (!take_box(box_of(picture), "destination", r.dst, why)) {
+        LOG_INFO("refused: %s", why.text);
+        return TAVI_RET_UNSUPPORTED;
+    }
+    // Mapped before the job: once it has run, nothing may fail any more.
+    CpuMapping mapping;
+    if (!dst->data)
+        mapping = CpuMapping(dst->fd, static_cast<size_t>(r.dst.bytes), Access::read_write);
+    uint8_t* const data = dst->data ? dst->data : mapping.data();
+    if (!data) {
+        LOG_INFO("refused: destination fd=%d cannot be mapped for its padding: %s", dst->fd,
+                 std::strerror(mapping.error()));
+        return TAVI_RET_FAIL;
+    }
+    if (!run_request(r, false, why)) {
+        LOG_INFO("refused: %s", why.text);
+        return TAVI_RET_FAIL;
+    }
+    {
+        // After the job: the import of a buffer throws away what the CPU wrote before it.
+        const DmaSync pass(dst->fd, Access::write);
+        paint_padding(make_view(data, r.dst.side.format, r.dst.side.width, r.dst.side.height), box_of(picture),
+                      static_cast<uint32_t>(param0));
+    }
+    LOG_INFO("done by the engine");
+    if (out0)
+        *out0 = picture.scale_x;
+    if (out1)
+        *out1 = picture.scale_y;
+    if (out2)
+        *out2 = static_cast<float>(picture.x);
+    if (out3)
+        *out3 = static_cast<float>(picture.y);
+    return TAVI_RET_SUCCESS;
 }

@@ -1,0 +1,224 @@
+// SPDX-License-Identifier: MIT
+#define TAVI_LOG_TAG "tavi-blit"
+#include "backends/blit/context_pool.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include <pthread.h>
+#include <sys/stat.h>
+
+#include "os/dma_sync.h"
+#include "services/log.h"
+#include "services/mem_hooks.h"
+
+namespace tavi {
+namespace {
+
+constexpr int kMostNodes = 128;
+
+void on_memory_event(MemEvent event, int fd) {
+    Buffer buffer;
+    if (event == MemEvent::allocation_failed)
+        ContextPool::instance().drop_all();
+    else if (identify_buffer(fd, buffer))
+        ContextPool::instance().drop_holders(buffer);
+}
+
+} // namespace
+
+bool identify_buffer(int fd, Buffer& buffer) {
+    struct stat info {};
+    const off_t bytes = fd > 0 && ::fstat(fd, &info) == 0 ? buffer_bytes(fd) : -1;
+    if (bytes <= 0)
+        return false;
+    buffer.fd = fd;
+    buffer.bytes = static_cast<uint64_t>(bytes);
+    buffer.device = info.st_dev;
+    buffer.inode = info.st_ino;
+    return true;
+}
+
+void visit_engines(const char* only, bool (*visit)(const EngineInfo& info, const char* why_not, void* user),
+                   void* user) {
+    for (int i = 0; i < kMostNodes; ++i) {
+        char path[32];
+        std::snprintf(path, sizeof(path), "/dev/video%d", i);
+        EngineInfo info;
+        Why why;
+        const int error = examine_engine(only ? only : path, info, why);
+        if (error == -ENOENT && !only)
+            continue; // numbers may have gaps
+        if (!visit(info, error ? why.text : nullptr, user) || only)
+            return;
+    }
+}
+
+// Never destroyed: the memory service may call while the process ends.
+ContextPool& ContextPool::instance() {
+    static ContextPool* const pool = new ContextPool;
+    return *pool;
+}
+
+ContextPool::ContextPool() { ::pthread_atfork(before_fork, after_fork, in_child); }
+
+// A child must not speak to the parent's conversations, nor find the lock held by a thread that it does not have.
+void ContextPool::before_fork() { instance().mutex_.lock(); }
+void ContextPool::after_fork() { instance().mutex_.unlock(); }
+void ContextPool::in_child() {
+    for (Slot& slot : instance().slots_) {
+        slot.context.abandon();
+        slot.busy = slot.doomed = false;
+        slot.src = slot.dst = Buffer();
+    }
+    instance().mutex_.unlock();
+}
+
+bool ContextPool::engine(EngineInfo& info) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (!looked_) {
+        looked_ = true;
+        const char* const wanted = std::getenv("TAVI_BLIT_DEVICE");
+        const bool named = wanted && *wanted;
+        if (named && std::strcmp(wanted, "none") == 0) {
+            LOG_INFO("no engine: TAVI_BLIT_DEVICE=none");
+        } else {
+            const auto first_usable = [](const EngineInfo& found, const char* why_not, void* user) {
+                if (why_not) {
+                    LOG_INFO("%s is not used: %s", found.path, why_not);
+                    return true;
+                }
+                LOG_INFO("engine: %s (%s, %s)", found.path, found.driver, found.card);
+                auto* pool = static_cast<ContextPool*>(user);
+                pool->engine_ = found;
+                pool->present_ = true;
+                return false;
+            };
+            visit_engines(named ? wanted : nullptr, first_usable, this);
+            if (!present_ && named)
+                LOG_WARN("TAVI_BLIT_DEVICE=%s is no usable engine, software does all conversions", wanted);
+            else if (!present_)
+                LOG_INFO("no engine: no usable /dev/video0 to /dev/video%d", kMostNodes - 1);
+        }
+        if (present_)
+            set_mem_listener(on_memory_event);
+    }
+    info = engine_;
+    return present_;
+}
+
+// The best conversation for a setup: set up so already, differing in rectangles only, unused, or used longest ago.
+// The caller holds the lock.
+ContextPool::Slot* ContextPool::pick(const Setup& setup) {
+    const auto rank = [&](const Slot& s) {
+        if (!s.context.is_open())
+            return 1;
+        if (!same_layout(s.context.setup(), setup))
+            return 0;
+        return same_boxes(s.context.setup(), setup) ? 3 : 2;
+    };
+    Slot* best = nullptr;
+    for (Slot& s : slots_) {
+        if (s.busy)
+            continue;
+        if (!best || rank(s) > rank(*best) || (rank(s) == rank(*best) && s.last_used < best->last_used))
+            best = &s;
+    }
+    return best;
+}
+
+ContextPool::Lease ContextPool::lease(const Setup& setup, Why& why) {
+    EngineInfo info;
+    Lease lease;
+    if (!engine(info)) {
+        why.set("no engine");
+        return lease;
+    }
+    Slot* slot = nullptr;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        slot = pick(setup);
+        if (slot) {
+            slot->busy = true;
+            slot->doomed = false;
+            slot->last_used = ++clock_;
+            if (!slot->context.is_open() || !same_layout(slot->context.setup(), setup))
+                slot->src = slot->dst = Buffer(); // opened anew below: nothing is imported
+        }
+    }
+    if (!slot) {
+        why.set("%d conversations with the engine are busy, no more are opened", kMost);
+        return lease;
+    }
+    if (const int error = slot->context.prepare(info, setup, why)) {
+        give_back(slot, error);
+        return lease;
+    }
+    lease.pool_ = this;
+    lease.slot_ = slot;
+    return lease;
+}
+
+int ContextPool::Lease::run(const Buffer& src, const Buffer& dst, Why& why) {
+    {
+        std::lock_guard<std::mutex> lock(pool_->mutex_);
+        slot_->src = src;
+        slot_->dst = dst;
+    }
+    error_ = slot_->context.run(src, dst, why);
+    // The stream is stopped here, not when the lease ends: software may touch the destination next.
+    if (error_)
+        slot_->context.close();
+    return error_;
+}
+
+ContextPool::Lease::~Lease() {
+    if (pool_)
+        pool_->give_back(slot_, error_);
+}
+
+void ContextPool::give_back(Slot* slot, int error) {
+    if (error)
+        slot->context.close();
+    if (error == -ENODEV || error == -ENXIO)
+        forget_engine();
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (slot->doomed)
+        slot->context.close();
+    if (!slot->context.is_open())
+        slot->src = slot->dst = Buffer();
+    slot->busy = slot->doomed = false;
+}
+
+template <class Match>
+void ContextPool::drop_if(Match match) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    for (Slot& slot : slots_) {
+        if (!match(slot))
+            continue;
+        if (slot.busy) {
+            slot.doomed = true;
+        } else {
+            slot.context.close(); // idle: no job is waited for
+            slot.src = slot.dst = Buffer();
+        }
+    }
+}
+
+void ContextPool::drop_all() {
+    drop_if([](const Slot&) { return true; });
+}
+
+void ContextPool::forget_engine() {
+    drop_all();
+    std::lock_guard<std::mutex> lock(mutex_);
+    looked_ = present_ = false;
+}
+
+void ContextPool::drop_holders(const Buffer& buffer) {
+    drop_if([&](const Slot& s) { return same_buffer(s.src, buffer) || same_buffer(s.dst, buffer); });
+}
+
+} // namespace tavi

@@ -1,0 +1,86 @@
+// SPDX-License-Identifier: MIT
+// The engine of this process and the conversations kept open with it. Opening one costs several times what a job of
+// it costs, so they are kept, bounded in number, found by what they are set to, and dropped when what they hold is to
+// go.
+#pragma once
+
+#include <mutex>
+#include <utility>
+
+#include "backends/blit/m2m_device.h"
+
+namespace tavi {
+
+/// Looks at /dev/video0 and up, or at `only`; `why_not` is null for a usable engine. Stops when `visit` answers
+/// false.
+void visit_engines(const char* only, bool (*visit)(const EngineInfo& info, const char* why_not, void* user),
+                   void* user);
+
+class ContextPool {
+    struct Slot {
+        M2mContext context;
+        bool busy = false;
+        bool doomed = false; ///< to be closed by whoever has it now
+        uint64_t last_used = 0;
+        Buffer src, dst; ///< what it holds imported; inode 0 = nothing
+    };
+
+public:
+    static constexpr int kMost = 8;
+
+    static ContextPool& instance();
+
+    /// Copies what is known of the engine; false when there is none. Looks for it when that has not been done yet.
+    bool engine(EngineInfo& info);
+
+    /// One conversation, this thread's alone until the lease ends.
+    class Lease {
+    public:
+        Lease() = default;
+        Lease(Lease&& other) noexcept
+            : pool_(std::exchange(other.pool_, nullptr)), slot_(other.slot_), error_(other.error_) {}
+        Lease& operator=(Lease&&) = delete;
+        ~Lease();
+
+        explicit operator bool() const { return pool_ != nullptr; }
+        int run(const Buffer& src, const Buffer& dst, Why& why);
+
+    private:
+        friend class ContextPool;
+        ContextPool* pool_ = nullptr;
+        Slot* slot_ = nullptr;
+        int error_ = 0;
+    };
+
+    /// A conversation set up as asked; empty, with the reason, when the engine will not have it so.
+    Lease lease(const Setup& setup, Why& why);
+
+    /// Closes every conversation that is not busy; busy ones are closed when their lease ends.
+    void drop_all();
+    /// The same, and the engine is looked for again: it has gone away.
+    void forget_engine();
+    /// Closes the conversations that hold a buffer.
+    void drop_holders(const Buffer& buffer);
+
+private:
+    ContextPool();
+    Slot* pick(const Setup& setup);
+    void give_back(Slot* slot, int error);
+    template <class Match>
+    void drop_if(Match match);
+    static void before_fork();
+    static void after_fork();
+    static void in_child();
+
+    std::mutex mutex_;
+    bool looked_ = false;
+    bool present_ = false;
+    EngineInfo engine_;
+    uint64_t clock_ = 0;
+    Slot slots_[kMost];
+};
+
+/// A descriptor as a buffer: false when it has no size, which is no buffer.
+bool identify_buffer(int fd, Buffer& buffer);
+
+} // namespace tavi

@@ -1,0 +1,2 @@
+# The engine's backend below the whole module, so that what it refuses is served by software.
+tavi_test(blit_test SOURCES blit_test.cpp scripted_engine.cpp LINK tavi_image_static)

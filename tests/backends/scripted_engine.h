@@ -1,0 +1,80 @@
+// SPDX-License-Identifier: MIT
+// A memory-to-memory engine made of a script: it keeps formats, rectangles and queues like a driver, does its jobs
+// pixel by pixel in the buffers' files, and misbehaves as told.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <set>
+#include <string>
+#include <vector>
+
+#include <linux/videodev2.h>
+
+#include "backends/blit/v4l2_ops.h"
+
+namespace tavi::test {
+
+struct ScriptedEngine {
+    // What the device is.
+    bool multiplanar = false;
+    uint32_t capabilities = 0; ///< 0 = a memory-to-memory device of the kind above
+    bool selections = true;
+    bool alpha = true;
+    bool dma_buffers = true;
+    bool compressed_results = false;
+    std::set<int> nodes = {0}; ///< numbers of /dev/videoN that are there
+
+    // What it does wrong.
+    std::function<void(v4l2_format&)> adjust_format; ///< after S_FMT
+    std::function<void(v4l2_rect&)> adjust_box;      ///< after S_SELECTION
+    bool never_done = false;                         ///< jobs end only when the stream is stopped
+    bool job_error = false;
+    bool matrix_control = false; ///< results take SET_CSC
+    bool clean = true;           ///< descriptors are DMA buffers
+    int fail_call = -1;          ///< the call that fails once, counted from 0
+    int fail_errno = 0;
+
+    // What happened.
+    int calls = 0;
+    int opens = 0;
+    int jobs = 0;
+    std::vector<std::string> failed;
+    std::map<unsigned long, int> count; ///< of each ioctl
+
+    ScriptedEngine(); ///< takes the place of the kernel's calls
+    ~ScriptedEngine();
+    ScriptedEngine(const ScriptedEngine&) = delete;
+    ScriptedEngine& operator=(const ScriptedEngine&) = delete;
+
+    int open(const char* path);
+    int control(int fd, unsigned long request, void* argument);
+    int wait(int fd, short events);
+
+private:
+    struct Queue {
+        v4l2_format format{};
+        v4l2_rect box{};
+        bool streaming = false;
+        bool requested = false;
+        int buffer = -1; ///< queued
+        bool done = false;
+    };
+    struct Context {
+        Queue queue[2]; ///< source, result
+        std::map<uint32_t, int> controls;
+    };
+
+    bool fails(const char* what, int& error);
+    int dispatch(Context& c, unsigned long request, void* argument);
+    void run(Context& c, bool with_garbage);
+
+    V4l2Ops kernel_;
+    ScriptedEngine* before_;
+    std::mutex mutex_;
+    std::map<int, Context> contexts_;
+};
+
+} // namespace tavi::test
