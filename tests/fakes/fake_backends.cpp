@@ -6,6 +6,15 @@
 
 using fakes::call;
 
+namespace {
+
+void attach_memory(tavi_image_t* image) {
+    image->data = new uint8_t[1];
+    fakes::world().names[image->data] = "temp";
+}
+
+} // namespace
+
 int is_blit_support() { return call("probe"); }
 
 int tavi_image_convert_blit(tavi_image_t* src, tavi_image_t* dst, tavi_image_transform_mode mode) {
@@ -27,7 +36,10 @@ int tavi_image_convert_keep_ratio_by_blit(tavi_image_t* src, tavi_image_t* dst, 
 }
 
 int tavi_image_convert_libyuv(tavi_image_t* src, tavi_image_t* dst, tavi_image_transform_mode mode) {
-    return call("libyuv", src, dst, mode);
+    const int ret = call("libyuv", src, dst, mode);
+    if (fakes::world().attach)
+        attach_memory(dst);
+    return ret;
 }
 
 int tavi_image_convert2_libyuv(tavi_image_t* src, tavi_image_t* dst, int keep_ratio, int param0, int param1,
@@ -38,8 +50,8 @@ int tavi_image_convert2_libyuv(tavi_image_t* src, tavi_image_t* dst, int keep_ra
 
 int tavi_image_crop_and_resize_cpu_imp(tavi_image_t* src, tavi_rect_t* rect, tavi_image_t* dst) {
     const int ret = call("crop", src, rect, dst);
-    if (ret == 0 && !dst->data) // as the contract asks of a destination without memory
-        dst->data = new uint8_t[1];
+    if (ret == 0 && !dst->data)
+        attach_memory(dst); // as the contract asks
     return ret;
 }
 

@@ -27,7 +27,7 @@ void TaviLogger::Log(tavi_log_level_t severity, const char* file, const char* fu
 
     std::string named = std::string(1, "EWID"[severity]) + " " + func + ": ";
     std::string rest = message;
-    static const std::regex address("0x[0-9a-f]+|\\(nil\\)");
+    static const std::regex address("0x[0-9a-f]{4,}|\\(nil\\)");
     for (std::smatch m; std::regex_search(rest, m, address); rest = m.suffix()) {
         const std::string known = fakes::text(reinterpret_cast<const void*>(strtoull(m.str().c_str(), nullptr, 16)));
         named += m.prefix().str() + (known == "unknown" ? m.str() : known);

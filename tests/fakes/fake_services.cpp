@@ -8,8 +8,8 @@ using fakes::call;
 using fakes::world;
 
 int tavi_env_get_int(const char* key, int* value, int default_value) {
-    fakes::add("env " + std::string(key) + " holding " + std::to_string(*value) + " default " +
-               std::to_string(default_value));
+    const bool as_agreed = std::string(key) == "use_blit" && *value == 1 && default_value == 1;
+    fakes::add(as_agreed ? "env" : "env " + std::string(key) + " " + std::to_string(*value));
     if (!world().setting.empty())
         *value = world().setting.front();
     return 0;

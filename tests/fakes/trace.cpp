@@ -20,6 +20,14 @@ void World::name(const char* name, const tavi_image_t& image) {
         names[image.data] = std::string(name) + ".data";
 }
 
+std::string take_trace() {
+    std::string line;
+    for (const std::string& entry : world().trace)
+        line += (line.empty() ? "" : " | ") + entry;
+    world().trace.clear();
+    return line;
+}
+
 std::string text(const void* address) {
     const auto known = world().names.find(address);
     return !address ? "null" : known != world().names.end() ? known->second : "unknown";

@@ -8,5 +8,5 @@ TEST_P(Dispatch, CallsAndLogsInOrder) {
     if (c.arrange)
         c.arrange(scene, fakes::world());
     EXPECT_EQ(c.act(scene), c.ret);
-    EXPECT_EQ(fakes::world().trace, c.trace);
+    EXPECT_EQ(fakes::take_trace(), c.trace);
 }

@@ -16,7 +16,7 @@ struct Scene {
     uint8_t dst_pixels[256] = {};
     tavi_image_t src{src_pixels, 256, 0, TAVI_PIXEL_FORMAT_YUV420SP_NV12, 640, 480, 3, nullptr};
     tavi_image_t dst{dst_pixels, 256, 0, TAVI_PIXEL_FORMAT_RGB888, 320, 240, 4, nullptr};
-    tavi_rect_t rect{10, 20, 109, 119};
+    tavi_rect_t rect{10, 20, 109, 99}; ///< 100 x 80
     tavi_rect_t out{1, 2, 3, 4};
     float f[4] = {};
 
@@ -31,12 +31,18 @@ struct Scene {
 };
 
 struct Case {
+    using Arrange = std::function<void(Scene&, fakes::World&)>;
+    using Act = std::function<int(Scene&)>;
+
+    Case(const char* n, tavi_log_level_t l, Arrange a, Act call, int r, std::string t)
+        : name(n), level(l), arrange(std::move(a)), act(std::move(call)), ret(r), trace(std::move(t)) {}
+
     const char* name;
     tavi_log_level_t level;
-    std::function<void(Scene&, fakes::World&)> arrange;
-    std::function<int(Scene&)> act;
+    Arrange arrange;
+    Act act;
     int ret;
-    fakes::Trace trace;
+    std::string trace;
 };
 
 inline void PrintTo(const Case& c, std::ostream* out) { *out << c.name; }
