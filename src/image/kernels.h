@@ -33,6 +33,7 @@ struct FirTable {
     const int16_t* weight; ///< `taps` per output column, Q14, they sum to 16384
     int taps;              ///< even
     int cols;              ///< output columns
+    int row_elements;      ///< length of the source row
 };
 
 /// Spans of a horizontal area average too long for FirTable.

@@ -1,15 +1,882 @@
 // SPDX-License-Identifier: MIT
-// The AVX2 build: the loops compiled for AVX2, and those that compilers do not vectorise well written out.
+// The AVX2 build: the loops compiled for AVX2, and those that compilers do not vectorise well written out. Every
+// kernel here gives the bytes of its loop. What is left of a row after whole blocks is done by a last block that
+// overlaps the one before, or by the loop where a row is shorter than a block.
 #include "image/kernels_loops.h"
 
 #if defined(__AVX2__)
+
+#include <immintrin.h>
+
+#include <array>
 
 namespace tavi {
 
 const Kernels& avx2_kernels();
 
+namespace {
+
+using V = __m256i;
+using H = __m128i; // half a vector
+
+V load(const void* p) { return _mm256_loadu_si256(static_cast<const V*>(p)); }
+H load16(const void* p) { return _mm_loadu_si128(static_cast<const H*>(p)); }
+H load8(const void* p) { return _mm_loadl_epi64(static_cast<const H*>(p)); }
+void store(void* p, V v) { _mm256_storeu_si256(static_cast<V*>(p), v); }
+void store16(void* p, H v) { _mm_storeu_si128(static_cast<H*>(p), v); }
+void store8(void* p, H v) { _mm_storel_epi64(static_cast<H*>(p), v); }
+H low(V v) { return _mm256_castsi256_si128(v); }
+H high(V v) { return _mm256_extracti128_si256(v, 1); }
+V join(H lo, H hi) { return _mm256_inserti128_si256(_mm256_castsi128_si256(lo), hi, 1); }
+V both(H h) { return _mm256_broadcastsi128_si256(h); }
+V set16(int v) { return _mm256_set1_epi16(static_cast<short>(v)); }
+V widen_lo(V v) { return _mm256_unpacklo_epi8(v, _mm256_setzero_si256()); }
+V widen_hi(V v) { return _mm256_unpackhi_epi8(v, _mm256_setzero_si256()); }
+
+/// Two loads of eight bytes as words, one in each lane.
+V load_words(const void* a, const void* b) {
+    return _mm256_cvtepu8_epi16(
+        _mm_castpd_si128(_mm_loadh_pd(_mm_castsi128_pd(load8(a)), static_cast<const double*>(b))));
+}
+
+/// A shuffle of bytes within 16; -1 gives zero.
+struct Shuffle {
+    alignas(16) int8_t index[16];
+    H half() const { return _mm_load_si128(reinterpret_cast<const H*>(index)); }
+    V full() const { return both(half()); }
+};
+
+// ---------------------------------------------------------------------------------------------- storing RGB
+
+// Byte j of 48 comes from channel j % 3 of pixel j / 3; [part][channel].
+constexpr std::array<std::array<Shuffle, 3>, 3> make_interleave3() {
+    std::array<std::array<Shuffle, 3>, 3> t = {};
+    for (int j = 0; j < 48; ++j)
+        for (int c = 0; c < 3; ++c)
+            t[j / 16][c].index[j % 16] = static_cast<int8_t>(j % 3 == c ? j / 3 : -1);
+    return t;
+}
+constexpr auto kInterleave3 = make_interleave3();
+
+template <int Kind>
+void store_pixels(uint8_t* out, V r, V g, V b) {
+    if (Kind == kBGR || Kind == kBGRA)
+        std::swap(r, b);
+    if (Kind == kRGB || Kind == kBGR) {
+        V part[3];
+        for (int k = 0; k < 3; ++k)
+            part[k] = _mm256_or_si256(_mm256_or_si256(_mm256_shuffle_epi8(r, kInterleave3[k][0].full()),
+                                                      _mm256_shuffle_epi8(g, kInterleave3[k][1].full())),
+                                      _mm256_shuffle_epi8(b, kInterleave3[k][2].full()));
+        store(out, _mm256_permute2x128_si256(part[0], part[1], 0x20));
+        store(out + 32, _mm256_permute2x128_si256(part[2], part[0], 0x30));
+        store(out + 64, _mm256_permute2x128_si256(part[1], part[2], 0x31));
+        return;
+    }
+    const V alpha = _mm256_set1_epi8(-1);
+    const V rg0 = _mm256_unpacklo_epi8(r, g), rg1 = _mm256_unpackhi_epi8(r, g);
+    const V ba0 = _mm256_unpacklo_epi8(b, alpha), ba1 = _mm256_unpackhi_epi8(b, alpha);
+    const V p0 = _mm256_unpacklo_epi16(rg0, ba0), p1 = _mm256_unpackhi_epi16(rg0, ba0);
+    const V p2 = _mm256_unpacklo_epi16(rg1, ba1), p3 = _mm256_unpackhi_epi16(rg1, ba1);
+    store(out, _mm256_permute2x128_si256(p0, p1, 0x20));
+    store(out + 32, _mm256_permute2x128_si256(p2, p3, 0x20));
+    store(out + 64, _mm256_permute2x128_si256(p0, p1, 0x31));
+    store(out + 96, _mm256_permute2x128_si256(p2, p3, 0x31));
+}
+
+// ---------------------------------------------------------------------------------------------- YUV to RGB
+
+struct YuvBlock {
+    V y;    // 32 pixels
+    H u, v; // 16 pairs
+};
+
+void split_pairs(V pairs, H& even, H& odd) {
+    constexpr Shuffle kSplit = {{0, 2, 4, 6, 8, 10, 12, 14, 1, 3, 5, 7, 9, 11, 13, 15}};
+    const V s = _mm256_permute4x64_epi64(_mm256_shuffle_epi8(pairs, kSplit.full()), 0xD8);
+    even = low(s);
+    odd = high(s);
+}
+
+template <int Chroma>
+YuvBlock load_yuv(const uint8_t* y, const uint8_t* u, const uint8_t* v, int x) {
+    YuvBlock b;
+    if (Chroma == kPackedYUYV || Chroma == kPackedUYVY) {
+        const V p = load(y + 2 * x), q = load(y + 2 * x + 32), mask = set16(255);
+        V even = _mm256_packus_epi16(_mm256_and_si256(p, mask), _mm256_and_si256(q, mask));
+        V odd = _mm256_packus_epi16(_mm256_srli_epi16(p, 8), _mm256_srli_epi16(q, 8));
+        even = _mm256_permute4x64_epi64(even, 0xD8);
+        odd = _mm256_permute4x64_epi64(odd, 0xD8);
+        b.y = Chroma == kPackedYUYV ? even : odd;
+        split_pairs(Chroma == kPackedYUYV ? odd : even, b.u, b.v);
+    } else {
+        b.y = load(y + x);
+        if (Chroma == kPlanar) {
+            b.u = load16(u + x / 2);
+            b.v = load16(v + x / 2);
+        } else if (Chroma == kPairsUV) {
+            split_pairs(load(u + x), b.u, b.v);
+        } else {
+            split_pairs(load(u + x), b.v, b.u);
+        }
+    }
+    return b;
+}
+
+template <int Kind>
+void store_yuv_as_rgb(const YuvBlock& block, uint8_t* out) {
+    const V bias = set16(kYuvBias), middle = set16(128);
+    const V u = _mm256_slli_epi16(_mm256_sub_epi16(_mm256_cvtepu8_epi16(block.u), middle), 8);
+    const V v = _mm256_slli_epi16(_mm256_sub_epi16(_mm256_cvtepu8_epi16(block.v), middle), 8);
+    const V r = _mm256_add_epi16(_mm256_mulhrs_epi16(v, set16(kVtoR)), bias);
+    const V g = _mm256_sub_epi16(_mm256_sub_epi16(bias, _mm256_mulhrs_epi16(u, set16(kUtoG))),
+                                 _mm256_mulhrs_epi16(v, set16(kVtoG)));
+    const V b = _mm256_add_epi16(_mm256_mulhrs_epi16(u, set16(kUtoB)), bias);
+    const V scale = set16(kYScale);
+    const V y0 = _mm256_mulhi_epu16(_mm256_unpacklo_epi8(block.y, block.y), scale);
+    const V y1 = _mm256_mulhi_epu16(_mm256_unpackhi_epi8(block.y, block.y), scale);
+    const auto channel = [&](V c) { // each chroma term serves two pixels
+        const V c0 = _mm256_adds_epi16(y0, _mm256_unpacklo_epi16(c, c));
+        const V c1 = _mm256_adds_epi16(y1, _mm256_unpackhi_epi16(c, c));
+        return _mm256_packus_epi16(_mm256_srai_epi16(c0, 6), _mm256_srai_epi16(c1, 6));
+    };
+    store_pixels<Kind>(out, channel(r), channel(g), channel(b));
+}
+
+template <int Chroma, int Kind>
+void yuv_to_rgb(const uint8_t* y, const uint8_t* u, const uint8_t* v, uint8_t* rgb, int width) {
+    constexpr int n = rgb_bytes<Kind>();
+    if (width < 32) {
+        uint8_t ys[64], us[32], vs[32], out[128];
+        constexpr bool packed = Chroma == kPackedYUYV || Chroma == kPackedUYVY;
+        std::memcpy(ys, y, packed ? 2 * width : width);
+        if (!packed)
+            std::memcpy(us, u, Chroma == kPlanar ? width / 2 : width);
+        if (Chroma == kPlanar)
+            std::memcpy(vs, v, width / 2);
+        store_yuv_as_rgb<Kind>(load_yuv<Chroma>(ys, us, vs, 0), out);
+        std::memcpy(rgb, out, static_cast<size_t>(width) * n);
+        return;
+    }
+    for (int x = 0;; x = x + 64 <= width ? x + 32 : width - 32) {
+        store_yuv_as_rgb<Kind>(load_yuv<Chroma>(y, u, v, x), rgb + x * n);
+        if (x + 32 >= width)
+            return;
+    }
+}
+
+// ---------------------------------------------------------------------------------------------- RGB to YUV
+
+/// Sixteen pixels as four vectors of four pixels, four words each; the fourth word of RGB and BGR is zero.
+struct Pixels16 {
+    V part[4];
+};
+
+template <int Kind>
+Pixels16 load_pixels(const uint8_t* p) {
+    if (rgb_bytes<Kind>() == 4)
+        return {{_mm256_cvtepu8_epi16(load16(p)), _mm256_cvtepu8_epi16(load16(p + 16)),
+                 _mm256_cvtepu8_epi16(load16(p + 32)), _mm256_cvtepu8_epi16(load16(p + 48))}};
+    constexpr Shuffle kSpread = {{0, 1, 2, -1, 3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11, -1}};
+    constexpr Shuffle kSpreadLast = {{4, 5, 6, -1, 7, 8, 9, -1, 10, 11, 12, -1, 13, 14, 15, -1}};
+    const auto spread = [](H h, const Shuffle& s) { return _mm256_cvtepu8_epi16(_mm_shuffle_epi8(h, s.half())); };
+    return {{spread(load16(p), kSpread), spread(load16(p + 12), kSpread), spread(load16(p + 24), kSpread),
+             spread(load16(p + 32), kSpreadLast)}};
+}
+
+template <int Kind>
+V weights(int r, int g, int b) {
+    constexpr bool swapped = Kind == kBGR || Kind == kBGRA;
+    const short first = static_cast<short>(swapped ? b : r), last = static_cast<short>(swapped ? r : b);
+    const short mid = static_cast<short>(g);
+    return _mm256_setr_epi16(first, mid, last, 0, first, mid, last, 0, first, mid, last, 0, first, mid, last, 0);
+}
+
+/// Weighted sums of sixteen pixels, in the order that sorted() undoes.
+void weigh(const Pixels16& p, V w, V& ab, V& cd) {
+    ab = _mm256_hadd_epi32(_mm256_madd_epi16(p.part[0], w), _mm256_madd_epi16(p.part[1], w));
+    cd = _mm256_hadd_epi32(_mm256_madd_epi16(p.part[2], w), _mm256_madd_epi16(p.part[3], w));
+}
+
+H sorted(V words) {
+    const V bytes = _mm256_packus_epi16(words, words);
+    return _mm_unpacklo_epi16(low(bytes), high(bytes));
+}
+
+template <int Kind>
+H luma16(const Pixels16& p) {
+    V ab, cd;
+    weigh(p, weights<Kind>(kRtoY, kGtoY, kBtoY), ab, cd);
+    const V bias = _mm256_set1_epi32(kLumaBias);
+    ab = _mm256_srai_epi32(_mm256_add_epi32(ab, bias), 15);
+    cd = _mm256_srai_epi32(_mm256_add_epi32(cd, bias), 15);
+    return sorted(_mm256_packs_epi32(ab, cd));
+}
+
+/// Eight U and eight V samples of sixteen pixels, which are sums of 1 << (Shift - 1) rows.
+template <int Kind, int Shift>
+H chroma8(const Pixels16& p) {
+    const auto pair_sums = [](V a, V b) {
+        return _mm256_add_epi16(_mm256_unpacklo_epi64(a, b), _mm256_unpackhi_epi64(a, b));
+    };
+    const V s0 = pair_sums(p.part[0], p.part[1]), s1 = pair_sums(p.part[2], p.part[3]);
+    const V bias = _mm256_set1_epi32((128 << (15 + Shift)) + (1 << (14 + Shift)));
+    const auto difference = [&](V w) {
+        const V sum = _mm256_hadd_epi32(_mm256_madd_epi16(s0, w), _mm256_madd_epi16(s1, w));
+        return _mm256_srai_epi32(_mm256_add_epi32(sum, bias), 15 + Shift);
+    };
+    const V words = _mm256_packs_epi32(difference(weights<Kind>(kRtoU, kGtoU, kBtoU)),
+                                       difference(weights<Kind>(kRtoV, kGtoV, kBtoV)));
+    const V bytes = _mm256_packus_epi16(words, words);
+    return _mm_unpacklo_epi8(low(bytes), high(bytes));
+}
+
+template <int Chroma>
+void store_chroma8(uint8_t* u, uint8_t* v, int x, H uv) {
+    if (Chroma == kPlanar) {
+        store8(u + x / 2, uv);
+        store8(v + x / 2, _mm_srli_si128(uv, 8));
+    } else {
+        const H swapped = _mm_srli_si128(uv, 8);
+        store16(u + x, Chroma == kPairsUV ? _mm_unpacklo_epi8(uv, swapped) : _mm_unpacklo_epi8(swapped, uv));
+    }
+}
+
+template <int Chroma, int Kind>
+void rgb_to_yuv420(const uint8_t* a, const uint8_t* b, uint8_t* ya, uint8_t* yb, uint8_t* u, uint8_t* v, int width) {
+    constexpr int n = rgb_bytes<Kind>();
+    if (width < 16)
+        return rgb_to_yuv420_loop<Chroma, Kind>(a, b, ya, yb, u, v, width);
+    for (int x = 0;; x = x + 32 <= width ? x + 16 : width - 16) {
+        const Pixels16 p = load_pixels<Kind>(a + x * n), q = load_pixels<Kind>(b + x * n);
+        store16(ya + x, luma16<Kind>(p));
+        store16(yb + x, luma16<Kind>(q));
+        Pixels16 sum;
+        for (int i = 0; i < 4; ++i)
+            sum.part[i] = _mm256_add_epi16(p.part[i], q.part[i]);
+        store_chroma8<Chroma>(u, v, x, chroma8<Kind, 2>(sum));
+        if (x + 16 >= width)
+            return;
+    }
+}
+
+template <int Chroma, int Kind>
+void rgb_to_yuv422(const uint8_t* rgb, uint8_t* y, uint8_t* u, uint8_t* v, int width) {
+    constexpr int n = rgb_bytes<Kind>();
+    if (width < 16)
+        return rgb_to_yuv422_loop<Chroma, Kind>(rgb, y, u, v, width);
+    for (int x = 0;; x = x + 32 <= width ? x + 16 : width - 16) {
+        const Pixels16 p = load_pixels<Kind>(rgb + x * n);
+        store16(y + x, luma16<Kind>(p));
+        store_chroma8<Chroma>(u, v, x, chroma8<Kind, 1>(p));
+        if (x + 16 >= width)
+            return;
+    }
+}
+
+template <int Kind>
+void rgb_to_gray(const uint8_t* rgb, uint8_t* gray, int width) {
+    constexpr int n = rgb_bytes<Kind>();
+    if (width < 16)
+        return rgb_to_gray_loop<Kind>(rgb, gray, width);
+    for (int x = 0;; x = x + 32 <= width ? x + 16 : width - 16) {
+        V ab, cd;
+        weigh(load_pixels<Kind>(rgb + x * n), weights<Kind>(299, 587, 114), ab, cd);
+        const V half = _mm256_set1_epi32(500);
+        ab = _mm256_srli_epi32(_mm256_add_epi32(ab, half), 3);
+        cd = _mm256_srli_epi32(_mm256_add_epi32(cd, half), 3);
+        const V eighths = _mm256_packs_epi32(ab, cd);
+        store16(gray + x, sorted(_mm256_srli_epi16(_mm256_mulhi_epu16(eighths, set16(33555)), 6)));
+        if (x + 16 >= width)
+            return;
+    }
+}
+
+template <int N>
+void gray_to_rgb(const uint8_t* gray, uint8_t* rgb, int width) {
+    if (width < 32)
+        return gray_to_rgb_loop<N>(gray, rgb, width);
+    for (int x = 0;; x = x + 64 <= width ? x + 32 : width - 32) {
+        const V g = load(gray + x);
+        store_pixels<N == 3 ? kRGB : kRGBA>(rgb + x * N, g, g, g);
+        if (x + 32 >= width)
+            return;
+    }
+}
+
+void gray16_to_8(const uint8_t* gray16, uint8_t* gray8, int width) {
+    if (width < 32)
+        return gray16_to_8_loop(gray16, gray8, width);
+    const auto divide = [](V v) { // the carry of the low half of v * 255 + 32895
+        const V least = set16(32641), product = _mm256_mullo_epi16(v, set16(255));
+        const V carry = _mm256_cmpeq_epi16(_mm256_max_epu16(product, least), product);
+        return _mm256_sub_epi16(_mm256_mulhi_epu16(v, set16(255)), carry);
+    };
+    for (int x = 0;; x = x + 64 <= width ? x + 32 : width - 32) {
+        const V words = _mm256_packus_epi16(divide(load(gray16 + 2 * x)), divide(load(gray16 + 2 * x + 32)));
+        store(gray8 + x, _mm256_permute4x64_epi64(words, 0xD8));
+        if (x + 32 >= width)
+            return;
+    }
+}
+
+// ------------------------------------------------------------------------------------------------- scaling
+
+V mix(V a, V b, V weight) { return _mm256_add_epi16(a, _mm256_mulhrs_epi16(_mm256_sub_epi16(b, a), weight)); }
+V rounded6(V v) { return _mm256_srai_epi16(_mm256_add_epi16(v, set16(32)), 6); }
+V load_scaled(const uint8_t* p) { return _mm256_slli_epi16(_mm256_cvtepu8_epi16(load16(p)), 6); }
+
+void widen(const uint8_t* row, uint16_t* out, int n) {
+    if (n < 16)
+        return widen_loop(row, out, n);
+    for (int i = 0;; i = i + 32 <= n ? i + 16 : n - 16) {
+        store(out + i, load_scaled(row + i));
+        if (i + 16 >= n)
+            return;
+    }
+}
+
+void narrow(const uint16_t* row, uint8_t* out, int n) {
+    if (n < 32)
+        return narrow_loop(row, out, n);
+    for (int i = 0;; i = i + 64 <= n ? i + 32 : n - 32) {
+        const V bytes = _mm256_packus_epi16(rounded6(load(row + i)), rounded6(load(row + i + 16)));
+        store(out + i, _mm256_permute4x64_epi64(bytes, 0xD8));
+        if (i + 32 >= n)
+            return;
+    }
+}
+
+void blend8(const uint8_t* a, const uint8_t* b, int weight, uint16_t* out, int n) {
+    if (n < 16)
+        return blend8_loop(a, b, weight, out, n);
+    const V w = set16(weight);
+    for (int i = 0;; i = i + 32 <= n ? i + 16 : n - 16) {
+        store(out + i, mix(load_scaled(a + i), load_scaled(b + i), w));
+        if (i + 16 >= n)
+            return;
+    }
+}
+
+void blend8_to_8(const uint8_t* a, const uint8_t* b, int weight, uint8_t* out, int n) {
+    if (n < 32)
+        return blend8_to_8_loop(a, b, weight, out, n);
+    const V w = set16(weight);
+    for (int i = 0;; i = i + 64 <= n ? i + 32 : n - 32) {
+        const V p = load(a + i), q = load(b + i);
+        const V lo = mix(_mm256_slli_epi16(widen_lo(p), 6), _mm256_slli_epi16(widen_lo(q), 6), w);
+        const V hi = mix(_mm256_slli_epi16(widen_hi(p), 6), _mm256_slli_epi16(widen_hi(q), 6), w);
+        store(out + i, _mm256_packus_epi16(rounded6(lo), rounded6(hi)));
+        if (i + 32 >= n)
+            return;
+    }
+}
+
+void blend16_to_8(const uint16_t* a, const uint16_t* b, int weight, uint8_t* out, int n) {
+    if (n < 32)
+        return blend16_to_8_loop(a, b, weight, out, n);
+    const V w = set16(weight);
+    for (int i = 0;; i = i + 64 <= n ? i + 32 : n - 32) {
+        const V lo = mix(load(a + i), load(b + i), w), hi = mix(load(a + i + 16), load(b + i + 16), w);
+        store(out + i, _mm256_permute4x64_epi64(_mm256_packus_epi16(rounded6(lo), rounded6(hi)), 0xD8));
+        if (i + 32 >= n)
+            return;
+    }
+}
+
+void box_rows(const BoxRows& rows, uint16_t* out, int n) {
+    const int inner = rows.count - 2;
+    if (n < 32 || inner > kBoxRowsIn16Bits)
+        return box_rows_loop(rows, out, n);
+    const uint8_t* last = rows.first + (rows.count - 1) * rows.pitch;
+    const V w_first = set16(rows.first_weight), w_last = set16(rows.last_weight), w_inner = set16(rows.inner_weight);
+    const H shift = _mm_cvtsi32_si128(rows.inner_shift);
+    const auto weighed = [](V words, V w) { return _mm256_mulhrs_epi16(_mm256_slli_epi16(words, 6), w); };
+    for (int i = 0;; i = i + 64 <= n ? i + 32 : n - 32) {
+        const V first = load(rows.first + i);
+        V lo = weighed(widen_lo(first), w_first), hi = weighed(widen_hi(first), w_first);
+        if (rows.count > 1) {
+            const V end = load(last + i);
+            lo = _mm256_add_epi16(lo, weighed(widen_lo(end), w_last));
+            hi = _mm256_add_epi16(hi, weighed(widen_hi(end), w_last));
+        }
+        if (inner > 0) {
+            V sum_lo = _mm256_setzero_si256(), sum_hi = sum_lo;
+            const uint8_t* p = rows.first + i;
+            for (int k = 0; k < inner; ++k) {
+                const V row = load(p += rows.pitch);
+                sum_lo = _mm256_add_epi16(sum_lo, widen_lo(row));
+                sum_hi = _mm256_add_epi16(sum_hi, widen_hi(row));
+            }
+            lo = _mm256_add_epi16(lo, _mm256_mulhi_epu16(_mm256_sll_epi16(sum_lo, shift), w_inner));
+            hi = _mm256_add_epi16(hi, _mm256_mulhi_epu16(_mm256_sll_epi16(sum_hi, shift), w_inner));
+        }
+        store(out + i, _mm256_permute2x128_si256(lo, hi, 0x20));
+        store(out + i + 16, _mm256_permute2x128_si256(lo, hi, 0x31));
+        if (i + 32 >= n)
+            return;
+    }
+}
+
+// Words c0 c1 .. of two neighbouring columns to pairs (c0 of the first, c0 of the second) ..., by channels.
+template <int C>
+constexpr Shuffle pair_channels() {
+    if (C == 2)
+        return {{0, 1, 4, 5, 2, 3, 6, 7, 8, 9, 12, 13, 10, 11, 14, 15}};
+    if (C == 3)
+        return {{0, 1, 6, 7, 2, 3, 8, 9, 4, 5, 10, 11, -1, -1, -1, -1}};
+    return {{0, 1, 8, 9, 2, 3, 10, 11, 4, 5, 12, 13, 6, 7, 14, 15}};
+}
+
+// Two weights for every channel of a column.
+H weight_pair(const int16_t* w) {
+    int32_t pair;
+    std::memcpy(&pair, w, sizeof pair);
+    return _mm_set1_epi32(pair);
+}
+
+/// Sums of four columns of three or four channels: columns 0 and 1 in the lanes of a, 2 and 3 in those of b.
+template <int C>
+void store_columns(uint8_t* out, V a, V b) {
+    const V words = _mm256_packs_epi32(a, b), bytes = _mm256_packus_epi16(words, words);
+    const H four = _mm_unpacklo_epi32(low(bytes), high(bytes));
+    if (C == 4) {
+        store16(out, four);
+    } else {
+        constexpr Shuffle kPack = {{0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1}};
+        const H packed = _mm_shuffle_epi8(four, kPack.half());
+        store8(out, packed);
+        const int rest = _mm_extract_epi32(packed, 2);
+        std::memcpy(out + 8, &rest, sizeof rest);
+    }
+}
+
+template <int C>
+V fir_two(const uint16_t* row, const FirTable& t, int i, int k) {
+    const V p = join(load16(row + t.start[i] + k * C), load16(row + t.start[i + 1] + k * C));
+    const V w = join(weight_pair(t.weight + i * t.taps + k), weight_pair(t.weight + (i + 1) * t.taps + k));
+    return _mm256_madd_epi16(_mm256_shuffle_epi8(p, pair_channels<C>().full()), w);
+}
+
+// Three and four channels: two columns to a vector, a pair of taps at a time.
+template <int C>
+void fir_wide(const uint16_t* row, const FirTable& t, uint8_t* out) {
+    const V half = _mm256_set1_epi32(1 << 19);
+    int i = 0;
+    for (; i + 4 <= t.cols; i += 4) {
+        V a = half, b = half;
+        for (int k = 0; k < t.taps; k += 2) {
+            a = _mm256_add_epi32(a, fir_two<C>(row, t, i, k));
+            b = _mm256_add_epi32(b, fir_two<C>(row, t, i + 2, k));
+        }
+        store_columns<C>(out + i * C, _mm256_srai_epi32(a, 20), _mm256_srai_epi32(b, 20));
+    }
+    fir_to_8_loop<C>(row, t, out, i);
+}
+
+template <int C>
+void fir_wide_to_16(const uint16_t* row, const FirTable& t, uint16_t* out) {
+    const V half = _mm256_set1_epi32(1 << 13);
+    int i = 0;
+    for (; i + 3 <= t.cols; i += 2) { // a store of four words may run into the next column's
+        V a = half;
+        for (int k = 0; k < t.taps; k += 2)
+            a = _mm256_add_epi32(a, fir_two<C>(row, t, i, k));
+        const V words = _mm256_packus_epi32(_mm256_srai_epi32(a, 14), _mm256_setzero_si256());
+        store8(out + i * C, low(words));
+        store8(out + (i + 1) * C, high(words));
+    }
+    fir_to_16_loop<C>(row, t, out, i);
+}
+
+// One and two channels: sums of eight and of four columns.
+V fir1_eight(const uint16_t* row, const FirTable& t, int i, V half) {
+    if (t.taps == 2) {
+        const V pairs = _mm256_i32gather_epi32(reinterpret_cast<const int*>(row), load(t.start + i), 2);
+        return _mm256_add_epi32(half, _mm256_madd_epi16(pairs, load(t.weight + 2 * i)));
+    }
+    V sums[2];
+    for (int g = 0; g < 2; ++g) { // four columns, four taps at a time
+        V acc = _mm256_setzero_si256();
+        const int32_t* start = t.start + i + 4 * g;
+        const int16_t* w = t.weight + (i + 4 * g) * t.taps;
+        int k = 0;
+        for (; k + 4 <= t.taps; k += 4) {
+            const auto two = [](const void* a, const void* b) { return _mm_unpacklo_epi64(load8(a), load8(b)); };
+            const V p =
+                join(two(row + start[0] + k, row + start[1] + k), two(row + start[2] + k, row + start[3] + k));
+            const V q = join(two(w + k, w + t.taps + k), two(w + 2 * t.taps + k, w + 3 * t.taps + k));
+            acc = _mm256_add_epi32(acc, _mm256_madd_epi16(p, q));
+        }
+        if (k < t.taps) { // two more
+            int32_t p[8] = {}, q[8] = {};
+            for (int c = 0; c < 4; ++c) {
+                std::memcpy(p + 2 * c, row + start[c] + k, 4);
+                std::memcpy(q + 2 * c, w + c * t.taps + k, 4);
+            }
+            acc = _mm256_add_epi32(acc, _mm256_madd_epi16(load(p), load(q)));
+        }
+        sums[g] = acc;
+    }
+    const V s = _mm256_permute4x64_epi64(_mm256_hadd_epi32(sums[0], sums[1]), 0xD8);
+    return _mm256_add_epi32(half, s);
+}
+
+V fir2_four(const uint16_t* row, const FirTable& t, int i, V half) {
+    V acc = half;
+    for (int k = 0; k < t.taps; k += 2) {
+        const auto two = [&](int c) {
+            return _mm_unpacklo_epi64(load8(row + t.start[c] + 2 * k), load8(row + t.start[c + 1] + 2 * k));
+        };
+        const auto weights_of = [&](int c) {
+            int32_t pair[2];
+            std::memcpy(pair, t.weight + c * t.taps + k, 4);
+            std::memcpy(pair + 1, t.weight + (c + 1) * t.taps + k, 4);
+            return _mm_setr_epi32(pair[0], pair[0], pair[1], pair[1]);
+        };
+        const V p = _mm256_shuffle_epi8(join(two(i), two(i + 2)), pair_channels<2>().full());
+        acc = _mm256_add_epi32(acc, _mm256_madd_epi16(p, join(weights_of(i), weights_of(i + 2))));
+    }
+    return acc;
+}
+
+H narrow8(V sums) { // eight sums to eight bytes
+    const V words = _mm256_permute4x64_epi64(_mm256_packus_epi32(sums, sums), 0xD8);
+    return _mm_packus_epi16(low(words), low(words));
+}
+
+void fir1(const uint16_t* row, const FirTable& t, uint8_t* out) {
+    const V half = _mm256_set1_epi32(1 << 19);
+    int i = 0;
+    for (; i + 8 <= t.cols; i += 8)
+        store8(out + i, narrow8(_mm256_srai_epi32(fir1_eight(row, t, i, half), 20)));
+    fir_to_8_loop<1>(row, t, out, i);
+}
+
+void fir1_to_16(const uint16_t* row, const FirTable& t, uint16_t* out) {
+    const V half = _mm256_set1_epi32(1 << 13);
+    int i = 0;
+    for (; i + 8 <= t.cols; i += 8) {
+        const V sums = _mm256_srai_epi32(fir1_eight(row, t, i, half), 14);
+        store16(out + i, low(_mm256_permute4x64_epi64(_mm256_packus_epi32(sums, sums), 0xD8)));
+    }
+    fir_to_16_loop<1>(row, t, out, i);
+}
+
+void fir2(const uint16_t* row, const FirTable& t, uint8_t* out) {
+    const V half = _mm256_set1_epi32(1 << 19);
+    int i = 0;
+    for (; i + 4 <= t.cols; i += 4)
+        store8(out + 2 * i, narrow8(_mm256_srai_epi32(fir2_four(row, t, i, half), 20)));
+    fir_to_8_loop<2>(row, t, out, i);
+}
+
+void fir2_to_16(const uint16_t* row, const FirTable& t, uint16_t* out) {
+    const V half = _mm256_set1_epi32(1 << 13);
+    int i = 0;
+    for (; i + 4 <= t.cols; i += 4) {
+        const V sums = _mm256_srai_epi32(fir2_four(row, t, i, half), 14);
+        store16(out + 2 * i, low(_mm256_permute4x64_epi64(_mm256_packus_epi32(sums, sums), 0xD8)));
+    }
+    fir_to_16_loop<2>(row, t, out, i);
+}
+
+// Columns whose loads of `bytes` stay inside the row.
+int safe_columns(const FirTable& t, int bytes) {
+    int cols = t.cols;
+    while (cols > 0 && t.start[cols - 1] + bytes > t.row_elements)
+        --cols;
+    return cols;
+}
+
+template <int C>
+void bilinear_wide(const uint8_t* a, const uint8_t* b, int weight, const FirTable& t, uint8_t* out) {
+    const V down = set16(weight), half = _mm256_set1_epi32(1 << 19);
+    const int safe = safe_columns(t, 8);
+    int i = 0;
+    const auto two = [&](int c) {
+        const int s0 = t.start[c], s1 = t.start[c + 1];
+        const V p = _mm256_slli_epi16(load_words(a + s0, a + s1), 6),
+                q = _mm256_slli_epi16(load_words(b + s0, b + s1), 6);
+        const V pairs = _mm256_shuffle_epi8(mix(p, q, down), pair_channels<C>().full());
+        const V w = join(weight_pair(t.weight + 2 * c), weight_pair(t.weight + 2 * c + 2));
+        return _mm256_srai_epi32(_mm256_add_epi32(_mm256_madd_epi16(pairs, w), half), 20);
+    };
+    for (; i + 4 <= safe; i += 4)
+        store_columns<C>(out + i * C, two(i), two(i + 2));
+    bilinear_at_loop<C>(a, b, weight, t, out, i);
+}
+
+void bilinear1(const uint8_t* a, const uint8_t* b, int weight, const FirTable& t, uint8_t* out) {
+    const V down = set16(weight), half = _mm256_set1_epi32(1 << 19);
+    constexpr Shuffle kWords = {{0, -1, 1, -1, 4, -1, 5, -1, 8, -1, 9, -1, 12, -1, 13, -1}};
+    const int safe = safe_columns(t, 4);
+    int i = 0;
+    for (; i + 8 <= safe; i += 8) {
+        const auto gather = [&](const uint8_t* row) {
+            const V four = _mm256_i32gather_epi32(reinterpret_cast<const int*>(row), load(t.start + i), 1);
+            return _mm256_slli_epi16(_mm256_shuffle_epi8(four, kWords.full()), 6);
+        };
+        const V sums =
+            _mm256_add_epi32(_mm256_madd_epi16(mix(gather(a), gather(b), down), load(t.weight + 2 * i)), half);
+        store8(out + i, narrow8(_mm256_srai_epi32(sums, 20)));
+    }
+    bilinear_at_loop<1>(a, b, weight, t, out, i);
+}
+
+void bilinear2(const uint8_t* a, const uint8_t* b, int weight, const FirTable& t, uint8_t* out) {
+    const V down = set16(weight), half = _mm256_set1_epi32(1 << 19);
+    constexpr Shuffle kPairs = {{0, 2, 1, 3, 4, 6, 5, 7, 8, 10, 9, 11, 12, 14, 13, 15}};
+    int i = 0;
+    for (; i + 4 <= t.cols; i += 4) { // four bytes are just the two columns
+        const auto gather = [&](const uint8_t* row) {
+            const H four = _mm_i32gather_epi32(reinterpret_cast<const int*>(row), load16(t.start + i), 1);
+            return _mm256_slli_epi16(_mm256_cvtepu8_epi16(_mm_shuffle_epi8(four, kPairs.half())), 6);
+        };
+        const H w = load16(t.weight + 2 * i);
+        const V twice = join(_mm_unpacklo_epi32(w, w), _mm_unpackhi_epi32(w, w));
+        const V sums = _mm256_add_epi32(_mm256_madd_epi16(mix(gather(a), gather(b), down), twice), half);
+        store8(out + 2 * i, narrow8(_mm256_srai_epi32(sums, 20)));
+    }
+    bilinear_at_loop<2>(a, b, weight, t, out, i);
+}
+
+// -------------------------------------------------------------------------------------------------- affine
+
+template <int C>
+void affine_wide(const AffineSpan& s, uint8_t* out, int n) {
+    // Loads of eight bytes must stay inside the plane: all but its last row lend the next row's bytes.
+    const int32_t last_y = s.y + (n - 1) * s.dy;
+    if ((std::max(s.y, last_y) >> 16) + 2 >= s.rows)
+        return affine_span_loop<C>(s, out, n);
+    const V step = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
+    const V dx = _mm256_mullo_epi32(step, _mm256_set1_epi32(s.dx)),
+            dy = _mm256_mullo_epi32(step, _mm256_set1_epi32(s.dy));
+    const V pitch = _mm256_set1_epi32(static_cast<int>(s.pitch)), mask = _mm256_set1_epi32(255),
+            one = _mm256_set1_epi32(256);
+    const V half = _mm256_set1_epi32(1 << 14);
+    int i = 0;
+    for (; i + 8 <= n; i += 8) {
+        const V x = _mm256_add_epi32(_mm256_set1_epi32(s.x + i * s.dx), dx);
+        const V y = _mm256_add_epi32(_mm256_set1_epi32(s.y + i * s.dy), dy);
+        const V column = _mm256_mullo_epi32(_mm256_srai_epi32(x, 16), _mm256_set1_epi32(C));
+        const V at = _mm256_add_epi32(_mm256_mullo_epi32(_mm256_srai_epi32(y, 16), pitch), column);
+        const V fx = _mm256_and_si256(_mm256_srli_epi32(x, 8), mask),
+                fy = _mm256_and_si256(_mm256_srli_epi32(y, 8), mask);
+        alignas(32) int32_t offset[8], across[8], down[8];
+        const auto pair = [&](V f) { return _mm256_or_si256(_mm256_sub_epi32(one, f), _mm256_slli_epi32(f, 16)); };
+        store(offset, at);
+        store(across, pair(fx));
+        store(down, pair(fy));
+        const auto two = [&](int k) {
+            const uint8_t *p0 = s.data + offset[k], *p1 = s.data + offset[k + 1];
+            const V top = load_words(p0, p1), bottom = load_words(p0 + s.pitch, p1 + s.pitch);
+            const V w = join(_mm_set1_epi32(down[k]), _mm_set1_epi32(down[k + 1])); // words: 256 - fy, fy, ...
+            const V w_top = _mm256_and_si256(w, _mm256_set1_epi32(0xFFFF)), w_bottom = _mm256_srli_epi32(w, 16);
+            const V weigh_top = _mm256_or_si256(w_top, _mm256_slli_epi32(w_top, 16));
+            const V weigh_bottom = _mm256_or_si256(w_bottom, _mm256_slli_epi32(w_bottom, 16));
+            const V sum =
+                _mm256_add_epi16(_mm256_mullo_epi16(top, weigh_top), _mm256_mullo_epi16(bottom, weigh_bottom));
+            const V pairs = _mm256_shuffle_epi8(_mm256_srli_epi16(sum, 1), pair_channels<C>().full());
+            const V wx = join(_mm_set1_epi32(across[k]), _mm_set1_epi32(across[k + 1]));
+            return _mm256_srai_epi32(_mm256_add_epi32(_mm256_madd_epi16(pairs, wx), half), 15);
+        };
+        store_columns<C>(out + i * C, two(0), two(2));
+        store_columns<C>(out + (i + 4) * C, two(4), two(6));
+    }
+    for (; i < n; ++i)
+        affine_pixel<C>(s, s.x + i * s.dx, s.y + i * s.dy, out + i * C);
+}
+
+// --------------------------------------------------------------------------------------------- orientation
+
+template <int N>
+void mirror_even(const uint8_t* row, uint8_t* out, int cols) {
+    constexpr int block = 32 / N;
+    if (cols < block)
+        return mirror_loop<N>(row, out, cols);
+    constexpr Shuffle kBytes = {{15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0}};
+    constexpr Shuffle kWords = {{14, 15, 12, 13, 10, 11, 8, 9, 6, 7, 4, 5, 2, 3, 0, 1}};
+    constexpr Shuffle kQuads = {{12, 13, 14, 15, 8, 9, 10, 11, 4, 5, 6, 7, 0, 1, 2, 3}};
+    const V order = (N == 1 ? kBytes : N == 2 ? kWords : kQuads).full();
+    for (int x = 0;; x = x + 2 * block <= cols ? x + block : cols - block) {
+        const V v = load(row + (cols - block - x) * N);
+        store(out + x * N, _mm256_permute4x64_epi64(_mm256_shuffle_epi8(v, order), 0x4E));
+        if (x + block >= cols)
+            return;
+    }
+}
+
+void mirror3(const uint8_t* row, uint8_t* out, int cols) {
+    // Five pixels at a time: byte 0 of a load belongs to the pixel before them, byte 15 of a store is written over.
+    constexpr Shuffle kOrder = {{13, 14, 15, 10, 11, 12, 7, 8, 9, 4, 5, 6, 1, 2, 3, -1}};
+    int x = 0;
+    for (; x + 6 <= cols; x += 5)
+        store16(out + 3 * x, _mm_shuffle_epi8(load16(row + 3 * (cols - x - 5) - 1), kOrder.half()));
+    for (; x < cols; ++x)
+        std::memcpy(out + 3 * x, row + 3 * (cols - 1 - x), 3);
+}
+
+void transpose_1(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_t dst_pitch, int cols) {
+    int x = 0;
+    for (; x + 16 <= cols; x += 16) {
+        H a[16], b[16];
+        for (int i = 0; i < 16; ++i)
+            a[i] = load16(src + i * src_pitch + x);
+        // Four rounds of interleaving rows i and i + 8 turn 16 rows into 16 columns.
+        for (int round = 0; round < 4; ++round) {
+            for (int i = 0; i < 8; ++i) {
+                b[2 * i] = _mm_unpacklo_epi8(a[i], a[i + 8]);
+                b[2 * i + 1] = _mm_unpackhi_epi8(a[i], a[i + 8]);
+            }
+            std::memcpy(a, b, sizeof a);
+        }
+        for (int i = 0; i < 16; ++i)
+            store16(dst + (x + i) * dst_pitch, a[i]);
+    }
+    transpose16_loop<1>(src + x, src_pitch, dst + x * dst_pitch, dst_pitch, cols - x);
+}
+
+void transpose_2(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_t dst_pitch, int cols) {
+    int x = 0;
+    for (; x + 8 <= cols; x += 8)
+        for (int y = 0; y < 16; y += 8) {
+            H a[8], b[8];
+            for (int i = 0; i < 8; ++i)
+                a[i] = load16(src + (y + i) * src_pitch + 2 * x);
+            for (int round = 0; round < 3; ++round) {
+                for (int i = 0; i < 4; ++i) {
+                    b[2 * i] = _mm_unpacklo_epi16(a[i], a[i + 4]);
+                    b[2 * i + 1] = _mm_unpackhi_epi16(a[i], a[i + 4]);
+                }
+                std::memcpy(a, b, sizeof a);
+            }
+            for (int i = 0; i < 8; ++i)
+                store16(dst + (x + i) * dst_pitch + 2 * y, a[i]);
+        }
+    transpose16_loop<2>(src + 2 * x, src_pitch, dst + x * dst_pitch, dst_pitch, cols - x);
+}
+
+void transpose_four(H* a) { // 4 x 4 quads
+    const H p0 = _mm_unpacklo_epi32(a[0], a[1]), p1 = _mm_unpackhi_epi32(a[0], a[1]);
+    const H p2 = _mm_unpacklo_epi32(a[2], a[3]), p3 = _mm_unpackhi_epi32(a[2], a[3]);
+    a[0] = _mm_unpacklo_epi64(p0, p2), a[1] = _mm_unpackhi_epi64(p0, p2);
+    a[2] = _mm_unpacklo_epi64(p1, p3), a[3] = _mm_unpackhi_epi64(p1, p3);
+}
+
+void transpose_4(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_t dst_pitch, int cols) {
+    int x = 0;
+    for (; x + 4 <= cols; x += 4) {
+        H a[4][4];
+        for (int g = 0; g < 4; ++g) {
+            for (int i = 0; i < 4; ++i)
+                a[g][i] = load16(src + (4 * g + i) * src_pitch + 4 * x);
+            transpose_four(a[g]);
+        }
+        for (int i = 0; i < 4; ++i)
+            for (int g = 0; g < 4; ++g)
+                store16(dst + (x + i) * dst_pitch + 16 * g, a[g][i]);
+    }
+    transpose16_loop<4>(src + 4 * x, src_pitch, dst + x * dst_pitch, dst_pitch, cols - x);
+}
+
+void transpose_3(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_t dst_pitch, int cols) {
+    constexpr Shuffle kSpread = {{0, 1, 2, -1, 3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11, -1}};
+    constexpr Shuffle kPack = {{0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1}};
+    int x = 0;
+    for (; 3 * x + 16 <= 3 * cols; x += 4) {
+        H a[4][4];
+        for (int g = 0; g < 4; ++g) {
+            for (int i = 0; i < 4; ++i)
+                a[g][i] = _mm_shuffle_epi8(load16(src + (4 * g + i) * src_pitch + 3 * x), kSpread.half());
+            transpose_four(a[g]);
+        }
+        for (int i = 0; i < 4; ++i) {
+            H p[4];
+            for (int g = 0; g < 4; ++g)
+                p[g] = _mm_shuffle_epi8(a[g][i], kPack.half());
+            uint8_t* out = dst + (x + i) * dst_pitch;
+            store16(out, _mm_or_si128(p[0], _mm_slli_si128(p[1], 12)));
+            store16(out + 16, _mm_or_si128(_mm_srli_si128(p[1], 4), _mm_slli_si128(p[2], 8)));
+            store16(out + 32, _mm_or_si128(_mm_srli_si128(p[2], 8), _mm_slli_si128(p[3], 4)));
+        }
+    }
+    transpose16_loop<3>(src + 3 * x, src_pitch, dst + x * dst_pitch, dst_pitch, cols - x);
+}
+
+// --------------------------------------------------------------------------------------------------- table
+
+template <int Chroma>
+void use_yuv_to_rgb(Kernels& k) {
+    k.yuv_to_rgb[Chroma][kRGB] = yuv_to_rgb<Chroma, kRGB>;
+    k.yuv_to_rgb[Chroma][kBGR] = yuv_to_rgb<Chroma, kBGR>;
+    k.yuv_to_rgb[Chroma][kRGBA] = yuv_to_rgb<Chroma, kRGBA>;
+    k.yuv_to_rgb[Chroma][kBGRA] = yuv_to_rgb<Chroma, kBGRA>;
+}
+
+template <int Chroma, int Kind>
+void use_rgb_to_yuv(Kernels& k) {
+    k.rgb_to_yuv420[Chroma][Kind] = rgb_to_yuv420<Chroma, Kind>;
+    k.rgb_to_yuv422[Chroma][Kind] = rgb_to_yuv422<Chroma, Kind>;
+}
+
+template <int Kind>
+void use_rgb(Kernels& k) {
+    use_rgb_to_yuv<kPlanar, Kind>(k);
+    use_rgb_to_yuv<kPairsUV, Kind>(k);
+    use_rgb_to_yuv<kPairsVU, Kind>(k);
+    k.rgb_to_gray[Kind] = rgb_to_gray<Kind>;
+}
+
+Kernels make_table() {
+    Kernels k = loop_kernels("avx2");
+    use_yuv_to_rgb<kPlanar>(k);
+    use_yuv_to_rgb<kPairsUV>(k);
+    use_yuv_to_rgb<kPairsVU>(k);
+    use_yuv_to_rgb<kPackedYUYV>(k);
+    use_yuv_to_rgb<kPackedUYVY>(k);
+    use_rgb<kRGB>(k);
+    use_rgb<kBGR>(k);
+    use_rgb<kRGBA>(k);
+    use_rgb<kBGRA>(k);
+    k.gray_to_rgb[0] = gray_to_rgb<3>;
+    k.gray_to_rgb[1] = gray_to_rgb<4>;
+    k.gray16_to_8 = gray16_to_8;
+    k.widen = widen;
+    k.narrow = narrow;
+    k.blend8 = blend8;
+    k.blend8_to_8 = blend8_to_8;
+    k.blend16_to_8 = blend16_to_8;
+    k.box_rows = box_rows;
+    k.fir_to_8[0] = fir1;
+    k.fir_to_8[1] = fir2;
+    k.fir_to_8[2] = fir_wide<3>;
+    k.fir_to_8[3] = fir_wide<4>;
+    k.fir_to_16[0] = fir1_to_16;
+    k.fir_to_16[1] = fir2_to_16;
+    k.fir_to_16[2] = fir_wide_to_16<3>;
+    k.fir_to_16[3] = fir_wide_to_16<4>;
+    k.bilinear_at[0] = bilinear1;
+    k.bilinear_at[1] = bilinear2;
+    k.bilinear_at[2] = bilinear_wide<3>;
+    k.bilinear_at[3] = bilinear_wide<4>;
+    k.affine_span[2] = affine_wide<3>;
+    k.affine_span[3] = affine_wide<4>;
+    k.mirror[0] = mirror_even<1>;
+    k.mirror[1] = mirror_even<2>;
+    k.mirror[2] = mirror3;
+    k.mirror[3] = mirror_even<4>;
+    k.transpose16[0] = transpose_1;
+    k.transpose16[1] = transpose_2;
+    k.transpose16[2] = transpose_3;
+    k.transpose16[3] = transpose_4;
+    return k;
+}
+
+} // namespace
+
 const Kernels& avx2_kernels() {
-    static const Kernels table = loop_kernels("avx2");
+    static const Kernels table = make_table();
     return table;
 }
 

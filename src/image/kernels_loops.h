@@ -3,8 +3,10 @@
 // define the results: a SIMD build may replace a loop but not change a byte of what it writes.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <utility>
 
 #include "image/kernels.h"
 

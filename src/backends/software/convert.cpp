@@ -107,6 +107,8 @@ int Runner::band_rows(const ImageView& dst) const {
 // A transposition takes bands of rows of its source to strips of columns of the result.
 bool Runner::run_turned(const ImageView& dst) {
     const int at = plan_.transpose_at;
+    if (plan_.count == 1) // nothing between: the transposition does its own tiling
+        return transpose_image(plan_.flip_source ? flip_rows(src_) : src_, dst);
     for (int x = 0, columns = 0; x < dst.width; x += columns) {
         columns = band_length(kStripColumns, dst.width - x);
         const int first = plan_.flip_source ? dst.width - x - columns : x;

@@ -154,7 +154,7 @@ bool PlaneScaler::build_fir(Scratch& scratch) {
     int16_t* weight = scratch.take<int16_t>(static_cast<size_t>(x_.dst_count) * taps);
     if (!start || !weight)
         return false;
-    fir_ = {start, weight, taps, x_.dst_count};
+    fir_ = {start, weight, taps, x_.dst_count, x_.src_count * channels_};
     for (int i = 0; i < x_.dst_count; ++i, weight += taps) {
         if (x_.filter == Filter::bilinear) {
             Tap t = bilinear_tap(x_, i);

@@ -437,15 +437,20 @@ void mirror_image(const ImageView& src, const ImageView& dst) {
 
 namespace {
 
+// Tiles of columns first: the rows written to are few, and each is written in one run before the next tile.
 void transpose_plane(const PlaneView& s, const PlaneView& d) {
+    constexpr int kTile = 64;
     const int step = d.step;
     const auto rows16 = kernels().transpose16[step - 1];
-    int y = 0;
-    for (; y + 16 <= s.rows; y += 16)
-        rows16(s.row(y), s.pitch, d.data + static_cast<ptrdiff_t>(y) * step, d.pitch, s.cols);
-    for (; y < s.rows; ++y)
-        for (int x = 0; x < s.cols; ++x)
-            std::memcpy(d.at(y, x), s.at(x, y), step);
+    for (int x = 0; x < s.cols; x += kTile) {
+        const int cols = std::min(kTile, s.cols - x);
+        int y = 0;
+        for (; y + 16 <= s.rows; y += 16)
+            rows16(s.at(x, y), s.pitch, d.at(y, x), d.pitch, cols);
+        for (; y < s.rows; ++y)
+            for (int i = x; i < x + cols; ++i)
+                std::memcpy(d.at(y, i), s.at(i, y), step);
+    }
 }
 
 // 4:2:2 chroma turned: averaged in pairs of rows, which become columns, and doubled across, which becomes down.

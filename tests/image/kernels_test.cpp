@@ -1,0 +1,179 @@
+// SPDX-License-Identifier: MIT
+// Every SIMD kernel writes the bytes of its plain twin, at any width and alignment, and none beyond.
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <random>
+#include <vector>
+
+#include "image/kernels.h"
+#include "support/fence_buffer.h"
+
+namespace tavi::test {
+namespace {
+
+constexpr int kWidths[] = {1, 2, 3, 5, 8, 14, 15, 16, 17, 18, 30, 31, 32, 33, 34, 47, 62, 64, 66, 97, 130};
+
+class KernelsTest : public testing::Test {
+protected:
+    void SetUp() override {
+        if (!simd_kernels())
+            GTEST_SKIP() << "this machine has no SIMD build";
+    }
+
+    /// Noise at the end of fenced memory, so that one byte too many faults.
+    const uint8_t* noise(size_t bytes, size_t misalign = 0, uint16_t most = 255) {
+        buffers_.push_back(std::make_unique<FenceBuffer>(bytes, misalign));
+        uint8_t* p = buffers_.back()->data();
+        for (size_t i = 0; i < bytes; ++i)
+            p[i] = static_cast<uint8_t>(random_());
+        if (most > 255) // words of the scaler's rows
+            for (size_t i = 0; i + 1 < bytes; i += 2) {
+                const uint16_t v = static_cast<uint16_t>(random_() % (most + 1u));
+                memcpy(p + i, &v, 2);
+            }
+        return p;
+    }
+
+    const uint16_t* words(size_t count, size_t slack = 0) {
+        return reinterpret_cast<const uint16_t*>(noise((count + slack) * 2, 0, 16320));
+    }
+
+    /// Runs a kernel of both builds into fenced outputs and compares them.
+    template <class Body>
+    void same(size_t out_bytes, size_t misalign, Body body) {
+        FenceBuffer simd(out_bytes, misalign), plain(out_bytes, misalign);
+        body(*simd_kernels(), simd.data());
+        body(plain_kernels(), plain.data());
+        ASSERT_TRUE(simd.intact() && plain.intact());
+        ASSERT_EQ(0, memcmp(simd.data(), plain.data(), out_bytes));
+    }
+
+    std::mt19937 random_{42};
+    std::vector<std::unique_ptr<FenceBuffer>> buffers_;
+};
+
+TEST_F(KernelsTest, Colour) {
+    for (int w : kWidths)
+        for (size_t off : {0, 1, 7}) {
+            const int even = (w + 1) & ~1;
+            const uint8_t *y = noise(even, off), *u = noise(even / 2, off), *v = noise(even / 2, off);
+            const uint8_t *pairs = noise(even, off), *packed = noise(2 * even, off);
+            for (int chroma = 0; chroma < kChromaKinds; ++chroma)
+                for (int rgb = 0; rgb < kRgbKinds; ++rgb)
+                    same(even * (rgb < kRGBA ? 3 : 4), off, [&](const Kernels& k, uint8_t* out) {
+                        k.yuv_to_rgb[chroma][rgb](chroma >= kPackedYUYV ? packed : y, chroma == kPlanar ? u : pairs,
+                                                  v, out, even);
+                    });
+            const uint8_t *a = noise(4 * even, off), *b = noise(4 * even, off);
+            for (int rgb = 0; rgb < kRgbKinds; ++rgb) {
+                const int n = rgb < kRGBA ? 3 : 4; // the rows end at the fence whatever the pixel size
+                const uint8_t *p = a + (4 - n) * even, *q = b + (4 - n) * even, *gray = a + (4 - n) * w;
+                for (int chroma = 0; chroma < 3; ++chroma) {
+                    same(3 * even, off, [&](const Kernels& k, uint8_t* out) {
+                        uint8_t* uv = out + 2 * even;
+                        k.rgb_to_yuv420[chroma][rgb](p, q, out, out + even, uv, uv + even / 2, even);
+                    });
+                    same(2 * even, off, [&](const Kernels& k, uint8_t* out) {
+                        k.rgb_to_yuv422[chroma][rgb](p, out, out + even, out + even + even / 2, even);
+                    });
+                }
+                same(w, off, [&](const Kernels& k, uint8_t* out) { k.rgb_to_gray[rgb](gray, out, w); });
+            }
+            const uint8_t *gray = noise(w, off), *gray16 = noise(2 * w, off);
+            for (int n : {3, 4})
+                same(n * w, off, [&](const Kernels& k, uint8_t* out) { k.gray_to_rgb[n - 3](gray, out, w); });
+            same(w, off, [&](const Kernels& k, uint8_t* out) { k.gray16_to_8(gray16, out, w); });
+        }
+}
+
+TEST_F(KernelsTest, VerticalScaling) {
+    for (int n : kWidths)
+        for (int weight : {0, 1, 12345, 32767}) {
+            const uint8_t *a = noise(n), *b = noise(n);
+            const uint16_t *wa = words(n), *wb = words(n);
+            same(2 * n, 0, [&](const Kernels& k, uint8_t* o) { k.widen(a, reinterpret_cast<uint16_t*>(o), n); });
+            same(n, 0, [&](const Kernels& k, uint8_t* o) { k.narrow(wa, o, n); });
+            same(2 * n, 0,
+                 [&](const Kernels& k, uint8_t* o) { k.blend8(a, b, weight, reinterpret_cast<uint16_t*>(o), n); });
+            same(n, 0, [&](const Kernels& k, uint8_t* o) { k.blend8_to_8(a, b, weight, o, n); });
+            same(n, 0, [&](const Kernels& k, uint8_t* o) { k.blend16_to_8(wa, wb, weight, o, n); });
+        }
+    for (int n : {5, 32, 75, 200})
+        for (int count : {1, 2, 3, 7, 100, 300}) {
+            BoxRows rows = {noise(static_cast<size_t>(n) * count), n, count, 9000, 7000, 20000, 0, 0.25};
+            while (count > 2 && rows.inner_shift < 8 && ((count - 2) * 255) << (rows.inner_shift + 1) <= 65535)
+                ++rows.inner_shift;
+            same(2 * n, 0,
+                 [&](const Kernels& k, uint8_t* o) { k.box_rows(rows, reinterpret_cast<uint16_t*>(o), n); });
+        }
+}
+
+TEST_F(KernelsTest, HorizontalScaling) {
+    for (int channels = 1; channels <= 4; ++channels)
+        for (int cols : kWidths)
+            for (int taps : {2, 4, 6, 10, 16}) {
+                const int count = 2 + cols * taps / 2; // source columns
+                std::vector<int32_t> start(cols);
+                std::vector<int16_t> weight(static_cast<size_t>(cols) * taps);
+                for (int i = 0; i < cols; ++i) {
+                    start[i] = static_cast<int>(int64_t{count - 2} * i / cols) * channels;
+                    int left = 16384;
+                    for (int k = 0; k < taps; ++k) {
+                        const int w = k == taps - 1 ? left : static_cast<int>(random_() % (left + 1));
+                        weight[static_cast<size_t>(i) * taps + k] = static_cast<int16_t>(w);
+                        left -= w;
+                    }
+                }
+                const FirTable t = {start.data(), weight.data(), taps, cols, count * channels};
+                const uint16_t* row = words(static_cast<size_t>(count + 16) * channels, 32);
+                const size_t out = static_cast<size_t>(cols) * channels;
+                same(out, 0, [&](const Kernels& k, uint8_t* o) { k.fir_to_8[channels - 1](row, t, o); });
+                same(2 * out, 0, [&](const Kernels& k, uint8_t* o) {
+                    k.fir_to_16[channels - 1](row, t, reinterpret_cast<uint16_t*>(o));
+                });
+                if (taps != 2)
+                    continue;
+                const uint8_t *a = noise(count * channels), *b = noise(count * channels);
+                for (int down : {0, 20000})
+                    same(out, 0,
+                         [&](const Kernels& k, uint8_t* o) { k.bilinear_at[channels - 1](a, b, down, t, o); });
+            }
+}
+
+TEST_F(KernelsTest, AffineSpans) {
+    constexpr int kCols = 40, kRows = 30;
+    for (int channels = 1; channels <= 4; ++channels)
+        for (int i = 0; i < 400; ++i) {
+            const int n = 1 + static_cast<int>(random_() % 64);
+            const auto inside = [&](int count) { return static_cast<int32_t>(random_() % ((count - 1) * 65536u)); };
+            const int32_t x0 = inside(kCols), x1 = inside(kCols), y0 = inside(kRows), y1 = inside(kRows);
+            const AffineSpan s = {noise(kCols * kRows * channels),
+                                  kCols * channels,
+                                  kCols,
+                                  kRows,
+                                  x0,
+                                  y0,
+                                  (x1 - x0) / n,
+                                  (y1 - y0) / n};
+            same(static_cast<size_t>(n) * channels, 0,
+                 [&](const Kernels& k, uint8_t* o) { k.affine_span[channels - 1](s, o, n); });
+            buffers_.clear();
+        }
+}
+
+TEST_F(KernelsTest, Orientation) {
+    for (int step = 1; step <= 4; ++step)
+        for (int cols : kWidths) {
+            const uint8_t* row = noise(static_cast<size_t>(step) * cols);
+            same(static_cast<size_t>(step) * cols, 0,
+                 [&](const Kernels& k, uint8_t* o) { k.mirror[step - 1](row, o, cols); });
+            const uint8_t* rows = noise(static_cast<size_t>(step) * cols * 16);
+            same(static_cast<size_t>(step) * cols * 16, 0, [&](const Kernels& k, uint8_t* o) {
+                k.transpose16[step - 1](rows, static_cast<ptrdiff_t>(step) * cols, o, 16 * step, cols);
+            });
+        }
+}
+
+} // namespace
+} // namespace tavi::test
