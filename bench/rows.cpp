@@ -148,12 +148,13 @@ Picture::Picture(int format, int width, int height) {
     image.pixel_format = static_cast<tavi_pixel_format>(format);
     image.width = width;
     image.height = height;
-    pixels.resize(tavi_image_get_size(&image));
+    image.size = static_cast<uint32_t>(tavi_image_get_size(&image));
+    pixels.resize(image.size + 4096); // swscale runs over the end of exact buffers
     // Slopes with some texture: what a photograph costs, without one.
     for (size_t i = 0; i < pixels.size(); ++i)
         pixels[i] = static_cast<uint8_t>(16 + (i * 7 / 64 + (i >> 9) * 3 + (i * 2654435761u >> 29)) % 220);
-    image.data = pixels.data();
-    image.size = static_cast<uint32_t>(pixels.size());
+    image.data = reinterpret_cast<uint8_t*>((reinterpret_cast<uintptr_t>(pixels.data()) + 63) &
+                                            ~uintptr_t{63}); // and wants alignment
 }
 
 Shape shape_of(int i, int width, int height) {
@@ -204,8 +205,8 @@ Run ours(const Row& row) {
 
 Run by_copying(const Row& row) {
     // Each byte that must be read or written, moved once.
-    size_t read = row.src->pixels.size();
-    const size_t write = row.kind == Kind::draw ? 100 * 1000 : row.dst->pixels.size();
+    size_t read = row.src->image.size;
+    const size_t write = row.kind == Kind::draw ? 100 * 1000 : row.dst->image.size;
     if (row.kind == Kind::crop)
         read = read * (row.region.right - row.region.left + 1) * (row.region.bottom - row.region.top + 1) /
                (1920 * 1080);

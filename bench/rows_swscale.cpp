@@ -25,6 +25,8 @@ Run by_swscale(const Row& row) {
         return {};
     const tavi_image_t &s = row.src->image, &d = row.dst->image;
     const AVPixelFormat from = pixel_format(s.pixel_format), to = pixel_format(d.pixel_format);
+    if (s.width < 64) // writes whole vectors to rows, aligned or not
+        return {};
     if (from == AV_PIX_FMT_NONE || to == AV_PIX_FMT_NONE)
         return {};
     const int flags = row.kind == Kind::convert             ? SWS_POINT
