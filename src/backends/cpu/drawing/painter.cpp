@@ -1,0 +1,117 @@
+// SPDX-License-Identifier: MIT
+#include "backends/cpu/drawing/painter.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace tavi {
+namespace {
+
+/// Full-range luma and limited-range components of BT.601, each rounded from the exact value.
+struct Components {
+    int grey, y, u, v;
+};
+
+constexpr int divide_rounded(int numerator, int denominator) {
+    return (2 * numerator + (numerator < 0 ? -denominator : denominator)) / (2 * denominator);
+}
+
+Components components(tavi_color_t c) {
+    const int luma = 299 * c.r + 587 * c.g + 114 * c.b; // times 1000
+    return {divide_rounded(luma, 1000), 16 + divide_rounded(luma * 73, 85000),
+            128 + divide_rounded((c.b * 1000 - luma) * 56, 443 * 255),
+            128 + divide_rounded((c.r * 1000 - luma) * 112, 701 * 255)};
+}
+
+/// Columns of `step` bytes from a pattern that repeats one.
+inline void fill(uint8_t* to, size_t bytes, const uint8_t* pattern, size_t pattern_size) {
+    for (; bytes > pattern_size; bytes -= pattern_size, to += pattern_size)
+        std::memcpy(to, pattern, pattern_size);
+    std::memcpy(to, pattern, bytes);
+}
+
+} // namespace
+
+Painter::Painter(const ImageView& view, tavi_color_t color) : view_(view) {
+    const Format& f = *view.format;
+    const Components c = components(color);
+    uint8_t column[3][4] = {};
+    if (f.family == Family::gray) {
+        const auto deep = static_cast<uint16_t>(c.grey * 257); // both bytes are the 8-bit value
+        std::memcpy(column[0], &deep, 2);
+        paint_ = &Painter::paint_plane;
+    } else if (f.family == Family::rgb) {
+        const uint8_t rgba[4] = {f.swapped ? color.b : color.r, color.g, f.swapped ? color.r : color.b, 255};
+        std::memcpy(column[0], rgba, 4);
+        paint_ = &Painter::paint_plane;
+    } else {
+        const auto y = static_cast<uint8_t>(c.y);
+        const auto u = static_cast<uint8_t>(c.u);
+        const auto v = static_cast<uint8_t>(c.v);
+        paint_ = f.planes == 1 ? &Painter::paint_packed : &Painter::paint_subsampled;
+        column[0][0] = y;
+        column[1][0] = f.planes == 2 && f.swapped ? v : u;
+        column[1][1] = f.planes == 2 && f.swapped ? u : v;
+        column[2][0] = v;
+        if (f.planes == 1) { // two pixels at a time
+            const bool chroma_first = view.id() == TAVI_PIXEL_FORMAT_YUV422_UYVY;
+            const uint8_t pair[4] = {chroma_first ? u : y, chroma_first ? y : u, chroma_first ? v : y,
+                                     chroma_first ? y : v};
+            std::memcpy(column[0], pair, 4);
+        }
+    }
+    for (int i = 0; i < f.planes; ++i) {
+        const int step = paint_ == &Painter::paint_packed ? 4 : view.plane[i].step;
+        for (int b = 0; b < kPattern; ++b)
+            pattern_[i][b] = column[i][b % step];
+    }
+}
+
+void Painter::span(int y, double x0, double x1) {
+    const double width = view_.width;
+    if (x0 < width && x1 > 0)
+        span(y, x0 > 0 ? static_cast<int>(x0) : 0, x1 < width ? static_cast<int>(x1) : view_.width);
+}
+
+void Painter::paint_plane(int y, int x0, int x1) {
+    const PlaneView& p = view_.plane[0];
+    fill(p.at(x0, y), static_cast<size_t>(x1 - x0) * p.step, pattern_[0], kPattern);
+}
+
+void Painter::paint_subsampled(int y, int x0, int x1) {
+    paint_plane(y, x0, x1);
+    // The last column or row of an odd size has its neighbour's chroma.
+    const PlaneView& chroma = view_.plane[1];
+    const int row = std::min(y >> view_.format->plane[1].yshift, chroma.rows - 1);
+    const int first = std::min(x0 >> 1, chroma.cols - 1);
+    const int end = std::min((x1 + 1) >> 1, chroma.cols);
+    if (row == chroma_row_ && first == chroma_first_ && end == chroma_end_)
+        return;
+    chroma_row_ = row;
+    chroma_first_ = first;
+    chroma_end_ = end;
+    for (int i = 1; i < view_.format->planes; ++i) {
+        const PlaneView& p = view_.plane[i];
+        fill(p.at(first, row), static_cast<size_t>(end - first) * p.step, pattern_[i], kPattern);
+    }
+}
+
+void Painter::paint_packed(int y, int x0, int x1) {
+    uint8_t* const row = view_.plane[0].row(y);
+    const uint8_t* const pair = pattern_[0];
+    const int luma = view_.id() == TAVI_PIXEL_FORMAT_YUV422_UYVY ? 1 : 0;
+    const auto half = [&](int x) { // one pixel, and the chroma that it shares
+        row[2 * x + luma] = pair[luma];
+        uint8_t* const chroma = row + 4 * std::min(x >> 1, (view_.width >> 1) - 1) + 1 - luma;
+        chroma[0] = pair[1 - luma];
+        chroma[2] = pair[3 - luma];
+    };
+    if (x0 & 1)
+        half(x0++);
+    if (x0 < x1 && (x1 & 1))
+        half(--x1);
+    if (x0 < x1)
+        fill(row + 2 * x0, static_cast<size_t>(x1 - x0) * 2, pair, kPattern);
+}
+
+} // namespace tavi
