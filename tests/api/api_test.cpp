@@ -1,0 +1,107 @@
+// SPDX-License-Identifier: MIT
+// What the library shows to others, and which room of it knows which.
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <memory>
+#include <regex>
+#include <set>
+#include <sstream>
+#include <string>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+TEST(Api, ExportsTheListedNamesAndNoOthers) {
+    std::istringstream listed(
+        "tavi_image_get_channels tavi_image_get_size tavi_image_create_mem tavi_image_create_mem2 "
+        "tavi_image_destroy_mem tavi_image_clone tavi_image_clone2 tavi_image_release tavi_mem_alloc_from_mlrt "
+        "tavi_mem_free_from_mlrt tavi_image_convert tavi_image_convert_keep_ration "
+        "tavi_image_convert_keep_ratio_by_method tavi_image_crop_and_resize_cpu tavi_image_convert_with_crop "
+        "tavi_image_rect_align tavi_image_rect_expand tavi_image_rect_keep_ratio tavi_image_roi_cpu "
+        "tavi_image_roi_with_align_cvt tavi_image_roi_with_align tavi_image_roi "
+        "tavi_image_roi_with_align_convert_prealloc tavi_image_draw_circle tavi_image_draw_line tavi_image_draw_rect "
+        "tavi_image_draw_quad tavi_image_draw_text tavi_image_read tavi_image_write tavi_image_write_raw "
+        "tavi_image_write_to_txt tavi_image_transpose tavi_get_affine_transform tavi_image_affine_transform "
+        "tavi_get_rotation_matrix tavi_image_rotation_transform tavi_image_warp_perspective tavi_image_hconcat "
+        "tavi_image_equalize_hist tavi_image_detect_occlusion tavi_image_border_fillblack "
+        "tavi_env_get_int tavi_mem_alloc tavi_mem_check_record_by_virt_addr tavi_mem_get_record_by_virt_addr "
+        "tavi_mem_free_by_virt_addr tavi_mem_get_stats tavi_mem_trim tavi_tensor_write_txt_uint8 "
+        "TaviLogger::GetInstance() TaviLogger::SetSink TaviLogger::Log");
+    std::set<std::string> expected{std::istream_iterator<std::string>(listed), {}};
+
+    std::set<std::string> exported;
+    const std::unique_ptr<FILE, int (*)(FILE*)> nm(
+        popen(TAVI_NM " -D -C --defined-only --format=posix '" TAVI_LIBRARY "'", "r"), pclose);
+    char line[512];
+    while (nm && fgets(line, sizeof(line), nm.get())) {
+        std::string name(line);
+        name = name.substr(0, name.find_first_of("( "));
+        exported.insert(name == "TaviLogger::GetInstance" ? name + "()" : name);
+    }
+    exported.erase("TaviLogger::TaviLogger"); // private, yet a member like the others
+    EXPECT_EQ(exported, expected);
+}
+
+// One room above another in this list may include it; rooms of one rank do not know each other.
+const std::map<std::string, int> kRanks = {{"os", 0}, {"image", 1}, {"services", 2}, {"backends", 3}, {"utils", 4}};
+
+std::string why_not(const std::string& file, const std::string& header) {
+    const std::string room = file.substr(0, file.find('/')), other = header.substr(0, header.find('/'));
+    const auto to = kRanks.find(other);
+    if (to == kRanks.end())
+        return header == "tavi_image.h" || header == "tavi_letterbox.h" ? "" : "not written from src/";
+    if (to->second > kRanks.at(room))
+        return "points upwards";
+    if (room == "backends" && other == "backends") {
+        const auto backend = [](const std::string& path) { return path.substr(0, path.find('/', 9)); };
+        // One scaler is enough: the CPU routines use the software backend's, below its contract.
+        const bool shares_pixels = backend(file) == "backends/cpu" && backend(header) == "backends/software" &&
+                                   header != "backends/software/tavi_image_libyuv.h";
+        return backend(file) == backend(header) || shares_pixels ? "" : "backends do not know each other";
+    }
+    if (room == "utils" && other == "image")
+        return header == "image/format.h" || header == "image/numbers.h" ? "" : "the module sees no views";
+    if (room == "utils" && other != "utils")
+        return std::regex_search(header, std::regex("/(tavi_[a-z_]+|log)\\.h$")) ? "" : "not a contract header";
+    return "";
+}
+
+TEST(Api, IncludesPointDownwards) {
+    const struct {
+        const char* header;
+        const char* room;
+    } kept_in[] = {{"libyuv", "backends/software/"},
+                   {"linux/videodev2.h", "backends/blit/"},
+                   {"turbojpeg.h", "backends/cpu/files/"},
+                   {"png.h", "backends/cpu/files/"}};
+    const std::regex include(R"re(^\s*#\s*include\s+(["<])([^">]+)[">])re");
+    const fs::path src = fs::path(TAVI_SOURCE_DIR) / "src";
+    int read = 0;
+    for (const auto& entry : fs::recursive_directory_iterator(src)) {
+        const std::string file = fs::relative(entry.path(), src).generic_string();
+        if (entry.path().extension() != ".h" && entry.path().extension() != ".cpp")
+            continue;
+        std::ifstream in(entry.path());
+        std::smatch m;
+        for (std::string line; std::getline(in, line);) {
+            if (!std::regex_search(line, m, include))
+                continue;
+            ++read;
+            const std::string header = m[2];
+            EXPECT_EQ(m[1] == "<" ? "" : why_not(file, header), "") << file << " includes " << header;
+            for (const auto& kept : kept_in)
+                EXPECT_FALSE(header.rfind(kept.header, 0) == 0 && file.rfind(kept.room, 0) != 0)
+                    << file << " includes " << header;
+        }
+    }
+    EXPECT_GT(read, 100);
+    EXPECT_EQ(why_not("os/mapping.cpp", "image/view.h"), "points upwards");
+    EXPECT_EQ(why_not("backends/blit/tavi_blit.cpp", "backends/software/scale.h"), "backends do not know each other");
+}
+
+} // namespace

@@ -1,0 +1,8 @@
+/* SPDX-License-Identifier: MIT */
+/* The public header before any other, as C99. */
+#include "tavi_image.h"
+
+#include "tavi_letterbox.h"
+
+tavi_pixel_format last_format(void);
+tavi_pixel_format last_format(void) { return TAVI_PIXEL_FORMAT_GRAY16; }
