@@ -9,6 +9,9 @@
 #include "backends/software/scale.h"
 #include "backends/software/steps.h"
 
+#define TAVI_LOG_TAG "tavi-libyuv"
+#include "services/log.h"
+
 namespace tavi {
 namespace {
 
@@ -175,6 +178,8 @@ int convert_region(const ImageView& src, const Box& box, const ImageView& dst, i
     }
     const ImageView view = crop(src, part);
     const Plan plan = make_plan({src.id(), view.width, view.height, inner, dst.id(), dst.width, dst.height, mode});
+    LOG_DEBUG("%s %dx%d -> %s %dx%d mode=%d by software: %s", src.format->name.data(), inner.width, inner.height,
+              dst.format->name.data(), dst.width, dst.height, mode, describe(plan, src.id()).c_str());
     Runner runner(plan, view, inner, method);
     return runner.run(plan.flip_result ? flip_rows(dst) : dst) ? TAVI_RET_SUCCESS : TAVI_RET_FAIL;
 }
