@@ -1,0 +1,164 @@
+// SPDX-License-Identifier: MIT
+// The command as people use it: the real program, its output, its exit code.
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <string>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "tavi_image.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+class Tool : public testing::Test {
+protected:
+    void SetUp() override {
+        folder_ = fs::path(testing::TempDir()) / ("tavi_tool_" + std::to_string(getpid()));
+        fs::create_directories(folder_);
+        fs::current_path(folder_);
+        fs::copy_file(TAVI_ASSETS "/coffee.png", "photo.png"); // 600 x 400
+    }
+    void TearDown() override {
+        fs::current_path("/");
+        fs::remove_all(folder_);
+    }
+
+    // Runs a shell line in which "@" stands for the program.
+    int run(std::string line) {
+        line = std::regex_replace(line, std::regex("@"), TAVI_TOOL);
+        const int status = std::system(("(" + line + ") >out 2>err").c_str());
+        out = read("out"), err = read("err");
+        return WEXITSTATUS(status);
+    }
+
+    static std::string read(const char* path) {
+        std::ifstream in(path, std::ios::binary);
+        return {std::istreambuf_iterator<char>(in), {}};
+    }
+
+    std::string out, err;
+
+private:
+    fs::path folder_;
+};
+
+TEST_F(Tool, ExitCodesAndWordsOfRefusals) {
+    const struct {
+        const char* line;
+        int code;
+        const char* words;
+    } rows[] = {
+        {"@", 2, "A subcommand is required"},
+        {"@ frobnicate", 2, "there is no command frobnicate"},
+        {"@ convert photo.png", 2, "OUT is required"},
+        {"@ convert photo.png a.png --size 0x3", 2, "--size: \"0x3\""},
+        {"@ convert photo.png a.png --format rgb565", 2, "one of gray8 rgb bgr rgba bgra yu12"},
+        {"@ convert photo.png a.png --crop 1,2,3", 2, "--crop: \"1,2,3\""},
+        {"@ convert photo.png a.png --fit-ratio -1", 2, "above 0"},
+        {"@ convert photo.png a.png --log-level 9", 2, "--log-level"},
+        {"@ convert photo.png a.png --raw-format nv12", 2, "--raw-size"},
+        {"@ convert frame.nv12 a.png", 2, "give --raw-format and --raw-size"},
+        {"@ convert none.png a.png", 3, "cannot read none.png: No such file or directory"},
+        {"echo junk | @ convert - a.png", 3, "cannot read standard input: its first bytes"},
+        {"@ convert --raw-format nv12 --raw-size 64x64 photo.png a.png", 3, "a frame of nv12 64x64 has 6144"},
+        {"head -c 6143 photo.png | @ convert --raw-format nv12 --raw-size 64x64 - a.png", 3, "only 6143 bytes"},
+        {"@ convert photo.png a.tiff", 4, "allowed are .jpg"},
+        {"@ convert photo.png nowhere/a.png", 4, "cannot write nowhere/a.png: No such file or directory"},
+        {"@ convert photo.png - --type raw >/dev/full", 4, "No space left on device"},
+        {"@ convert photo.png - >/dev/full", 4, "No space left on device"},
+        {"@ convert photo.png a.png --crop 0,0,600,9", 1, "the region 0,0,600,9 is empty or not inside"},
+        {"@ roi photo.png a.png --rect 0,0,9,400", 1, "out of image (600x400)"},
+        {"@ affine photo.png a.png --from 1,1,1,1,1,1 --to 0,0,5,0,0,5", 1, "do not determine a map"},
+        {"@ affine photo.png a.png --from 1,1,2,2 --to 0,0", 2, "--from has 4 numbers"},
+        {"echo '[{\"rect\":[1,2]}]' | @ draw photo.png a.png --json", 2, "item 1 of the JSON list"},
+        {"echo '[{' | @ draw photo.png a.png --json", 2, "standard input: "},
+        {"@ draw photo.png a.png --text 1,2", 2, "X,Y,SIZE,WORDS"},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(run(row.line), row.code) << row.line;
+        EXPECT_NE(err.find(row.words), std::string::npos) << row.line << "\n" << err;
+        EXPECT_TRUE(std::regex_match(err, std::regex("tavi-image: [^\n]*\n"))) << row.line << "\n" << err;
+        EXPECT_FALSE(fs::exists("a.png") || fs::exists("a.tiff")) << row.line;
+    }
+}
+
+TEST_F(Tool, WritesWhatItSays) {
+    const struct {
+        const char* line;
+        const char* result; // what info tells of it
+    } rows[] = {
+        {"@ convert photo.png a.png --size 320x240", "type    PNG\nsize    320x240\nformat  rgb "},
+        {"@ convert photo.png a.jpg --transform rotate-90", "type    JPEG\nsize    400x600\nformat  rgb "},
+        {"@ convert photo.png a.pgm --format gray8 --filter box --size 60x40 --transform transpose",
+         "type    PNM\nsize    60x40\nformat  gray8 "},
+        {"@ convert photo.png a.png --crop 100,80,219,239", "type    PNG\nsize    120x160\n"},
+        {"@ convert photo.png a.png --crop 100,100,199,199 --expand 0.1,0.2,0.1,0.3",
+         "type    PNG\nsize    120x150\n"},
+        {"@ convert photo.png a.png --crop 100,100,299,199 --fit-ratio 1 --filter nearest",
+         "type    PNG\nsize    199x199\n"},
+        {"@ convert photo.png b.nv12 --format nv12 --device && @ convert --raw-format nv12 --raw-size 600x400 b.nv12 "
+         "a.bmp",
+         "type    BMP\nsize    600x400\n"},
+        {"@ convert - - --type jpg <photo.png | @ convert - a.png --format rgba",
+         "type    PNG\nsize    600x400\nformat  rgba "},
+        {"@ transpose photo.png a.png", "type    PNG\nsize    400x600\n"},
+        {"@ affine photo.png a.png --size 112x96 --from 0,0,9,0,0,9 --to 0,0,9,0,0,9",
+         "type    PNG\nsize    112x96\n"},
+        {"@ letterbox photo.png a.png --size 300x300", "type    PNG\nsize    300x300\n"},
+        {"@ roi photo.png a.png --exact --rect 0,0,9,9 --rect 3,4,12,24 && mv a-2.png a.png",
+         "type    PNG\nsize    10x21\n"},
+        {"@ roi photo.png a.png --align 16 --rect 3,4,12,24 && mv a-1.png a.png", "type    PNG\nsize    16x32\n"},
+    };
+    for (const auto& row : rows) {
+        ASSERT_EQ(run(row.line), 0) << row.line << "\n" << err;
+        EXPECT_EQ(run("@ info a.*"), 0);
+        EXPECT_EQ(out.substr(0, strlen(row.result)), row.result) << row.line << "\n" << out;
+        run("rm -f a* b*");
+    }
+}
+
+TEST_F(Tool, TellsWhatItDid) {
+    ASSERT_EQ(run("@ letterbox photo.png a.png --size 300x300 --position top-left"), 0);
+    EXPECT_EQ(out, "scale 0.5 0.5 padding 0 0\n");
+    ASSERT_EQ(run("@ letterbox photo.png - --size 300x300 >b.png"), 0);
+    EXPECT_EQ(err, "scale 0.5 0.5 padding 0 50\n");
+    ASSERT_EQ(run("@ affine photo.png a.png --from 0,0,1,0,0,1 --to 5,6,7,6,5,8"), 0);
+    EXPECT_EQ(out, "matrix 2 0 5 0 2 6\n");
+    ASSERT_EQ(run("@ convert photo.png a.nv12 --format nv12 --size 300x200 --explain"), 0);
+    EXPECT_TRUE(out.empty());
+    for (const char* words :
+         {"explain: request     rgb 600x400 -> nv12 300x200\n", "tavi_image_convert: transform mode=0\n",
+          "by software: ", "tavi_image_convert: tavi_image_convert finish ret=0\n"})
+        EXPECT_NE(err.find(words), std::string::npos) << words << err;
+    ASSERT_EQ(run("@ formats --size 3x3 && @ --version && TAVI_USE_BLIT=maybe use_blit=0 @ probe"), 0);
+    EXPECT_NE(out.find("  7  nv12     -                       13  Y plane, U V plane\n"), std::string::npos) << out;
+    EXPECT_NE(out.find("tavi-image " TAVI_VERSION "\n"), std::string::npos);
+    EXPECT_NE(out.find("\"maybe\" in TAVI_USE_BLIT is malformed"), std::string::npos) << out;
+}
+
+TEST_F(Tool, DrawsInOrderFromArgumentsAndJson) {
+    ASSERT_EQ(
+        run("echo '[{\"circle\":[50,50,9],\"color\":\"#0000ff\",\"thickness\":-1}]' | @ draw photo.png a.ppm --json "
+            "--color ff0000 --thickness -1 --rect 10,10,90,90 --color 00ff00 --rect 20,20,80,80"),
+        0)
+        << err;
+    tavi_image_t picture{};
+    ASSERT_EQ(tavi_image_read("a.ppm", &picture, TAVI_IMAGE_READ_COLOR), 0);
+    const auto pixel = [&picture](uint32_t x, uint32_t y) {
+        const uint8_t* p = picture.data + (y * picture.width + x) * 3;
+        return p[0] << 16 | p[1] << 8 | p[2];
+    };
+    EXPECT_EQ(pixel(10, 90), 0xff0000);
+    EXPECT_EQ(pixel(20, 80), 0x00ff00);
+    EXPECT_EQ(pixel(50, 50), 0x0000ff);
+    tavi_image_release(&picture);
+}
+
+} // namespace

@@ -1,0 +1,182 @@
+// SPDX-License-Identifier: MIT
+// info, formats and probe: what a file holds, what the formats are, what this machine offers.
+#include <cstring>
+
+#include "backends/blit/context_pool.h"
+#include "backends/blit/tavi_blit.h"
+#ifdef TAVI_WITH_FILES
+#include "backends/cpu/files/codec.h"
+#endif
+#include "image/format.h"
+#include "image/kernels.h"
+#include "picture.h"
+#include "services/mem_sources.h"
+#include "services/parse_int.h"
+#include "services/tavi_mem.h"
+
+namespace tool {
+namespace {
+
+// The type of an encoded file and how it asks to be turned, from its head alone.
+void print_file_type(const Input& input) {
+#ifdef TAVI_WITH_FILES
+    tavi::Input file;
+    if (input.raw_format || input.path == "-" || !file.open(input.path.c_str()))
+        return;
+    for (const tavi::Signature* s :
+         {&tavi::kJpegSignature, &tavi::kPngSignature, &tavi::kBmpSignature, &tavi::kPnmSignature}) {
+        if (!s->matches(file.head(), file.head_size()))
+            continue;
+        const std::unique_ptr<tavi::Decoder> decoder(s->make());
+        tavi::FileHeader header;
+        tavi::Failure why;
+        printf("type    %s\n", s->name);
+        if (decoder && decoder->open(file, header, why) && header.orientation != 1)
+            printf("stored  %ux%u, EXIF orientation %d\n", header.width, header.height, header.orientation);
+        return;
+    }
+#else
+    (void)input;
+#endif
+}
+
+void run_info(const Input& input) {
+    Picture picture = load(input);
+    const tavi::Format& format = *tavi::find_format(picture->pixel_format);
+    print_file_type(input);
+    printf("size    %ux%u\n", picture->width, picture->height);
+    printf("format  %.*s (%u: %s)\n", static_cast<int>(format.name.size()), format.name.data(),
+           static_cast<unsigned>(picture->pixel_format), format.layout);
+    printf("bytes   %d\n", tavi_image_get_size(picture.get()));
+}
+
+void run_formats(Size size) {
+    char bytes[32];
+    snprintf(bytes, sizeof(bytes), "bytes %ux%u", size.width, size.height);
+    printf("%3s  %-7s  %-8s  %16s  %s\n", "no.", "name", "channels", bytes, "memory");
+    for (size_t i = 0; i < tavi::kFormats.size(); ++i) {
+        const tavi::Format& f = tavi::kFormats[i];
+        const std::string channels = f.channels ? std::to_string(f.channels) : "-";
+        printf("%3zu  %-7.*s  %-8s  %16llu  %s\n", i, static_cast<int>(f.name.size()), f.name.data(),
+               channels.c_str(), static_cast<unsigned long long>(tavi::byte_count(f, size.width, size.height)),
+               f.layout);
+    }
+}
+
+struct Setting {
+    const char* name;  ///< variable asked first
+    const char* other; ///< and then this one, or null
+    const char* unset; ///< what holds when neither is set
+    bool (*good)(const char* text);
+};
+
+bool any_text(const char*) { return true; }
+
+bool is_number(const char* text) {
+    int value = 0;
+    return tavi::parse_int(text, &value);
+}
+
+bool is_level(const char* text) {
+    int value = 0;
+    return tavi::parse_int(text, &value) && value >= 0 && value <= 3;
+}
+
+constexpr Setting kSettings[] = {
+    {"TAVI_LOG_LEVEL", nullptr, "1", is_level},
+    {"TAVI_USE_BLIT", "use_blit", "1", is_number},
+    {"TAVI_BLIT_DEVICE", nullptr, "the first engine that qualifies", any_text},
+    {"TAVI_DMA_HEAP", nullptr, "any contiguous heap, then the system heap", any_text},
+};
+
+void print_setting(const Setting& s) {
+    const char* from = s.name;
+    const char* text = getenv(s.name);
+    if (!text && s.other) {
+        from = s.other;
+        text = getenv(s.other);
+    }
+    if (!text)
+        printf("  %-16s  %s (default)\n", s.name, s.unset);
+    else if (s.good(text))
+        printf("  %-16s  %s (from %s)\n", s.name, text, from);
+    else
+        printf("  %-16s  %s (default: \"%s\" in %s is malformed)\n", s.name, s.unset, text, from);
+}
+
+std::string names_of(unsigned mask) {
+    std::string names;
+    for (size_t i = 0; i < tavi::kFormats.size(); ++i)
+        if (mask & (1u << i))
+            names += (names.empty() ? "" : " ") + std::string(tavi::kFormats[i].name);
+    return names.empty() ? "none" : names;
+}
+
+bool print_engine(const tavi::EngineInfo& e, const char* why_not, void* found) {
+    ++*static_cast<int*>(found);
+    printf("  %-13s  %s %s: %s\n", e.path, e.driver, e.card, why_not ? why_not : "usable");
+    if (why_not) {
+        if (strstr(why_not, "ermission"))
+            printf("                 (add yourself to the group of that node: ls -l %s)\n", e.path);
+        return true;
+    }
+    printf("                 takes %s\n                 gives %s\n", names_of(e.sources).c_str(),
+           names_of(e.results).c_str());
+    printf("                 sides %ux%u to %ux%u,%s%s%s%s%s\n", e.smallest[0], e.smallest[1], e.largest[0],
+           e.largest[1], e.scales ? " scales" : " does not scale", e.rectangles ? " crops" : "",
+           e.hflip ? " flip-h" : "", e.vflip ? " flip-v" : "", e.rotate ? " rotates" : "");
+    return true;
+}
+
+void run_probe() {
+    printf("engine\n");
+    int found = 0;
+    const char* const only = getenv("TAVI_BLIT_DEVICE");
+    if (!only || strcmp(only, "none") != 0)
+        tavi::visit_engines(only, print_engine, &found);
+    if (!found)
+        printf("  no video device\n");
+    printf("  %s\n",
+           is_blit_support() ? "requests go to the engine when they qualify" : "software serves every request");
+    printf("memory sources, in the order in which they are asked\n");
+    tavi::visit_sources([](const tavi::SourceReport& r,
+                           void*) { printf("  %-24s  %s\n", r.path, r.error == 0 ? "usable" : strerror(r.error)); },
+                        nullptr);
+    printf("device memory comes from\n");
+    tavi_mem_record_t record{};
+    if (tavi_mem_alloc(4096, TAVI_MEM_TYPE_DEVICE, &record) == 0) {
+        static const char* const kSources[] = {"the heap", "a contiguous DMA heap", "the system DMA heap", "udmabuf",
+                                               "a memfd (shared between processes, but no engine can import it)"};
+        printf("  %s\n", record.flags < std::size(kSources) ? kSources[record.flags] : "an unknown source");
+        tavi_mem_free_by_virt_addr(record.virt_addr);
+    } else {
+        printf("  nowhere\n");
+    }
+    printf("processor\n  pixel loops: %s\n", tavi::kernels().name);
+    printf("settings\n");
+    for (const Setting& s : kSettings)
+        print_setting(s);
+}
+
+} // namespace
+
+void add_info(CLI::App& app, Run& run) {
+    const auto input = std::make_shared<Input>();
+    CLI::App* sub = app.add_subcommand("info", "Tell size and format of a picture");
+    add_input(sub, *input);
+    sub->callback([input, &run] { run = [input] { run_info(*input); }; });
+}
+
+void add_formats(CLI::App& app, Run& run) {
+    const auto size = std::make_shared<Size>(Size{1920, 1080});
+    CLI::App* sub = app.add_subcommand("formats", "List the pixel formats");
+    add_parsed(sub, "--size", *size, parse_size, "WIDTHxHEIGHT to count bytes for (default 1920x1080)");
+    sub->callback([size, &run] { run = [size] { run_formats(*size); }; });
+}
+
+void add_probe(CLI::App& app, Run& run) {
+    CLI::App* sub = app.add_subcommand("probe", "Tell what this machine offers: engine, memory, processor, settings");
+    sub->callback([&run] { run = run_probe; });
+}
+
+} // namespace tool
