@@ -71,7 +71,9 @@ Plan make_plan(const PlanRequest& r) {
     if (width != r.box.width || height != r.box.height || off_grid || r.src_width != r.box.width ||
         r.src_height != r.box.height) {
         const bool shrinks = int64_t{width} * height < int64_t{r.box.width} * r.box.height;
-        b.convert(planar(shrinks || off_grid ? r.src_format : r.dst_format));
+        // A picture scaled down to one row or column has no chroma of its own: it is converted before.
+        const bool fits = !why_not_viewable(planar(r.src_format), width, height);
+        b.convert(planar((shrinks || off_grid) && fits ? r.src_format : r.dst_format));
         b.scale(width, height);
     }
     if (r.mode == TAVI_IMAGE_TRANSFORM_FLIP_H || r.mode == TAVI_IMAGE_TRANSFORM_ROTATE_180) {
