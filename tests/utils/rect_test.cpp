@@ -161,8 +161,9 @@ int64_t multiple(int64_t v, int64_t step, bool up) {
     }
     const float q = static_cast<float>(v) / static_cast<float>(step); // single precision shows out here
     const long double whole = up ? std::ceil(static_cast<long double>(q)) : std::floor(static_cast<long double>(q));
-    const auto product = static_cast<unsigned __int128>(static_cast<__int128>(step) * truncated(whole));
-    return static_cast<int32_t>(static_cast<uint32_t>(product));
+    // The low half of the product alone, in 64 bits that fold by themselves: 32-bit machines have no wider integer.
+    return static_cast<int32_t>(
+        static_cast<uint32_t>(static_cast<uint64_t>(step) * static_cast<uint64_t>(truncated(whole))));
 }
 
 void model_axis(int64_t side, int64_t size_step, int64_t first_step, int32_t* first, int32_t* last) {
