@@ -1,0 +1,9 @@
+#!/bin/sh
+# SPDX-License-Identifier: MIT
+# Runs a program of the ARM target in the emulator. TAVI_ARM_NEON=off takes NEON away: from the processor, and from the
+# /proc/cpuinfo that the program sees.
+cache=${TAVI_ARM_CACHE:-${XDG_CACHE_HOME:-$HOME/.cache}/tavi-arm}
+if [ "${TAVI_ARM_NEON:-on}" = off ]; then
+    exec qemu-arm -cpu max,neon=off -L "$cache/root-without-neon" "$@"
+fi
+exec qemu-arm -cpu cortex-a15 -L "$cache/root" "$@"

@@ -1,0 +1,66 @@
+// SPDX-License-Identifier: MIT
+// On 32-bit ARM: NEON is taken when the processor has it and left alone when it has not, by our own loops and by
+// libyuv.
+#include <libyuv.h>
+
+#include <cstdint>
+#include <cstring>
+
+#include <gtest/gtest.h>
+#include <sys/auxv.h>
+
+#include "backends/software/tavi_image_libyuv.h"
+#include "image/kernels.h"
+
+namespace libyuv {
+// There in a libyuv that was built with NEON rows, and null in one without.
+extern "C" __attribute__((weak)) void MirrorRow_NEON(const uint8_t*, uint8_t*, int);
+} // namespace libyuv
+
+namespace {
+
+const bool kProcessorHasNeon = getauxval(AT_HWCAP) & (1UL << 12);
+
+TEST(Neon, OwnLoopsAreChosenByTheProcessor) {
+    EXPECT_EQ(&tavi::kernels() == tavi::simd_kernels(), kProcessorHasNeon);
+    EXPECT_STREQ(tavi::kernels().name, kProcessorHasNeon ? "neon" : "plain");
+}
+
+TEST(Neon, LibyuvHasItsRowsAndAsksTheProcessor) {
+    EXPECT_NE(libyuv::MirrorRow_NEON, nullptr) << "this libyuv was built without NEON: use -DTAVI_LIBYUV=source";
+    EXPECT_EQ(libyuv::TestCpuFlag(libyuv::kCpuHasNEON) != 0, kProcessorHasNeon);
+}
+
+// One row of libyuv's writes a register that belongs to its callers; a conversion must keep what they have there.
+TEST(Neon, ConversionsKeepTheCallersRegisters) {
+    uint8_t yuyv[16 * 16 * 2], out[16 * 16 * 4];
+    std::memset(yuyv, 99, sizeof(yuyv));
+    for (const auto source : {TAVI_PIXEL_FORMAT_YUV422_YUYV, TAVI_PIXEL_FORMAT_YUV422_UYVY}) {
+        for (uint32_t format = 0; format < 16; ++format) {
+            tavi_image_t src{}, dst{};
+            src.data = yuyv;
+            dst.data = out;
+            src.width = dst.width = src.height = dst.height = 16;
+            src.pixel_format = source;
+            dst.pixel_format = static_cast<tavi_pixel_format>(format);
+            tavi_image_t* s = &src;
+            tavi_image_t* d = &dst;
+            uint64_t before[2] = {0x0123456789abcdef, 0xfedcba9876543210}, after[2] = {};
+            // The call is made by hand, so that the compiler keeps nothing of its own in d8 and d9 meanwhile.
+            asm volatile("vldm %[before], {d8, d9}\n\t"
+                         "mov r0, %[s]\n\t"
+                         "mov r1, %[d]\n\t"
+                         "mov r2, #0\n\t"
+                         "blx %[function]\n\t"
+                         "vstm %[after], {d8, d9}"
+                         :
+                         : [before] "r"(before), [after] "r"(after), [s] "r"(s), [d] "r"(d),
+                           [function] "r"(&tavi_image_convert_libyuv)
+                         : "r0", "r1", "r2", "r3", "ip", "lr", "cc", "memory", "d0", "d1", "d2", "d3", "d4", "d5",
+                           "d6", "d7", "d8", "d9");
+            EXPECT_EQ(std::memcmp(before, after, sizeof(before)), 0) << source << " to " << format;
+        }
+    }
+}
+
+} // namespace
