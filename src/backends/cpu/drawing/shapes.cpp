@@ -20,8 +20,8 @@ struct Rows {
 
 /// Half the width of a disc at a distance from its centre's row; negative where the row misses it. The product of
 /// sum and difference keeps the precision that the difference of squares would lose for large radii.
-inline double half_chord(double radius, double distance) {
-    const double square = (radius - distance) * (radius + distance);
+inline double half_chord(double radius, double distance, double less = 0) {
+    const double square = (radius - distance) * (radius + distance) - less;
     return square > 0 ? std::sqrt(square) : -1;
 }
 
@@ -57,40 +57,40 @@ void paint_disc(Painter& painter, Point center, double radius) {
     for (int y = rows.first; y < rows.end; ++y) {
         const double half = half_chord(radius, std::fabs(y - center.y));
         if (half > 0)
-            painter.span(y, std::ceil(center.x - half), std::ceil(center.x + half));
+            painter.span(y, center.x - half, center.x + half);
     }
 }
 
 void paint_ring(Painter& painter, Point center, double inner, double outer) {
     if (center.x + outer < 0 || center.x - outer > painter.width())
         return;
+    // Squares of distances are whole: a half less than a whole square of the radius is an edge that no centre lies
+    // on.
+    const double out_tie = outer == std::floor(outer) ? 0.5 : 0;
+    const double in_tie = inner == std::floor(inner) ? 0.5 : 0;
     const Rows rows(painter, center.y - outer, center.y + outer);
     for (int y = rows.first; y < rows.end; ++y) {
         const double distance = std::fabs(y - center.y);
-        const double out = std::ceil(half_chord(outer, distance)); // columns before it are inside the ring's edge
-        const double in = inner > distance ? std::ceil(half_chord(inner, distance)) : 0;
-        if (out <= 0)
-            continue;
-        if (in <= 0) {
-            painter.span(y, center.x - out + 1, center.x + out);
-        } else {
-            painter.span(y, center.x - out + 1, center.x - in + 1);
+        const double out = half_chord(outer, distance, out_tie);
+        const double in = inner > distance ? half_chord(inner, distance, in_tie) : -1;
+        if (in > 0) {
+            painter.span(y, center.x - out, center.x - in);
             painter.span(y, center.x + in, center.x + out);
+        } else if (out > 0) {
+            painter.span(y, center.x - out, center.x + out);
         }
     }
 }
 
 void paint_frame(Painter& painter, const Bounds& outer, const Bounds& hole) {
     const Rows rows(painter, outer.top, outer.bottom + 1);
-    const bool has_hole = hole.left <= hole.right && hole.top <= hole.bottom;
-    for (int y = rows.first; y < rows.end; ++y) {
-        if (has_hole && y >= hole.top && y <= hole.bottom) {
-            painter.span(y, outer.left, hole.left);
-            painter.span(y, hole.right + 1, outer.right + 1);
-        } else {
-            painter.span(y, outer.left, outer.right + 1);
-        }
-    }
+    if (hole.left > hole.right || hole.top > hole.bottom)
+        return painter.block(rows.first, rows.end, outer.left, outer.right + 1);
+    const Rows beside(painter, hole.top, hole.bottom + 1);
+    painter.block(rows.first, beside.first, outer.left, outer.right + 1);
+    painter.block(beside.first, beside.end, outer.left, hole.left);
+    painter.block(beside.first, beside.end, hole.right + 1, outer.right + 1);
+    painter.block(beside.end, rows.end, outer.left, outer.right + 1);
 }
 
 void paint_thin_line(Painter& painter, Point a, Point b) {
@@ -125,18 +125,24 @@ void paint_thin_line(Painter& painter, Point a, Point b) {
 void paint_thick_line(Painter& painter, Point a, Point b, double radius) {
     if (std::max(a.x, b.x) + radius < 0 || std::min(a.x, b.x) - radius > painter.width())
         return;
+    if (a.y > b.y)
+        std::swap(a, b);
     const double dx = b.x - a.x;
     const double dy = b.y - a.y;
     const double length = std::sqrt(dx * dx + dy * dy);
     if (length == 0)
         return paint_disc(painter, a, radius);
-    const Point n{-dy * (radius / length), dx * (radius / length)};
-    const Point corner[4] = {
-        {a.x + n.x, a.y + n.y}, {b.x + n.x, b.y + n.y}, {b.x - n.x, b.y - n.y}, {a.x - n.x, a.y - n.y}};
-    const Edge edges[4] = {
-        {corner[0], corner[1]}, {corner[1], corner[2]}, {corner[2], corner[3]}, {corner[3], corner[0]}};
-    const Rows rows(painter, std::min(a.y, b.y) - radius, std::max(a.y, b.y) + radius);
+    const Point n{dy * (radius / length), dx * (radius / length)}; // from the line to its sides
+    const Edge left({a.x - n.x, a.y + n.y}, {b.x - n.x, b.y + n.y});
+    const Edge right({a.x + n.x, a.y - n.y}, {b.x + n.x, b.y - n.y});
+    const Edge ends[2] = {{{a.x - n.x, a.y + n.y}, {a.x + n.x, a.y - n.y}},
+                          {{b.x - n.x, b.y + n.y}, {b.x + n.x, b.y - n.y}}};
+    const Rows rows(painter, a.y - radius, b.y + radius);
     for (int y = rows.first; y < rows.end; ++y) {
+        if (y - a.y > radius && b.y - y > radius) { // only the sides cross it
+            painter.span(y, left.x + (y - left.top) * left.slope, right.x + (y - right.top) * right.slope);
+            continue;
+        }
         double low = HUGE_VAL;
         double high = -HUGE_VAL;
         for (const Point& end : {a, b}) {
@@ -146,10 +152,10 @@ void paint_thick_line(Painter& painter, Point a, Point b, double radius) {
                 high = std::max(high, end.x + half);
             }
         }
-        for (const Edge& edge : edges)
-            edge.cross(y, low, high);
+        for (const Edge* edge : {&left, &right, &ends[0], &ends[1]})
+            edge->cross(y, low, high);
         if (low < high)
-            painter.span(y, std::ceil(low), std::ceil(high));
+            painter.span(y, low, high);
     }
 }
 

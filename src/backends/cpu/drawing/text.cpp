@@ -84,43 +84,38 @@ private:
     static double reach(Point a, Point b) { return std::max(std::fabs(a.x - b.x), std::fabs(a.y - b.y)); }
 
     void curve(Point a, Point control, Point b) {
-        const double spacing = std::max(1.0, radius_);
-        const double length = reach(a, control) + reach(control, b);
-        const int pieces = static_cast<int>(std::clamp(std::ceil(length / spacing), 2.0, 64.0));
+        if (radius_ <= 0.5)
+            return thin_curve(a, control, b);
+        // So many pieces that none is more than a tenth of a pixel beside the curve.
+        const double bend = reach({a.x + b.x, a.y + b.y}, {2 * control.x, 2 * control.y}) / 4;
+        const int pieces = static_cast<int>(std::clamp(std::ceil(std::sqrt(bend * 10)), 1.0, 64.0));
         Point last = a;
-        Point corner = a;
         for (int i = 1; i <= pieces; ++i) {
-            const double t = static_cast<double>(i) / pieces;
-            const Point next = middle_of(a, control, b, t);
-            if (radius_ > 0.5) {
-                paint_thick_line(painter_, last, next, radius_);
-                last = next;
-            } else {
-                last = thin_step(last, corner, next, i == pieces);
+            const Point next = on_curve(a, control, b, static_cast<double>(i) / pieces);
+            paint_thick_line(painter_, last, next, radius_);
+            last = next;
+        }
+    }
+
+    /// In steps of a pixel. A pixel that only fills the corner between its neighbours is left out: it would make the
+    /// stroke thicker there.
+    void thin_curve(Point a, Point control, Point b) {
+        const double length = reach(a, control) + reach(control, b);
+        const int pieces = static_cast<int>(std::clamp(std::ceil(length), 2.0, 64.0));
+        Point drawn = rounded(a);
+        Point corner = drawn;
+        for (int i = 1; i <= pieces; ++i) {
+            const Point next = rounded(on_curve(a, control, b, static_cast<double>(i) / pieces));
+            if (reach(drawn, next) > 1) {
+                paint_thin_line(painter_, drawn, corner);
+                drawn = corner;
             }
+            corner = next;
         }
+        paint_thin_line(painter_, drawn, corner);
     }
 
-    /// A thin curve in whole pixels. A pixel that only fills the inner corner between its neighbours is left out:
-    /// it would make the stroke thicker there.
-    Point thin_step(Point last, Point& corner, Point next, bool end) {
-        const Point from = rounded(last);
-        const Point via = rounded(corner);
-        const Point to = rounded(next);
-        if (end) {
-            paint_thin_line(painter_, from, reach(from, to) <= 1 ? to : via);
-            if (reach(from, to) > 1)
-                paint_thin_line(painter_, via, to);
-            return next;
-        }
-        corner = next;
-        if (reach(from, to) <= 1)
-            return last;
-        paint_thin_line(painter_, from, via);
-        return via;
-    }
-
-    static Point middle_of(Point a, Point c, Point b, double t) {
+    static Point on_curve(Point a, Point c, Point b, double t) {
         const double u = 1 - t;
         return {u * u * a.x + 2 * u * t * c.x + t * t * b.x, u * u * a.y + 2 * u * t * c.y + t * t * b.y};
     }

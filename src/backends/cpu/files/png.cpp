@@ -163,9 +163,9 @@ bool write_rows(png_structp png, png_infop info, const ImageView& picture) {
                        : f.channels == 3 ? PNG_COLOR_TYPE_RGB
                                          : PNG_COLOR_TYPE_RGBA;
     png_set_user_limits(png, kMaxSide, kMaxSide);
-    // On photographs this pair takes a seventh of the default's time for files 2 % larger (level 6, all filters).
+    // A seventh of the time of level 6 with all filters; photographs grow by a twentieth, drawings stay small.
     png_set_compression_strategy(png, Z_RLE);
-    png_set_filter(png, PNG_FILTER_TYPE_BASE, PNG_FILTER_AVG);
+    png_set_filter(png, PNG_FILTER_TYPE_BASE, PNG_FILTER_UP);
     png_set_IHDR(png, info, static_cast<png_uint_32>(picture.width), static_cast<png_uint_32>(picture.height),
                  f.sample_bytes * 8, colour, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
                  PNG_FILTER_TYPE_DEFAULT);
