@@ -14,14 +14,15 @@
 
 namespace {
 
-// What the library said about the last step: which backend it took, and why not the other.
-std::string g_backend, g_reason;
+// What the library said about the last step: what software did, and why the engine did not.
+std::string g_software, g_refusal;
 
 void listen(void*, tavi_log_level_t level, const char* tag, const char*, const char* message) {
-    if (std::strcmp(tag, "tavi-blit") == 0)
-        g_reason = message;
-    if (std::strstr(message, "use_blit="))
-        g_reason = std::string("setting ") + message;
+    if (std::strcmp(tag, "tavi-blit") == 0 && level == TAVI_LOG_INFO)
+        g_refusal = message; // the probe's answer stays: it is asked once
+    const char* plan = std::strstr(message, "by software: ");
+    if (plan)
+        g_software += std::string(g_software.empty() ? "" : "; ") + (plan + std::strlen("by software: "));
     if (level <= TAVI_LOG_WARN)
         std::fprintf(stderr, "[%s] %s\n", tag, message);
 }
@@ -34,13 +35,16 @@ void listen(void*, tavi_log_level_t level, const char* tag, const char*, const c
 /// Runs one step, checks it and prints how long it took.
 template <class Body>
 void step(const char* what, Body body) {
-    g_reason.clear();
+    g_software.clear();
     const auto begin = std::chrono::steady_clock::now();
     const int code = body();
     const std::chrono::duration<double, std::milli> time = std::chrono::steady_clock::now() - begin;
     if (code != TAVI_RET_SUCCESS)
         fail(what, code);
-    std::printf("%-58s %8.3f ms%s%s\n", what, time.count(), g_reason.empty() ? "" : "   engine: ", g_reason.c_str());
+    std::printf("%-52s %8.3f ms\n", what, time.count());
+    if (!g_software.empty())
+        std::printf("    by software: %s%s%s\n", g_software.c_str(), g_refusal.empty() ? "" : "   (",
+                    g_refusal.empty() ? "" : (g_refusal + ")").c_str());
 }
 
 tavi_image_t picture(tavi_pixel_format format, uint32_t width, uint32_t height) {
@@ -69,7 +73,7 @@ int main(int argc, char** argv) {
     }
     const std::string out = std::string(argv[2]) + "/";
     TaviLogger::GetInstance()->SetSink(listen, nullptr);
-    TaviLogger::GetInstance()->level = TAVI_LOG_INFO;
+    TaviLogger::GetInstance()->level = TAVI_LOG_DEBUG;
 
     tavi_image_t photo = {};
     step("read the photograph", [&] { return tavi_image_read(argv[1], &photo, TAVI_IMAGE_READ_COLOR); });
@@ -113,19 +117,17 @@ int main(int argc, char** argv) {
     // Results painted on the NV12 frame itself, in colour.
     const tavi_color_t green = {0, 220, 90}, red = {255, 60, 60}, white = {255, 255, 255};
     step("annotate the NV12 frame", [&] {
-        int code = tavi_image_draw_rect(&frame, {box.left, box.top, 0}, {box.right, box.bottom, 0}, green, 3);
-        code = code ? code
-                    : tavi_image_draw_rect(&frame, {box.left, box.top - 24, 0}, {box.left + 128, box.top - 1, 0},
-                                           green, -1);
-        code = code ? code
-                    : tavi_image_draw_text(&frame, "visage 0,98 \xC3\xA9t\xC3\xA9", {box.left + 5, box.top - 21, 18},
-                                           white, 2);
-        const int bw = box.right - box.left, bh = box.bottom - box.top;
+        const int x = box.left, y = box.top, bw = box.right - box.left, bh = box.bottom - box.top;
+        const int label = y >= 24 ? y - 24 : y; // above the box where there is room
+        int code = tavi_image_draw_rect(&frame, {x, y, 0}, {box.right, box.bottom, 0}, green, 3);
+        if (code == 0)
+            code = tavi_image_draw_rect(&frame, {x, label, 0}, {x + 132, label + 23, 0}, green, -1);
+        if (code == 0)
+            code = tavi_image_draw_text(&frame, "visage 0,98 \xC3\xA9t\xC3\xA9", {x + 5, label + 3, 18}, white, 2);
         const int marks[][2] = {{30, 42}, {62, 40}, {48, 58}, {36, 74}, {60, 73}};
         for (const auto& m : marks)
-            code = code ? code
-                        : tavi_image_draw_circle(&frame, {box.left + bw * m[0] / 100, box.top + bh * m[1] / 100, 0},
-                                                 4, red, -1);
+            if (code == 0)
+                code = tavi_image_draw_circle(&frame, {x + bw * m[0] / 100, y + bh * m[1] / 100, 0}, 4, red, -1);
         return code;
     });
     step("write annotated.jpg", [&] { return tavi_image_write((out + "annotated.jpg").c_str(), &frame); });
