@@ -37,7 +37,7 @@ int tavi_image_convert_keep_ratio_by_blit(tavi_image_t* src, tavi_image_t* dst, 
 
 int tavi_image_convert_libyuv(tavi_image_t* src, tavi_image_t* dst, tavi_image_transform_mode mode) {
     const int ret = call("libyuv", src, dst, mode);
-    if (fakes::world().attach)
+    if (fakes::world().answers["attach"])
         attach_memory(dst);
     return ret;
 }

@@ -22,12 +22,11 @@ struct World {
     std::vector<int> setting = {1};                       ///< what the environment holds for use_blit; empty: nothing
     bool heap_refuses = false;                            ///< malloc() of the module answers null
 
-    bool attach = false; ///< the software conversion gives memory to a destination that has none
-
     /// Registers an image's record and pixels under `name` and `name`.data.
     void name(const char* name, const tavi_image_t& image);
 };
 
+/// Answers go by the names in the trace; "attach" = 1 lets the software conversion give memory to a destination.
 World& world();
 
 /// The trace so far as one line, "a | b | c", and an empty one from here on.

@@ -7,12 +7,17 @@
 
 namespace {
 
-using fakes::World;
-
 int convert(Scene& s) { return tavi_image_convert(&s.src, &s.dst, 3); }
+int convert_null(Scene& s) { return tavi_image_convert(nullptr, &s.dst, 0); }
+int convert_to_null(Scene& s) { return tavi_image_convert(&s.src, nullptr, 0); }
 
 int keep_ration(Scene& s) {
     return tavi_image_convert_keep_ration(&s.src, &s.dst, 5, 6, &s.f[0], &s.f[1], &s.f[2], &s.f[3]);
+}
+
+int keep_ration_refused(Scene& s) {
+    return keep_ration(s) + 10 * tavi_image_convert_keep_ration(nullptr, &s.dst, 0, 0, s.f, s.f, s.f, s.f) +
+           100 * tavi_image_convert_keep_ration(&s.dst, nullptr, 0, 0, s.f, s.f, s.f, s.f);
 }
 
 int by_method(Scene& s) {
@@ -20,137 +25,78 @@ int by_method(Scene& s) {
 }
 
 const std::string kSoftware = "libyuv src dst 3", kEngine = "blit src dst 3";
-const std::string kKeepSoftware = "libyuv2 src dst 1 5 6 f0 f1 f2 f3 2",
-                  kKeepEngine = "keep_ratio_blit src dst 5 6 f0 f1 f2 f3 7";
-const std::string kNull = "E tavi_image_convert: src image or dst image is null";
+const std::string kKeepSoftware = "libyuv2 src dst 1 5 6 f0 f1 f2 f3 2";
+const std::string kKeepEngine = "keep_ratio_blit src dst 5 6 f0 f1 f2 f3 7";
+const std::string kE = "E tavi_image_convert: ", kNull = kE + "src image or dst image is null";
 const std::string kC = "I tavi_image_convert: ", kK = "I tavi_image_convert_keep_ratio_by_method: ";
-const std::string kKeepBegin = kK + "tavi_image_convert_keep_ratio_by_method begin | " + kK;
+const std::string kSetting = "env | I tavi_image_config_use_blit: use_blit=";
+const std::string kKeepBegin = kK + "tavi_image_convert_keep_ratio_by_method begin | " + kK + "src image width=";
+const std::string kKeepDst = kK + "dst image width=320 height=240 fmt=1 | check src dst 7 | " + kSetting;
 const std::string kKeepEnd = " | " + kK + "tavi_image_convert_keep_ratio_by_method end";
 
-void with_engine(Scene&, World& w) { w.answers["probe"] = 9; }
-
 const Case kConvert[] = {
-    Case(
-        "NullSource", TAVI_LOG_DEBUG, nullptr, [](Scene& s) { return tavi_image_convert(nullptr, &s.dst, 0); }, -2,
-        kNull),
-    Case(
-        "NullDestination", TAVI_LOG_ERROR, nullptr, [](Scene& s) { return tavi_image_convert(&s.src, nullptr, 0); },
-        -2, kNull + " | E tavi_image_convert: src image size=640x480 data=src.data fd=3 data_phy=null"),
-    Case(
-        "NegativeFdIsNoMemory", TAVI_LOG_ERROR, [](Scene& s, World&) { s.src.data = nullptr, s.src.fd = -1; },
-        convert, -2, kNull + " | E tavi_image_convert: src image size=640x480 data=null fd=-1 data_phy=null"),
-    Case(
-        "PhysicalAddressIsMemory", TAVI_LOG_ERROR,
-        [](Scene& s, World&) { s.src.data = nullptr, s.src.fd = 0, s.src.data_phy = &s; }, convert, 0,
-        "probe | " + kSoftware),
-    Case("EngineTakesAllAndLogsAll", TAVI_LOG_INFO, with_engine, convert, 0,
-         kC + "src image width=640 height=480 fmt=7 fd=3 data=src.data data_phy=null size=256 | " + kC +
-             "dst image width=320 height=240 fmt=1 fd=4 data=dst.data data_phy=null size=256 | " + kC +
-             "transform mode=3 | probe | env | I tavi_image_config_use_blit: use_blit=1 | " + kEngine + " | " + kC +
-             "tavi_image_convert finish ret=0"),
-    Case(
-        "EngineFailsSoftwareAnswers", TAVI_LOG_WARN,
-        [](Scene&, World& w) {
-            w.answers = {{"probe", 1}, {"blit", -7}, {"libyuv", -4}};
-        },
-        convert, -4,
-        "probe | env | " + kEngine +
-            " | W tavi_image_convert: Encounter an error(-7), try convert image by software | " + kSoftware),
-    Case(
-        "FdOfMinusOneGoesToTheEngine", TAVI_LOG_ERROR,
-        [](Scene& s, World& w) { with_engine(s, w), s.src.fd = -1, s.dst.fd = 0, s.dst.data_phy = &s; }, convert, 0,
-        "probe | env | " + kEngine),
-    Case(
-        "UnsetSettingAllowsAndGray16IsAGoodDestination", TAVI_LOG_ERROR,
-        [](Scene& s, World& w) { with_engine(s, w), w.setting = {}, s.dst.pixel_format = TAVI_PIXEL_FORMAT_GRAY16; },
-        convert, 0, "probe | env | " + kEngine),
-    Case(
-        "SettingOfTwoMeansSoftware", TAVI_LOG_ERROR, [](Scene& s, World& w) { with_engine(s, w), w.setting = {2}; },
-        convert, 0, "probe | env | " + kSoftware),
-    Case("NoEngineNoSetting", TAVI_LOG_ERROR, nullptr, convert, 0, "probe | " + kSoftware),
-    Case(
-        "KeepRationIsSoftware", TAVI_LOG_DEBUG,
-        [](Scene& s, World& w) { w.answers["libyuv2"] = -8, s.src.data = nullptr; }, keep_ration, -8,
-        "libyuv2 src dst 1 5 6 f0 f1 f2 f3 0"),
-    Case(
-        "KeepRationRefusesSilently", TAVI_LOG_DEBUG, [](Scene& s, World&) { s.src.data = nullptr, s.src.fd = -1; },
-        [](Scene& s) {
-            return keep_ration(s) + 10 * tavi_image_convert_keep_ration(nullptr, &s.dst, 0, 0, s.f, s.f, s.f, s.f) +
-                   100 * tavi_image_convert_keep_ration(&s.dst, nullptr, 0, 0, s.f, s.f, s.f, s.f);
-        },
-        -222, ""),
-    Case(
-        "KeepRatioByEngine", TAVI_LOG_INFO,
-        [](Scene&, World& w) {
-            w.setting = {2}, w.answers = {{"check", 2}, {"keep_ratio_blit", -1}};
-        },
-        by_method, -1,
-        kKeepBegin + "src image width=640 height=480 fmt=7 | " + kK +
-            "dst image width=320 height=240 fmt=1 | check src dst 7 | env | I tavi_image_config_use_blit: use_blit=2 "
-            "| " +
-            kK + "use blit to resize keep ratio | " + kKeepEngine + kKeepEnd),
-    Case(
-        "KeepRatioOfAnOddRgbRow", TAVI_LOG_INFO,
-        [](Scene& s, World& w) {
-            w.answers["check"] = 1, s.src.width = 642, s.src.pixel_format = TAVI_PIXEL_FORMAT_BGR888;
-        },
-        by_method, 0,
-        kKeepBegin + "src image width=642 height=480 fmt=2 | " + kK +
-            "dst image width=320 height=240 fmt=1 | check src dst 7 | env | I tavi_image_config_use_blit: use_blit=1 "
-            "| " +
-            kK + "use blit to resize keep ratio | " + kK + "use libyuv to resize keep ratio | " + kKeepSoftware +
-            kKeepEnd),
-    Case(
-        "KeepRatioWithTheSettingOff", TAVI_LOG_ERROR,
-        [](Scene&, World& w) {
-            w.setting = {0}, w.answers = {{"check", 1}, {"libyuv2", -6}};
-        },
-        by_method, -6, "check src dst 7 | env | " + kKeepSoftware),
+    {"NullSource", TAVI_LOG_DEBUG, "", convert_null, -2, kNull},
+    {"NullDestination", TAVI_LOG_ERROR, "", convert_to_null, -2,
+     kNull + " | " + kE + "src image size=640x480 data=src.data fd=3 data_phy=null"},
+    {"NegativeFdIsNoMemory", TAVI_LOG_ERROR, "src.data=0 src.fd=-1", convert, -2,
+     kNull + " | " + kE + "src image size=640x480 data=null fd=-1 data_phy=null"},
+    {"PhysicalAddressIsMemory", TAVI_LOG_ERROR, "src.data=0 src.fd=0 src.phy=1", convert, 0, "probe | " + kSoftware},
+    {"EngineTakesAllAndLogsAll", TAVI_LOG_INFO, "probe=9", convert, 0,
+     kC + "src image width=640 height=480 fmt=7 fd=3 data=src.data data_phy=null size=256 | " + kC +
+         "dst image width=320 height=240 fmt=1 fd=4 data=dst.data data_phy=null size=256 | " + kC +
+         "transform mode=3 | probe | " + kSetting + "1 | " + kEngine + " | " + kC +
+         "tavi_image_convert finish ret=0"},
+    {"EngineFailsSoftwareAnswers", TAVI_LOG_WARN, "probe=1 blit=-7 libyuv=-4", convert, -4,
+     "probe | env | " + kEngine +
+         " | W tavi_image_convert: Encounter an error(-7), try convert image by software | " + kSoftware},
+    {"FdOfMinusOneGoesToTheEngine", TAVI_LOG_ERROR, "probe=1 src.fd=-1 dst.fd=0 dst.phy=1", convert, 0,
+     "probe | env | " + kEngine},
+    {"UnsetSettingAllowsAndGray16IsAGoodDestination", TAVI_LOG_ERROR, "probe=1 setting= dst.fmt=15", convert, 0,
+     "probe | env | " + kEngine},
+    {"SettingOfTwoMeansSoftware", TAVI_LOG_ERROR, "probe=1 setting=2", convert, 0, "probe | env | " + kSoftware},
+    {"NoEngineNoSetting", TAVI_LOG_ERROR, "", convert, 0, "probe | " + kSoftware},
+    {"KeepRationIsSoftware", TAVI_LOG_DEBUG, "src.data=0 libyuv2=-8", keep_ration, -8,
+     "libyuv2 src dst 1 5 6 f0 f1 f2 f3 0"},
+    {"KeepRationRefusesSilently", TAVI_LOG_DEBUG, "src.data=0 src.fd=-1", keep_ration_refused, -222, ""},
+    {"KeepRatioByEngine", TAVI_LOG_INFO, "check=2 keep_ratio_blit=-1 setting=2", by_method, -1,
+     kKeepBegin + "640 height=480 fmt=7 | " + kKeepDst + "2 | " + kK + "use blit to resize keep ratio | " +
+         kKeepEngine + kKeepEnd},
+    {"KeepRatioOfAnOddRgbRow", TAVI_LOG_INFO, "check=1 src.w=642 src.fmt=2", by_method, 0,
+     kKeepBegin + "642 height=480 fmt=2 | " + kKeepDst + "1 | " + kK + "use blit to resize keep ratio | " + kK +
+         "use libyuv to resize keep ratio | " + kKeepSoftware + kKeepEnd},
+    {"KeepRatioWithTheSettingOff", TAVI_LOG_ERROR, "check=1 setting=0 libyuv2=-6", by_method, -6,
+     "check src dst 7 | env | " + kKeepSoftware},
 };
 DISPATCH_CASES(Convert, kConvert);
 
 TEST(Convert, ConsultsTheSettingBetweenMemoryAndWidths) {
-    const struct {
-        std::function<void(Scene&)> arrange;
-        const char* consulted;
-    } rows[] = {
-        {[](Scene& s) { s.src.pixel_format = TAVI_PIXEL_FORMAT_GRAY8; }, ""},
-        {[](Scene& s) { s.src.pixel_format = TAVI_PIXEL_FORMAT_GRAY16; }, ""},
-        {[](Scene& s) { s.dst.pixel_format = TAVI_PIXEL_FORMAT_GRAY8; }, ""},
-        {[](Scene& s) { s.src.fd = 0; }, ""},
-        {[](Scene& s) { s.dst.fd = 0; }, ""},
-        {[](Scene& s) { s.src.width = 642; }, "I tavi_image_config_use_blit: use_blit=1 | "},
-        {[](Scene& s) { s.dst.width = 322; }, "I tavi_image_config_use_blit: use_blit=1 | "},
-    };
-    fakes::world().answers["probe"] = 1;
-    Scene warm;
+    Scene warm("probe=1");
     convert(warm); // the probe and the reading are behind us
-    for (const auto& row : rows) {
-        Scene s;
-        row.arrange(s);
+    const std::string setting = "I tavi_image_config_use_blit: use_blit=1 | ", from = "mode=3 | ";
+    const std::pair<const char*, std::string> rows[] = {
+        {"src.fmt=0", ""}, {"src.fmt=15", ""},     {"dst.fmt=0", ""},     {"src.fd=0", ""},
+        {"dst.fd=0", ""},  {"src.w=642", setting}, {"dst.w=322", setting}};
+    for (const auto& [changes, consulted] : rows) {
+        Scene s(changes);
         TaviLogger::GetInstance()->level = TAVI_LOG_INFO;
         fakes::take_trace();
         EXPECT_EQ(convert(s), 0);
-        const std::string trace = fakes::take_trace(), from = "mode=3 | ";
+        const std::string trace = fakes::take_trace();
         EXPECT_EQ(trace.substr(trace.find(from) + from.size()),
-                  row.consulted + kSoftware + " | " + kC + "tavi_image_convert finish ret=0");
+                  consulted + kSoftware + " | " + kC + "tavi_image_convert finish ret=0");
     }
 }
 
 TEST(Convert, KeepRatioTestsWidthsOfThreeBytePixelsOnly) {
-    fakes::world().answers["check"] = 1;
-    for (uint32_t format = 0; format < 16; ++format) {
-        Scene s;
-        s.src.width = 642, s.src.pixel_format = static_cast<tavi_pixel_format>(format);
+    for (int format = 0; format < 16; ++format) {
+        Scene s("check=1 src.w=642 src.fmt=" + std::to_string(format));
         by_method(s);
         EXPECT_EQ(fakes::world().trace.back(), format == 1 || format == 2 ? kKeepSoftware : kKeepEngine) << format;
     }
 }
 
 TEST(Convert, ReadsTheSettingOnceWhateverComesLater) {
-    Scene s;
-    fakes::world().answers["probe"] = 1;
-    fakes::world().setting = {0};
+    Scene s("probe=1 setting=0");
     convert(s);
     fakes::world().setting = {1};
     by_method(s);
@@ -170,8 +116,7 @@ TEST(Convert, AsksAProbeThatThrewAgain) {
 }
 
 TEST(Convert, ProbesOnceForEightThreads) {
-    Scene s;
-    fakes::world().answers["probe"] = 1; // the setting is raced for as well
+    Scene s("probe=1"); // the setting is raced for as well
     std::vector<std::thread> threads;
     for (int t = 0; t < 8; ++t)
         threads.emplace_back([&s] { EXPECT_EQ(convert(s), 0); });

@@ -5,8 +5,6 @@
 
 namespace {
 
-using fakes::World;
-
 TEST(Record, ChannelsSampleSizeAndBytes) {
     const struct {
         uint32_t format, width, height;
@@ -46,71 +44,52 @@ TEST(Record, ChannelsSampleSizeAndBytes) {
     EXPECT_EQ(tavi_image_get_size(nullptr), -2);
 }
 
-// A clone must be released, and its record freed.
+int create(Scene& s) { return tavi_image_create_mem(&s.src); }
+int create_contiguous(Scene& s) { return tavi_image_create_mem2(&s.src, 2); }
+int destroy(Scene& s) { return tavi_image_destroy_mem(&s.src); }
+int destroy_nothing(Scene& s) { return tavi_image_destroy_mem(nullptr) + tavi_image_destroy_mem(&s.src); }
+int release(Scene& s) { return tavi_image_release(&s.src); }
+int release_nothing(Scene& s) { return tavi_image_release(nullptr) + tavi_image_release(&s.src); }
+
+int create_and_destroy(Scene& s) {
+    EXPECT_EQ(tavi_image_create_mem(&s.src), 0);
+    fakes::world().names[s.src.data] = "new";
+    EXPECT_TRUE(s.src.size == 460800 && s.src.fd == 9 && s.src.data_phy == reinterpret_cast<void*>(0x1000));
+    return tavi_image_destroy_mem(&s.src);
+}
+
+// The clone's pixels are released, its record freed.
 int release_clone(Scene& s, int deep) {
     tavi_image_t* clone = tavi_image_clone2(&s.src, deep);
     clone->data[0] = 7;
+    EXPECT_EQ(s.src_pixels[0], deep ? 0 : 7);
     fakes::world().names[clone->data] = clone->data == s.src_pixels ? "src.data" : "copy";
-    EXPECT_EQ(clone->fd, 3);
-    EXPECT_EQ(clone->data_phy, s.src.data_phy);
-    EXPECT_EQ(clone->is_prealloc_buf, 0);
+    EXPECT_TRUE(clone->fd == 3 && clone->data_phy == s.src.data_phy && clone->is_prealloc_buf == 0);
     const int ret = tavi_image_release(clone);
     free(clone);
     return ret;
 }
 
-void small(Scene& s) { s.src.width = 16, s.src.height = 8, s.src.data_phy = &s, s.src.is_prealloc_buf = 1; }
+int deep(Scene& s) { return release_clone(s, 1); }
+int shallow(Scene& s) { return release_clone(s, 0); }
 
 const Case kMemory[] = {
-    Case(
-        "CreateOfNoSize", TAVI_LOG_ERROR, [](Scene& s, World&) { s.src.width = 0; },
-        [](Scene& s) { return tavi_image_create_mem(&s.src); }, -2,
-        "E tavi_image_create_mem2: error accord image params caculate mem size=0"),
-    Case(
-        "CreateHandsAnInvalidFormatOn", TAVI_LOG_DEBUG,
-        [](Scene& s, World& w) { s.src.pixel_format = static_cast<tavi_pixel_format>(16), w.answers["alloc"] = -11; },
-        [](Scene& s) { return tavi_image_create_mem2(&s.src, 2); }, -11, "alloc -2 2"),
-    Case(
-        "CreateFillsTheRecord", TAVI_LOG_ERROR, nullptr,
-        [](Scene& s) {
-            const int ret = tavi_image_create_mem(&s.src);
-            fakes::world().names[s.src.data] = "new";
-            EXPECT_EQ(s.src.size, 460800u);
-            EXPECT_EQ(s.src.fd, 9);
-            EXPECT_EQ(s.src.data_phy, reinterpret_cast<void*>(0x1000));
-            return ret + tavi_image_destroy_mem(&s.src);
-        },
-        0, "alloc 460800 1 | mem_free new"),
-    Case(
-        "DestroyOfNothing", TAVI_LOG_ERROR, [](Scene& s, World&) { s.src.data = nullptr; },
-        [](Scene& s) { return tavi_image_destroy_mem(nullptr) + tavi_image_destroy_mem(&s.src); }, -4,
-        "E tavi_image_destroy_mem: image->data can not be nullptr"),
-    Case(
-        "DestroyDoesNotAskWhoOwnsIt", TAVI_LOG_ERROR,
-        [](Scene& s, World& w) { s.src.is_prealloc_buf = 1, w.answers["mem_free"] = -3; },
-        [](Scene& s) { return tavi_image_destroy_mem(&s.src); }, -3, "mem_free src.data"),
-    Case(
-        "ReleaseOfNothing", TAVI_LOG_DEBUG, [](Scene& s, World&) { s.src.data = nullptr; },
-        [](Scene& s) { return tavi_image_release(nullptr) + tavi_image_release(&s.src); }, -4, ""),
-    Case(
-        "ReleaseLeavesTheCallersBuffer", TAVI_LOG_WARN, [](Scene& s, World&) { s.src.is_prealloc_buf = 1; },
-        [](Scene& s) { return tavi_image_release(&s.src); }, -1,
-        "W tavi_image_release: no need to release prealloc buffer!"),
-    Case(
-        "ReleaseTakesTwoForItsOwn", TAVI_LOG_DEBUG,
-        [](Scene& s, World& w) { s.src.is_prealloc_buf = 2, w.answers["mem_free"] = -12; },
-        [](Scene& s) { return tavi_image_release(&s.src); }, -12, "mem_check src.data 0 | mem_free src.data"),
-    Case(
-        "DeepCloneIsHeapMemory", TAVI_LOG_DEBUG, [](Scene& s, World& w) { small(s), w.answers["mem_check"] = -1; },
-        [](Scene& s) {
-            const int ret = release_clone(s, 1);
-            EXPECT_EQ(s.src_pixels[0], 0);
-            return ret;
-        },
-        0, "mem_check copy 0"),
-    Case(
-        "ShallowCloneSharesPixels", TAVI_LOG_DEBUG, [](Scene& s, World& w) { small(s), w.answers["mem_free"] = -5; },
-        [](Scene& s) { return release_clone(s, 0); }, -5, "mem_check src.data 0 | mem_free src.data"),
+    {"CreateOfNoSize", TAVI_LOG_ERROR, "src.w=0", create, -2,
+     "E tavi_image_create_mem2: error accord image params caculate mem size=0"},
+    {"CreateHandsAnInvalidFormatOn", TAVI_LOG_DEBUG, "src.fmt=16 alloc=-11", create_contiguous, -11, "alloc -2 2"},
+    {"CreateFillsTheRecord", TAVI_LOG_ERROR, "", create_and_destroy, 0, "alloc 460800 1 | mem_free new"},
+    {"DestroyOfNothing", TAVI_LOG_ERROR, "src.data=0", destroy_nothing, -4,
+     "E tavi_image_destroy_mem: image->data can not be nullptr"},
+    {"DestroyDoesNotAskWhoOwnsIt", TAVI_LOG_ERROR, "src.lent=1 mem_free=-3", destroy, -3, "mem_free src.data"},
+    {"ReleaseOfNothing", TAVI_LOG_DEBUG, "src.data=0", release_nothing, -4, ""},
+    {"ReleaseLeavesTheCallersBuffer", TAVI_LOG_WARN, "src.lent=1", release, -1,
+     "W tavi_image_release: no need to release prealloc buffer!"},
+    {"ReleaseTakesTwoForItsOwn", TAVI_LOG_DEBUG, "src.lent=2 mem_free=-12", release, -12,
+     "mem_check src.data 0 | mem_free src.data"},
+    {"DeepCloneIsHeapMemory", TAVI_LOG_DEBUG, "src.w=16 src.h=8 src.phy=77 src.lent=1 mem_check=-1", deep, 0,
+     "mem_check copy 0"},
+    {"ShallowCloneSharesPixels", TAVI_LOG_DEBUG, "src.w=16 src.h=8 src.phy=77 src.lent=1 mem_free=-5", shallow, -5,
+     "mem_check src.data 0 | mem_free src.data"},
 };
 DISPATCH_CASES(Memory, kMemory);
 
@@ -129,18 +108,12 @@ TEST(Memory, LogsWhatItCreated) {
 }
 
 TEST(Memory, CloneIsNullWhenThereIsNothingToCloneOrNoMemory) {
-    Scene s;
     EXPECT_EQ(tavi_image_clone(nullptr), nullptr);
-    s.src.width = s.src.height = 65536, s.src.pixel_format = TAVI_PIXEL_FORMAT_RGBA8888; // wraps to 0 bytes
-    EXPECT_EQ(tavi_image_clone(&s.src), nullptr);
-    s.src.pixel_format = static_cast<tavi_pixel_format>(16);
-    EXPECT_EQ(tavi_image_clone(&s.src), nullptr);
-    s.src.pixel_format = TAVI_PIXEL_FORMAT_GRAY8, s.src.width = s.src.height = 8;
-    fakes::world().heap_refuses = true;
-    EXPECT_EQ(tavi_image_clone(&s.src), nullptr);
-    fakes::world().heap_refuses = false;
-    s.src.data = nullptr; // only a descriptor
-    EXPECT_EQ(tavi_image_clone(&s.src), nullptr);
+    for (const char* changes : {"src.fmt=3 src.w=65536 src.h=65536", // wraps to 0 bytes
+                                "src.fmt=16", "src.data=0", "src.w=8 src.h=8 heap=0"}) {
+        Scene s(changes);
+        EXPECT_EQ(tavi_image_clone(&s.src), nullptr) << changes;
+    }
 }
 
 TEST(Memory, BorrowsTheRuntimesAllocator) {

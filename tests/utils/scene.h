@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // What dispatch tests have in common: two images in device memory that every backend would take, and a case that
-// says what is different, what is called, and the whole trace expected. Each case is a test of its own, and so runs
-// in a process of its own under ctest: what is read once per process starts fresh.
+// says in words what is different, what is called, and the whole trace expected. Each case is a test of its own, and
+// so runs in a process of its own under ctest: what is read once per process starts fresh.
 #pragma once
 
 #include <ostream>
@@ -20,32 +20,21 @@ struct Scene {
     tavi_rect_t out{1, 2, 3, 4};
     float f[4] = {};
 
-    Scene() {
-        fakes::world().name("src", src);
-        fakes::world().name("dst", dst);
-        fakes::world().names[&rect] = "rect";
-        fakes::world().names[&out] = "out";
-        for (int i = 0; i < 4; ++i)
-            fakes::world().names[&f[i]] = "f" + std::to_string(i);
-    }
+    /// `changes` are words: "src.fd=-1 dst.w=64 src.data=0 roi=0,0,9,9 setting=2 heap=0"; "setting=" alone is an
+    /// environment without the setting, and every other word is the answer of a fake, as in "probe=1".
+    explicit Scene(const std::string& changes = "");
 };
 
 struct Case {
-    using Arrange = std::function<void(Scene&, fakes::World&)>;
-    using Act = std::function<int(Scene&)>;
-
-    Case(const char* n, tavi_log_level_t l, Arrange a, Act call, int r, std::string t)
-        : name(n), level(l), arrange(std::move(a)), act(std::move(call)), ret(r), trace(std::move(t)) {}
-
     const char* name;
     tavi_log_level_t level;
-    Arrange arrange;
-    Act act;
+    const char* changes;
+    int (*act)(Scene&);
     int ret;
     std::string trace;
 };
 
-inline void PrintTo(const Case& c, std::ostream* out) { *out << c.name; }
+inline void PrintTo(const Case& c, std::ostream* out) { *out << c.changes; }
 
 class Dispatch : public testing::TestWithParam<Case> {};
 
