@@ -46,12 +46,32 @@ arm_unpack() {
     rm -rf "$folder/.deb"
 }
 
+# arm_unpack_all FOLDER PACKAGE...: the same with everything that the packages depend on.
+arm_unpack_all() {
+    local folder=$1 file
+    shift
+    [ ! -e "$folder/.all" ] || return 0
+    arm_prepare_apt
+    rm -rf "$folder" && mkdir -p "$folder/.deb/partial"
+    arm_apt install -y --no-install-recommends --download-only -o Dir::Cache::archives="$folder/.deb" "$@"
+    for file in "$folder"/.deb/*.deb; do
+        dpkg-deb -x "$file" "$folder"
+    done
+    rm -rf "$folder/.deb"
+    touch "$folder/.all"
+}
+
+# arm_relink FOLDER: absolute links are meant for a root of their own.
+arm_relink() {
+    find "$1" -lname '/*' ! -lname "$1/*" -printf '%p\t%l\n' | while IFS=$'\t' read -r link target; do
+        ln -sf "$1$target" "$link"
+    done
+}
+
 need g++-arm-linux-gnueabihf gcc-arm-linux-gnueabihf qemu-user cmake ninja-build pkg-config xz-utils
 export TAVI_ARM_SYSROOT=$arm_cache/sysroot
 arm_unpack "$TAVI_ARM_SYSROOT" "${arm_packages[@]}"
-find "$TAVI_ARM_SYSROOT" -lname '/*' ! -lname "$TAVI_ARM_SYSROOT/*" -printf '%p\t%l\n' | while IFS=$'\t' read -r link target; do
-    ln -sf "$TAVI_ARM_SYSROOT$target" "$link" # absolute links are meant for a root of their own
-done
+arm_relink "$TAVI_ARM_SYSROOT"
 
 # libyuv's source, as Debian has it: its binary package for the target contains no NEON code.
 export TAVI_LIBYUV_SOURCE_DIR=${TAVI_LIBYUV_SOURCE_DIR:-$arm_cache/libyuv}
