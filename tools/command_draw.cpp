@@ -149,7 +149,7 @@ void add_draw(CLI::App& app, Run& run) {
     add_input(sub, o->in);
     add_output(sub, o->out);
     // Each option takes effect where it stands, so that a colour holds for the shapes after it.
-    const auto in_order = [sub](const std::string& name, std::function<void(const std::string&)> take,
+    const auto in_order = [sub](const std::string& name, const std::function<void(const std::string&)>& take,
                                 const std::string& help) {
         sub->add_option_function<std::string>(name, take, help)
             ->trigger_on_parse()

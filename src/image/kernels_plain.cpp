@@ -27,8 +27,8 @@ const Kernels& plain_kernels() {
 }
 
 const Kernels& kernels() {
-    static const Kernels& chosen = simd_kernels() ? *simd_kernels() : plain_kernels();
-    return chosen;
+    static const Kernels* const simd = simd_kernels();
+    return simd ? *simd : plain_kernels();
 }
 
 } // namespace tavi

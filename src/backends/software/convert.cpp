@@ -35,11 +35,6 @@ private:
     bool run_turned(const ImageView& dst);
     int band_rows(const ImageView& dst) const;
 
-    int source_height(int index) const { return index == 0 ? src_.height : plan_.step[index - 1].height; }
-    const Format& format_before(int index) const {
-        return index == 0 ? *src_.format : *find_format(plan_.step[index - 1].format);
-    }
-
     const Plan& plan_;
     const ImageView& src_;
     const Box box_; ///< what the scaling step reads, of its own source
