@@ -10,6 +10,7 @@ if(TAVI_LIBYUV STREQUAL system)
     find_library(TAVI_LIBYUV_LIBRARY NAMES yuv REQUIRED)
     target_include_directories(tavi_libyuv SYSTEM INTERFACE ${TAVI_LIBYUV_INCLUDE})
     target_link_libraries(tavi_libyuv INTERFACE ${TAVI_LIBYUV_LIBRARY})
+    set(TAVI_PC_LIBYUV "-lyuv ") # what else a static link of ours needs
 elseif(TAVI_LIBYUV STREQUAL source)
     set(TAVI_LIBYUV_SOURCE_DIR "$ENV{TAVI_LIBYUV_SOURCE_DIR}" CACHE PATH "libyuv's source tree, for TAVI_LIBYUV=source")
     if(NOT EXISTS "${TAVI_LIBYUV_SOURCE_DIR}/include/libyuv.h")
