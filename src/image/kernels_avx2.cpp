@@ -101,24 +101,14 @@ void split_pairs(V pairs, H& even, H& odd) {
 template <int Chroma>
 YuvBlock load_yuv(const uint8_t* y, const uint8_t* u, const uint8_t* v, int x) {
     YuvBlock b;
-    if (Chroma == kPackedYUYV || Chroma == kPackedUYVY) {
-        const V p = load(y + 2 * x), q = load(y + 2 * x + 32), mask = set16(255);
-        V even = _mm256_packus_epi16(_mm256_and_si256(p, mask), _mm256_and_si256(q, mask));
-        V odd = _mm256_packus_epi16(_mm256_srli_epi16(p, 8), _mm256_srli_epi16(q, 8));
-        even = _mm256_permute4x64_epi64(even, 0xD8);
-        odd = _mm256_permute4x64_epi64(odd, 0xD8);
-        b.y = Chroma == kPackedYUYV ? even : odd;
-        split_pairs(Chroma == kPackedYUYV ? odd : even, b.u, b.v);
+    b.y = load(y + x);
+    if (Chroma == kPlanar) {
+        b.u = load16(u + x / 2);
+        b.v = load16(v + x / 2);
+    } else if (Chroma == kPairsUV) {
+        split_pairs(load(u + x), b.u, b.v);
     } else {
-        b.y = load(y + x);
-        if (Chroma == kPlanar) {
-            b.u = load16(u + x / 2);
-            b.v = load16(v + x / 2);
-        } else if (Chroma == kPairsUV) {
-            split_pairs(load(u + x), b.u, b.v);
-        } else {
-            split_pairs(load(u + x), b.v, b.u);
-        }
+        split_pairs(load(u + x), b.v, b.u);
     }
     return b;
 }
@@ -143,23 +133,55 @@ void store_yuv_as_rgb(const YuvBlock& block, uint8_t* out) {
     store_pixels<Kind>(out, channel(r), channel(g), channel(b));
 }
 
+/// Packed 4:2:2 without unpacking: luma stands in words already, and a shuffle puts each pixel's chroma into the high
+/// byte of its word.
+template <int Chroma, int Kind>
+void store_packed_as_rgb(const uint8_t* p, uint8_t* out) {
+    constexpr int8_t u = Chroma == kPackedYUYV ? 1 : 0, v = u + 2;
+    constexpr Shuffle kU = {{-1, u, -1, u, -1, u + 4, -1, u + 4, -1, u + 8, -1, u + 8, -1, u + 12, -1, u + 12}};
+    constexpr Shuffle kV = {{-1, v, -1, v, -1, v + 4, -1, v + 4, -1, v + 8, -1, v + 8, -1, v + 12, -1, v + 12}};
+    const V bias = set16(kYuvBias), sign = set16(-32768);
+    V rgb[3][2];
+    for (int i = 0; i < 2; ++i) { // pixels 0 to 7 and 16 to 23, then 8 to 15 and 24 to 31: packing puts them in order
+        const V pixels = join(load16(p + 16 * i), load16(p + 16 * i + 32));
+        const V luma = Chroma == kPackedYUYV ? _mm256_and_si256(pixels, set16(255)) : _mm256_srli_epi16(pixels, 8);
+        const V y = _mm256_add_epi16(_mm256_srli_epi16(_mm256_mullo_epi16(luma, set16(149)), 1), bias);
+        const V cu = _mm256_xor_si256(_mm256_shuffle_epi8(pixels, kU.full()), sign);
+        const V cv = _mm256_xor_si256(_mm256_shuffle_epi8(pixels, kV.full()), sign);
+        const V g = _mm256_add_epi16(_mm256_mulhrs_epi16(cu, set16(kUtoG)), _mm256_mulhrs_epi16(cv, set16(kVtoG)));
+        rgb[0][i] = _mm256_srai_epi16(_mm256_adds_epi16(y, _mm256_mulhrs_epi16(cv, set16(kVtoR))), 6);
+        rgb[1][i] = _mm256_srai_epi16(_mm256_subs_epi16(y, g), 6);
+        rgb[2][i] = _mm256_srai_epi16(_mm256_adds_epi16(y, _mm256_mulhrs_epi16(cu, set16(kUtoB))), 6);
+    }
+    store_pixels<Kind>(out, _mm256_packus_epi16(rgb[0][0], rgb[0][1]), _mm256_packus_epi16(rgb[1][0], rgb[1][1]),
+                       _mm256_packus_epi16(rgb[2][0], rgb[2][1]));
+}
+
+template <int Chroma, int Kind>
+void block_to_rgb(const uint8_t* y, const uint8_t* u, const uint8_t* v, int x, uint8_t* out) {
+    if constexpr (Chroma == kPackedYUYV || Chroma == kPackedUYVY)
+        store_packed_as_rgb<Chroma, Kind>(y + 2 * x, out);
+    else
+        store_yuv_as_rgb<Kind>(load_yuv<Chroma>(y, u, v, x), out);
+}
+
 template <int Chroma, int Kind>
 void yuv_to_rgb(const uint8_t* y, const uint8_t* u, const uint8_t* v, uint8_t* rgb, int width) {
     constexpr int n = rgb_bytes<Kind>();
     if (width < 32) {
-        uint8_t ys[64], us[32], vs[32], out[128];
+        uint8_t ys[64] = {}, us[32] = {}, vs[32] = {}, out[128];
         constexpr bool packed = Chroma == kPackedYUYV || Chroma == kPackedUYVY;
         std::memcpy(ys, y, packed ? 2 * width : width);
         if (!packed)
             std::memcpy(us, u, Chroma == kPlanar ? width / 2 : width);
         if (Chroma == kPlanar)
             std::memcpy(vs, v, width / 2);
-        store_yuv_as_rgb<Kind>(load_yuv<Chroma>(ys, us, vs, 0), out);
+        block_to_rgb<Chroma, Kind>(ys, us, vs, 0, out);
         std::memcpy(rgb, out, static_cast<size_t>(width) * n);
         return;
     }
     for (int x = 0;; x = x + 64 <= width ? x + 32 : width - 32) {
-        store_yuv_as_rgb<Kind>(load_yuv<Chroma>(y, u, v, x), rgb + x * n);
+        block_to_rgb<Chroma, Kind>(y, u, v, x, rgb + x * n);
         if (x + 32 >= width)
             return;
     }
@@ -167,68 +189,80 @@ void yuv_to_rgb(const uint8_t* y, const uint8_t* u, const uint8_t* v, uint8_t* r
 
 // ---------------------------------------------------------------------------------------------- RGB to YUV
 
-/// Sixteen pixels as four vectors of four pixels, four words each; the fourth word of RGB and BGR is zero.
+/// Sixteen pixels, eight a vector, as pairs of words: the first two channels, and the third with zero.
 struct Pixels16 {
-    V part[4];
+    V first_two[2];
+    V third[2];
 };
 
 template <int Kind>
 Pixels16 load_pixels(const uint8_t* p) {
-    if (rgb_bytes<Kind>() == 4)
-        return {{_mm256_cvtepu8_epi16(load16(p)), _mm256_cvtepu8_epi16(load16(p + 16)),
-                 _mm256_cvtepu8_epi16(load16(p + 32)), _mm256_cvtepu8_epi16(load16(p + 48))}};
-    constexpr Shuffle kSpread = {{0, 1, 2, -1, 3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11, -1}};
-    constexpr Shuffle kSpreadLast = {{4, 5, 6, -1, 7, 8, 9, -1, 10, 11, 12, -1, 13, 14, 15, -1}};
-    const auto spread = [](H h, const Shuffle& s) { return _mm256_cvtepu8_epi16(_mm_shuffle_epi8(h, s.half())); };
-    return {{spread(load16(p), kSpread), spread(load16(p + 12), kSpread), spread(load16(p + 24), kSpread),
-             spread(load16(p + 32), kSpreadLast)}};
+    Pixels16 out;
+    if (rgb_bytes<Kind>() == 4) {
+        constexpr Shuffle kFirstTwo = {{0, -1, 1, -1, 4, -1, 5, -1, 8, -1, 9, -1, 12, -1, 13, -1}};
+        constexpr Shuffle kThird = {{2, -1, -1, -1, 6, -1, -1, -1, 10, -1, -1, -1, 14, -1, -1, -1}};
+        for (int i = 0; i < 2; ++i) {
+            const V v = load(p + 32 * i);
+            out.first_two[i] = _mm256_shuffle_epi8(v, kFirstTwo.full());
+            out.third[i] = _mm256_shuffle_epi8(v, kThird.full());
+        }
+        return out;
+    }
+    // Four pixels a lane; the last load ends with the sixteenth pixel and is shuffled four bytes further on.
+    constexpr Shuffle kFirstTwo = {{0, -1, 1, -1, 3, -1, 4, -1, 6, -1, 7, -1, 9, -1, 10, -1}};
+    constexpr Shuffle kThird = {{2, -1, -1, -1, 5, -1, -1, -1, 8, -1, -1, -1, 11, -1, -1, -1}};
+    constexpr Shuffle kFirstTwoLate = {{4, -1, 5, -1, 7, -1, 8, -1, 10, -1, 11, -1, 13, -1, 14, -1}};
+    constexpr Shuffle kThirdLate = {{6, -1, -1, -1, 9, -1, -1, -1, 12, -1, -1, -1, 15, -1, -1, -1}};
+    const V a = join(load16(p), load16(p + 12)), b = join(load16(p + 24), load16(p + 32));
+    out.first_two[0] = _mm256_shuffle_epi8(a, kFirstTwo.full());
+    out.third[0] = _mm256_shuffle_epi8(a, kThird.full());
+    out.first_two[1] = _mm256_shuffle_epi8(b, join(kFirstTwo.half(), kFirstTwoLate.half()));
+    out.third[1] = _mm256_shuffle_epi8(b, join(kThird.half(), kThirdLate.half()));
+    return out;
 }
+
+/// Weights of the two words that pixels are kept in.
+struct Weights {
+    V first_two, third;
+};
 
 template <int Kind>
-V weights(int r, int g, int b) {
+Weights weights(int r, int g, int b) {
     constexpr bool swapped = Kind == kBGR || Kind == kBGRA;
-    const short first = static_cast<short>(swapped ? b : r), last = static_cast<short>(swapped ? r : b);
-    const short mid = static_cast<short>(g);
-    return _mm256_setr_epi16(first, mid, last, 0, first, mid, last, 0, first, mid, last, 0, first, mid, last, 0);
+    const int first = swapped ? b : r, last = swapped ? r : b;
+    return {_mm256_set1_epi32(static_cast<int>((first & 0xFFFFu) | (static_cast<unsigned>(g) << 16))),
+            _mm256_set1_epi32(last & 0xFFFF)};
 }
 
-/// Weighted sums of sixteen pixels, in the order that sorted() undoes.
-void weigh(const Pixels16& p, V w, V& ab, V& cd) {
-    ab = _mm256_hadd_epi32(_mm256_madd_epi16(p.part[0], w), _mm256_madd_epi16(p.part[1], w));
-    cd = _mm256_hadd_epi32(_mm256_madd_epi16(p.part[2], w), _mm256_madd_epi16(p.part[3], w));
+/// Weighted sums of eight pixels.
+V weigh(const Pixels16& p, int i, const Weights& w) {
+    return _mm256_add_epi32(_mm256_madd_epi16(p.first_two[i], w.first_two), _mm256_madd_epi16(p.third[i], w.third));
 }
 
-H sorted(V words) {
-    const V bytes = _mm256_packus_epi16(words, words);
-    return _mm_unpacklo_epi16(low(bytes), high(bytes));
-}
+V in_order(V words) { return _mm256_permute4x64_epi64(words, 0xD8); } // after packing two vectors
 
 template <int Kind>
 H luma16(const Pixels16& p) {
-    V ab, cd;
-    weigh(p, weights<Kind>(kRtoY, kGtoY, kBtoY), ab, cd);
+    const Weights w = weights<Kind>(kRtoY, kGtoY, kBtoY);
     const V bias = _mm256_set1_epi32(kLumaBias);
-    ab = _mm256_srai_epi32(_mm256_add_epi32(ab, bias), 15);
-    cd = _mm256_srai_epi32(_mm256_add_epi32(cd, bias), 15);
-    return sorted(_mm256_packs_epi32(ab, cd));
+    const V a = _mm256_srai_epi32(_mm256_add_epi32(weigh(p, 0, w), bias), 15);
+    const V b = _mm256_srai_epi32(_mm256_add_epi32(weigh(p, 1, w), bias), 15);
+    const V words = in_order(_mm256_packs_epi32(a, b));
+    return _mm_packus_epi16(low(words), high(words));
 }
 
 /// Eight U and eight V samples of sixteen pixels, which are sums of 1 << (Shift - 1) rows.
 template <int Kind, int Shift>
 H chroma8(const Pixels16& p) {
-    const auto pair_sums = [](V a, V b) {
-        return _mm256_add_epi16(_mm256_unpacklo_epi64(a, b), _mm256_unpackhi_epi64(a, b));
-    };
-    const V s0 = pair_sums(p.part[0], p.part[1]), s1 = pair_sums(p.part[2], p.part[3]);
     const V bias = _mm256_set1_epi32((128 << (15 + Shift)) + (1 << (14 + Shift)));
-    const auto difference = [&](V w) {
-        const V sum = _mm256_hadd_epi32(_mm256_madd_epi16(s0, w), _mm256_madd_epi16(s1, w));
+    const auto difference = [&](const Weights& w) {
+        const V sum = _mm256_hadd_epi32(weigh(p, 0, w), weigh(p, 1, w)); // pairs of pixels
         return _mm256_srai_epi32(_mm256_add_epi32(sum, bias), 15 + Shift);
     };
     const V words = _mm256_packs_epi32(difference(weights<Kind>(kRtoU, kGtoU, kBtoU)),
                                        difference(weights<Kind>(kRtoV, kGtoV, kBtoV)));
     const V bytes = _mm256_packus_epi16(words, words);
-    return _mm_unpacklo_epi8(low(bytes), high(bytes));
+    return _mm_unpacklo_epi16(low(bytes), high(bytes));
 }
 
 template <int Chroma>
@@ -252,8 +286,10 @@ void rgb_to_yuv420(const uint8_t* a, const uint8_t* b, uint8_t* ya, uint8_t* yb,
         store16(ya + x, luma16<Kind>(p));
         store16(yb + x, luma16<Kind>(q));
         Pixels16 sum;
-        for (int i = 0; i < 4; ++i)
-            sum.part[i] = _mm256_add_epi16(p.part[i], q.part[i]);
+        for (int i = 0; i < 2; ++i) {
+            sum.first_two[i] = _mm256_add_epi16(p.first_two[i], q.first_two[i]);
+            sum.third[i] = _mm256_add_epi16(p.third[i], q.third[i]);
+        }
         store_chroma8<Chroma>(u, v, x, chroma8<Kind, 2>(sum));
         if (x + 16 >= width)
             return;
@@ -279,14 +315,15 @@ void rgb_to_gray(const uint8_t* rgb, uint8_t* gray, int width) {
     constexpr int n = rgb_bytes<Kind>();
     if (width < 16)
         return rgb_to_gray_loop<Kind>(rgb, gray, width);
+    const Weights w = weights<Kind>(299, 587, 114);
     for (int x = 0;; x = x + 32 <= width ? x + 16 : width - 16) {
-        V ab, cd;
-        weigh(load_pixels<Kind>(rgb + x * n), weights<Kind>(299, 587, 114), ab, cd);
+        const Pixels16 p = load_pixels<Kind>(rgb + x * n);
         const V half = _mm256_set1_epi32(500);
-        ab = _mm256_srli_epi32(_mm256_add_epi32(ab, half), 3);
-        cd = _mm256_srli_epi32(_mm256_add_epi32(cd, half), 3);
-        const V eighths = _mm256_packs_epi32(ab, cd);
-        store16(gray + x, sorted(_mm256_srli_epi16(_mm256_mulhi_epu16(eighths, set16(33555)), 6)));
+        const V a = _mm256_srli_epi32(_mm256_add_epi32(weigh(p, 0, w), half), 3);
+        const V b = _mm256_srli_epi32(_mm256_add_epi32(weigh(p, 1, w), half), 3);
+        const V eighths = in_order(_mm256_packs_epi32(a, b));
+        const V words = _mm256_srli_epi16(_mm256_mulhi_epu16(eighths, set16(33555)), 6);
+        store16(gray + x, _mm_packus_epi16(low(words), high(words)));
         if (x + 16 >= width)
             return;
     }

@@ -21,7 +21,7 @@ inline uint8_t clamp8(int32_t v) { return static_cast<uint8_t>(v < 0 ? 0 : v > 2
 // ------------------------------------------------------------------------------------------------ YUV to RGB
 // BT.601 limited range with six fractional bits. Luma is (y * 257 * kYScale) >> 16 = y * 255/219 * 64; chroma is
 // (c - 128) << 8 times a Q15 factor, 64 * 128 times the coefficient: 1.596027, 0.391762, 0.812968, 2.017232.
-constexpr int32_t kYScale = 19003; // 255 / 219 * 64 * 65536 / 257
+constexpr int32_t kYScale = 18998; // 255 / 219 * 64 * 65536 / 257, so that it is also (y * 149) >> 1
 constexpr int32_t kVtoR = 13075;
 constexpr int32_t kUtoG = 3209;
 constexpr int32_t kVtoG = 6660;

@@ -1,15 +1,713 @@
 // SPDX-License-Identifier: MIT
-// The NEON build: the loops compiled for NEON, and those that compilers do not vectorise well written out.
+// The NEON build for 32-bit ARM: the loops compiled for NEON, and those that compilers do not vectorise well written
+// out. Every kernel here gives the bytes of its loop. What is left of a row after whole blocks is done by a last
+// block that overlaps the one before, or by the loop where a row is shorter than a block.
 #include "image/kernels_loops.h"
 
 #if defined(__ARM_NEON)
+
+#include <arm_neon.h>
 
 namespace tavi {
 
 const Kernels& neon_kernels();
 
+namespace {
+
+// ---------------------------------------------------------------------------------------------- YUV to RGB
+
+template <int Kind>
+void store_pixels(uint8_t* out, uint8x8_t r, uint8x8_t g, uint8x8_t b) {
+    constexpr bool swapped = Kind == kBGR || Kind == kBGRA;
+    if (rgb_bytes<Kind>() == 3)
+        vst3_u8(out, {{swapped ? b : r, g, swapped ? r : b}});
+    else
+        vst4_u8(out, {{swapped ? b : r, g, swapped ? r : b, vdup_n_u8(255)}});
+}
+
+struct YuvBlock {
+    uint8x8_t y0, y1; // 16 pixels
+    uint8x8_t u, v;   // 8 pairs
+};
+
+template <int Chroma>
+inline YuvBlock load_yuv(const uint8_t* y, const uint8_t* u, const uint8_t* v, int x) {
+    if (Chroma == kPackedYUYV || Chroma == kPackedUYVY) {
+        const uint8x8x4_t p = vld4_u8(y + 2 * x); // y u y v, or u y v y
+        constexpr int luma = Chroma == kPackedYUYV ? 0 : 1, chroma = 1 - luma;
+        const uint8x8x2_t pair = vzip_u8(p.val[luma], p.val[luma + 2]);
+        return {pair.val[0], pair.val[1], p.val[chroma], p.val[chroma + 2]};
+    }
+    const uint8x16_t luma = vld1q_u8(y + x);
+    if (Chroma == kPlanar)
+        return {vget_low_u8(luma), vget_high_u8(luma), vld1_u8(u + x / 2), vld1_u8(v + x / 2)};
+    const uint8x8x2_t pairs = vld2_u8(u + x);
+    return {vget_low_u8(luma), vget_high_u8(luma), pairs.val[Chroma == kPairsVU], pairs.val[Chroma == kPairsUV]};
+}
+
+template <int Kind>
+inline void store_yuv_as_rgb(const YuvBlock& block, uint8_t* out) {
+    const uint8x8_t sign = vdup_n_u8(0x80);
+    const int16x8_t bias = vdupq_n_s16(kYuvBias);
+    const int16x8_t u = vshll_n_s8(vreinterpret_s8_u8(veor_u8(block.u, sign)), 8);
+    const int16x8_t v = vshll_n_s8(vreinterpret_s8_u8(veor_u8(block.v, sign)), 8);
+    const int16x8_t r = vaddq_s16(vqrdmulhq_n_s16(v, kVtoR), bias);
+    const int16x8_t g = vsubq_s16(vsubq_s16(bias, vqrdmulhq_n_s16(u, kUtoG)), vqrdmulhq_n_s16(v, kVtoG));
+    const int16x8_t b = vaddq_s16(vqrdmulhq_n_s16(u, kUtoB), bias);
+    const uint8x8_t scale = vdup_n_u8(149);
+    const int16x8_t y0 = vreinterpretq_s16_u16(vshrq_n_u16(vmull_u8(block.y0, scale), 1));
+    const int16x8_t y1 = vreinterpretq_s16_u16(vshrq_n_u16(vmull_u8(block.y1, scale), 1));
+    const int16x8x2_t rr = vzipq_s16(r, r), gg = vzipq_s16(g, g), bb = vzipq_s16(b, b);
+    const auto sample = [](int16x8_t y, int16x8_t c) { return vqshrun_n_s16(vqaddq_s16(y, c), 6); };
+    store_pixels<Kind>(out, sample(y0, rr.val[0]), sample(y0, gg.val[0]), sample(y0, bb.val[0]));
+    store_pixels<Kind>(out + 8 * rgb_bytes<Kind>(), sample(y1, rr.val[1]), sample(y1, gg.val[1]),
+                       sample(y1, bb.val[1]));
+}
+
+template <int Chroma, int Kind>
+void yuv_to_rgb(const uint8_t* y, const uint8_t* u, const uint8_t* v, uint8_t* rgb, int width) {
+    if (width < 16)
+        return yuv_to_rgb_loop<Chroma, Kind>(y, u, v, rgb, width);
+    for (int x = 0;; x = x + 32 <= width ? x + 16 : width - 16) {
+        store_yuv_as_rgb<Kind>(load_yuv<Chroma>(y, u, v, x), rgb + x * rgb_bytes<Kind>());
+        if (x + 16 >= width)
+            return;
+    }
+}
+
+// ---------------------------------------------------------------------------------------------- RGB to YUV
+
+struct Channels {
+    uint8x16_t r, g, b; // 16 pixels
+};
+
+template <int Kind>
+inline Channels load_pixels(const uint8_t* p) {
+    constexpr bool swapped = Kind == kBGR || Kind == kBGRA;
+    if (rgb_bytes<Kind>() == 3) {
+        const uint8x16x3_t v = vld3q_u8(p);
+        return {v.val[swapped ? 2 : 0], v.val[1], v.val[swapped ? 0 : 2]};
+    }
+    const uint8x16x4_t v = vld4q_u8(p);
+    return {v.val[swapped ? 2 : 0], v.val[1], v.val[swapped ? 0 : 2]};
+}
+
+inline uint32x4_t weigh(uint16x4_t r, uint16x4_t g, uint16x4_t b, int wr, int wg, int wb, uint32_t bias) {
+    const auto w = [](int v) { return static_cast<uint16_t>(v); };
+    return vmlal_n_u16(vmlal_n_u16(vmlal_n_u16(vdupq_n_u32(bias), r, w(wr)), g, w(wg)), b, w(wb));
+}
+
+inline uint8x8_t luma8(uint8x8_t r8, uint8x8_t g8, uint8x8_t b8) {
+    const uint16x8_t r = vmovl_u8(r8), g = vmovl_u8(g8), b = vmovl_u8(b8);
+    const uint32x4_t lo = weigh(vget_low_u16(r), vget_low_u16(g), vget_low_u16(b), kRtoY, kGtoY, kBtoY, kLumaBias);
+    const uint32x4_t hi = weigh(vget_high_u16(r), vget_high_u16(g), vget_high_u16(b), kRtoY, kGtoY, kBtoY, kLumaBias);
+    return vmovn_u16(vcombine_u16(vshrn_n_u32(lo, 15), vshrn_n_u32(hi, 15)));
+}
+
+inline uint8x16_t luma16(const Channels& p) {
+    return vcombine_u8(luma8(vget_low_u8(p.r), vget_low_u8(p.g), vget_low_u8(p.b)),
+                       luma8(vget_high_u8(p.r), vget_high_u8(p.g), vget_high_u8(p.b)));
+}
+
+/// Eight chroma samples of sums of 1 << Shift pixels.
+template <int Shift>
+inline uint8x8_t chroma8(int16x8_t r, int16x8_t g, int16x8_t b, int wr, int wg, int wb) {
+    const int32x4_t bias = vdupq_n_s32((128 << (15 + Shift)) + (1 << (14 + Shift)));
+    const auto half = [&](int16x4_t r4, int16x4_t g4, int16x4_t b4) {
+        const auto w = [](int v) { return static_cast<int16_t>(v); };
+        const int32x4_t sum = vmlal_n_s16(vmlal_n_s16(vmlal_n_s16(bias, r4, w(wr)), g4, w(wg)), b4, w(wb));
+        return vmovn_s32(vshrq_n_s32(sum, 15 + Shift));
+    };
+    return vqmovun_s16(vcombine_s16(half(vget_low_s16(r), vget_low_s16(g), vget_low_s16(b)),
+                                    half(vget_high_s16(r), vget_high_s16(g), vget_high_s16(b))));
+}
+
+template <int Chroma, int Shift>
+inline void store_chroma(uint8_t* u, uint8_t* v, int x, uint16x8_t rs, uint16x8_t gs, uint16x8_t bs) {
+    const int16x8_t r = vreinterpretq_s16_u16(rs), g = vreinterpretq_s16_u16(gs), b = vreinterpretq_s16_u16(bs);
+    const uint8x8_t cu = chroma8<Shift>(r, g, b, kRtoU, kGtoU, kBtoU);
+    const uint8x8_t cv = chroma8<Shift>(r, g, b, kRtoV, kGtoV, kBtoV);
+    if (Chroma == kPlanar) {
+        vst1_u8(u + x / 2, cu);
+        vst1_u8(v + x / 2, cv);
+    } else {
+        vst2_u8(u + x, {{Chroma == kPairsUV ? cu : cv, Chroma == kPairsUV ? cv : cu}});
+    }
+}
+
+template <int Chroma, int Kind>
+void rgb_to_yuv420(const uint8_t* a, const uint8_t* b, uint8_t* ya, uint8_t* yb, uint8_t* u, uint8_t* v, int width) {
+    constexpr int n = rgb_bytes<Kind>();
+    if (width < 16)
+        return rgb_to_yuv420_loop<Chroma, Kind>(a, b, ya, yb, u, v, width);
+    for (int x = 0;; x = x + 32 <= width ? x + 16 : width - 16) {
+        const Channels p = load_pixels<Kind>(a + x * n), q = load_pixels<Kind>(b + x * n);
+        vst1q_u8(ya + x, luma16(p));
+        vst1q_u8(yb + x, luma16(q));
+        store_chroma<Chroma, 2>(u, v, x, vpadalq_u8(vpaddlq_u8(p.r), q.r), vpadalq_u8(vpaddlq_u8(p.g), q.g),
+                                vpadalq_u8(vpaddlq_u8(p.b), q.b));
+        if (x + 16 >= width)
+            return;
+    }
+}
+
+template <int Chroma, int Kind>
+void rgb_to_yuv422(const uint8_t* rgb, uint8_t* y, uint8_t* u, uint8_t* v, int width) {
+    constexpr int n = rgb_bytes<Kind>();
+    if (width < 16)
+        return rgb_to_yuv422_loop<Chroma, Kind>(rgb, y, u, v, width);
+    for (int x = 0;; x = x + 32 <= width ? x + 16 : width - 16) {
+        const Channels p = load_pixels<Kind>(rgb + x * n);
+        vst1q_u8(y + x, luma16(p));
+        store_chroma<Chroma, 1>(u, v, x, vpaddlq_u8(p.r), vpaddlq_u8(p.g), vpaddlq_u8(p.b));
+        if (x + 16 >= width)
+            return;
+    }
+}
+
+inline uint8x8_t gray8(uint8x8_t r8, uint8x8_t g8, uint8x8_t b8) {
+    const uint16x8_t r = vmovl_u8(r8), g = vmovl_u8(g8), b = vmovl_u8(b8);
+    const auto half = [](uint16x4_t r4, uint16x4_t g4, uint16x4_t b4) {
+        const uint16x4_t eighths = vshrn_n_u32(weigh(r4, g4, b4, 299, 587, 114, 500), 3);
+        return vshrn_n_u32(vmull_n_u16(eighths, 33555), 16);
+    };
+    const uint16x8_t v = vcombine_u16(half(vget_low_u16(r), vget_low_u16(g), vget_low_u16(b)),
+                                      half(vget_high_u16(r), vget_high_u16(g), vget_high_u16(b)));
+    return vshrn_n_u16(v, 6);
+}
+
+template <int Kind>
+void rgb_to_gray(const uint8_t* rgb, uint8_t* gray, int width) {
+    constexpr int n = rgb_bytes<Kind>();
+    if (width < 16)
+        return rgb_to_gray_loop<Kind>(rgb, gray, width);
+    for (int x = 0;; x = x + 32 <= width ? x + 16 : width - 16) {
+        const Channels p = load_pixels<Kind>(rgb + x * n);
+        vst1_u8(gray + x, gray8(vget_low_u8(p.r), vget_low_u8(p.g), vget_low_u8(p.b)));
+        vst1_u8(gray + x + 8, gray8(vget_high_u8(p.r), vget_high_u8(p.g), vget_high_u8(p.b)));
+        if (x + 16 >= width)
+            return;
+    }
+}
+
+template <int N>
+void gray_to_rgb(const uint8_t* gray, uint8_t* rgb, int width) {
+    if (width < 16)
+        return gray_to_rgb_loop<N>(gray, rgb, width);
+    for (int x = 0;; x = x + 32 <= width ? x + 16 : width - 16) {
+        const uint8x16_t g = vld1q_u8(gray + x);
+        if (N == 3)
+            vst3q_u8(rgb + 3 * x, {{g, g, g}});
+        else
+            vst4q_u8(rgb + 4 * x, {{g, g, g, vdupq_n_u8(255)}});
+        if (x + 16 >= width)
+            return;
+    }
+}
+
+void gray16_to_8(const uint8_t* gray16, uint8_t* gray, int width) {
+    if (width < 8)
+        return gray16_to_8_loop(gray16, gray, width);
+    for (int x = 0;; x = x + 16 <= width ? x + 8 : width - 8) {
+        const uint16x8_t v = vreinterpretq_u16_u8(vld1q_u8(gray16 + 2 * x));
+        const uint32x4_t bias = vdupq_n_u32(32895);
+        const uint16x4_t lo = vshrn_n_u32(vmlal_n_u16(bias, vget_low_u16(v), 255), 16);
+        const uint16x4_t hi = vshrn_n_u32(vmlal_n_u16(bias, vget_high_u16(v), 255), 16);
+        vst1_u8(gray + x, vmovn_u16(vcombine_u16(lo, hi)));
+        if (x + 8 >= width)
+            return;
+    }
+}
+
+// ------------------------------------------------------------------------------------------------- scaling
+
+inline int16x8_t scaled(uint8x8_t v) { return vreinterpretq_s16_u16(vshll_n_u8(v, 6)); }
+
+inline int16x8_t mix8(uint8x8_t a, uint8x8_t b, int16_t weight) {
+    const int16x8_t d = vshlq_n_s16(vreinterpretq_s16_u16(vsubl_u8(b, a)), 6);
+    return vaddq_s16(scaled(a), vqrdmulhq_n_s16(d, weight));
+}
+
+inline uint16x8_t words(int16x8_t v) { return vreinterpretq_u16_s16(v); }
+
+void widen(const uint8_t* row, uint16_t* out, int n) {
+    if (n < 8)
+        return widen_loop(row, out, n);
+    for (int i = 0;; i = i + 16 <= n ? i + 8 : n - 8) {
+        vst1q_u16(out + i, vshll_n_u8(vld1_u8(row + i), 6));
+        if (i + 8 >= n)
+            return;
+    }
+}
+
+void narrow(const uint16_t* row, uint8_t* out, int n) {
+    if (n < 8)
+        return narrow_loop(row, out, n);
+    for (int i = 0;; i = i + 16 <= n ? i + 8 : n - 8) {
+        vst1_u8(out + i, vqrshrn_n_u16(vld1q_u16(row + i), 6));
+        if (i + 8 >= n)
+            return;
+    }
+}
+
+void blend8(const uint8_t* a, const uint8_t* b, int weight, uint16_t* out, int n) {
+    if (n < 16)
+        return blend8_loop(a, b, weight, out, n);
+    const int16_t w = static_cast<int16_t>(weight);
+    for (int i = 0;; i = i + 32 <= n ? i + 16 : n - 16) {
+        const uint8x16_t p = vld1q_u8(a + i), q = vld1q_u8(b + i);
+        vst1q_u16(out + i, words(mix8(vget_low_u8(p), vget_low_u8(q), w)));
+        vst1q_u16(out + i + 8, words(mix8(vget_high_u8(p), vget_high_u8(q), w)));
+        if (i + 16 >= n)
+            return;
+    }
+}
+
+void blend8_to_8(const uint8_t* a, const uint8_t* b, int weight, uint8_t* out, int n) {
+    if (n < 16)
+        return blend8_to_8_loop(a, b, weight, out, n);
+    const int16_t w = static_cast<int16_t>(weight);
+    for (int i = 0;; i = i + 32 <= n ? i + 16 : n - 16) {
+        const uint8x16_t p = vld1q_u8(a + i), q = vld1q_u8(b + i);
+        vst1q_u8(out + i, vcombine_u8(vqrshrun_n_s16(mix8(vget_low_u8(p), vget_low_u8(q), w), 6),
+                                      vqrshrun_n_s16(mix8(vget_high_u8(p), vget_high_u8(q), w), 6)));
+        if (i + 16 >= n)
+            return;
+    }
+}
+
+void blend16_to_8(const uint16_t* a, const uint16_t* b, int weight, uint8_t* out, int n) {
+    if (n < 8)
+        return blend16_to_8_loop(a, b, weight, out, n);
+    for (int i = 0;; i = i + 16 <= n ? i + 8 : n - 8) {
+        const int16x8_t p = vreinterpretq_s16_u16(vld1q_u16(a + i)), q = vreinterpretq_s16_u16(vld1q_u16(b + i));
+        const int16x8_t v = vaddq_s16(p, vqrdmulhq_n_s16(vsubq_s16(q, p), static_cast<int16_t>(weight)));
+        vst1_u8(out + i, vqrshrun_n_s16(v, 6));
+        if (i + 8 >= n)
+            return;
+    }
+}
+
+void box_rows(const BoxRows& rows, uint16_t* out, int n) {
+    const int inner = rows.count - 2;
+    if (n < 16 || inner > kBoxRowsIn16Bits)
+        return box_rows_loop(rows, out, n);
+    const uint8_t* last = rows.first + (rows.count - 1) * rows.pitch;
+    const int16_t w_first = static_cast<int16_t>(rows.first_weight), w_last = static_cast<int16_t>(rows.last_weight);
+    const int16x8_t shift = vdupq_n_s16(rows.inner_shift);
+    const auto of_inner = [&](uint16x8_t sum) {
+        const uint16x8_t s = vshlq_u16(sum, shift);
+        return vcombine_u16(vshrn_n_u32(vmull_n_u16(vget_low_u16(s), rows.inner_weight), 16),
+                            vshrn_n_u32(vmull_n_u16(vget_high_u16(s), rows.inner_weight), 16));
+    };
+    for (int i = 0;; i = i + 32 <= n ? i + 16 : n - 16) {
+        const uint8x16_t first = vld1q_u8(rows.first + i);
+        uint16x8_t lo = words(vqrdmulhq_n_s16(scaled(vget_low_u8(first)), w_first));
+        uint16x8_t hi = words(vqrdmulhq_n_s16(scaled(vget_high_u8(first)), w_first));
+        if (rows.count > 1) {
+            const uint8x16_t end = vld1q_u8(last + i);
+            lo = vaddq_u16(lo, words(vqrdmulhq_n_s16(scaled(vget_low_u8(end)), w_last)));
+            hi = vaddq_u16(hi, words(vqrdmulhq_n_s16(scaled(vget_high_u8(end)), w_last)));
+        }
+        if (inner > 0) {
+            uint16x8_t sum_lo = vdupq_n_u16(0), sum_hi = sum_lo;
+            const uint8_t* p = rows.first + i;
+            for (int k = 0; k < inner; ++k) {
+                const uint8x16_t row = vld1q_u8(p += rows.pitch);
+                sum_lo = vaddw_u8(sum_lo, vget_low_u8(row));
+                sum_hi = vaddw_u8(sum_hi, vget_high_u8(row));
+            }
+            lo = vaddq_u16(lo, of_inner(sum_lo));
+            hi = vaddq_u16(hi, of_inner(sum_hi));
+        }
+        vst1q_u16(out + i, lo);
+        vst1q_u16(out + i + 8, hi);
+        if (i + 16 >= n)
+            return;
+    }
+}
+
+inline int16x4_t signed4(uint16x4_t v) { return vreinterpret_s16_u16(v); }
+
+/// Sum of one column of three or four channels.
+template <int C>
+inline int32x4_t fir_column(const uint16_t* p, const int16_t* w, int taps) {
+    int32x4_t acc = vdupq_n_s32(0);
+    for (int k = 0; k < taps; k += 2) {
+        const int16x4x2_t pair = vld2_dup_s16(w + k);
+        acc = vmlal_s16(acc, signed4(vld1_u16(p + k * C)), pair.val[0]);
+        acc = vmlal_s16(acc, signed4(vld1_u16(p + (k + 1) * C)), pair.val[1]);
+    }
+    return acc;
+}
+
+inline void store_bytes4(uint8_t* out, uint8x8_t v) {
+    vst1_lane_u32(reinterpret_cast<uint32_t*>(out), vreinterpret_u32_u8(v), 0);
+}
+
+/// Two columns rounded to bytes. With three channels a store runs one byte into the next column.
+template <int C>
+inline void store_columns2(uint8_t* out, int32x4_t a, int32x4_t b) {
+    const uint16x8_t v = vcombine_u16(vqmovun_s32(vrshrq_n_s32(a, 20)), vqmovun_s32(vrshrq_n_s32(b, 20)));
+    const uint8x8_t bytes = vqmovn_u16(v);
+    if (C == 4) {
+        vst1_u8(out, bytes);
+    } else {
+        store_bytes4(out, bytes);
+        store_bytes4(out + 3, vreinterpret_u8_u64(vshr_n_u64(vreinterpret_u64_u8(bytes), 32)));
+    }
+}
+
+template <int C>
+void fir_wide(const uint16_t* row, const FirTable& t, uint8_t* out) {
+    int i = 0;
+    for (; i + 3 <= t.cols; i += 2)
+        store_columns2<C>(out + i * C, fir_column<C>(row + t.start[i], t.weight + i * t.taps, t.taps),
+                          fir_column<C>(row + t.start[i + 1], t.weight + (i + 1) * t.taps, t.taps));
+    fir_to_8_loop<C>(row, t, out, i);
+}
+
+template <int C>
+void fir_wide_to_16(const uint16_t* row, const FirTable& t, uint16_t* out) {
+    int i = 0;
+    for (; i + 2 <= t.cols; ++i) { // a store of four words may run into the next column's
+        const int32x4_t acc = fir_column<C>(row + t.start[i], t.weight + i * t.taps, t.taps);
+        vst1_u16(out + i * C, vqrshrun_n_s32(acc, 14));
+    }
+    fir_to_16_loop<C>(row, t, out, i);
+}
+
+/// Sums of four columns of one channel.
+inline int32x4_t fir1_four(const uint16_t* row, const FirTable& t, int i) {
+    int32x4_t acc = vdupq_n_s32(0);
+    const int32_t* start = t.start + i;
+    const int16_t* w = t.weight + i * t.taps;
+    const auto two = [](const void* a, const void* b) {
+        const uint32x2_t v = vld1_lane_u32(static_cast<const uint32_t*>(a), vdup_n_u32(0), 0);
+        return vreinterpret_s16_u32(vld1_lane_u32(static_cast<const uint32_t*>(b), v, 1));
+    };
+    for (int k = 0; k < t.taps; k += 2) {
+        const int32x4_t p = vmull_s16(two(row + start[0] + k, row + start[1] + k), two(w + k, w + t.taps + k));
+        const int32x4_t q =
+            vmull_s16(two(row + start[2] + k, row + start[3] + k), two(w + 2 * t.taps + k, w + 3 * t.taps + k));
+        acc = vaddq_s32(acc, vcombine_s32(vpadd_s32(vget_low_s32(p), vget_high_s32(p)),
+                                          vpadd_s32(vget_low_s32(q), vget_high_s32(q))));
+    }
+    return acc;
+}
+
+/// Sums of one column of two channels.
+inline int32x2_t fir2_one(const uint16_t* p, const int16_t* w, int taps) {
+    int32x4_t acc = vdupq_n_s32(0);
+    for (int k = 0; k < taps; k += 2) {
+        const int16x4x2_t pair = vld2_dup_s16(w + k);
+        const int16x4_t both = vreinterpret_s16_s32(
+            vzip_s32(vreinterpret_s32_s16(pair.val[0]), vreinterpret_s32_s16(pair.val[1])).val[0]);
+        acc = vmlal_s16(acc, signed4(vld1_u16(p + 2 * k)), both);
+    }
+    return vadd_s32(vget_low_s32(acc), vget_high_s32(acc));
+}
+
+inline int32x4_t fir2_two(const uint16_t* row, const FirTable& t, int i) {
+    return vcombine_s32(fir2_one(row + t.start[i], t.weight + i * t.taps, t.taps),
+                        fir2_one(row + t.start[i + 1], t.weight + (i + 1) * t.taps, t.taps));
+}
+
+inline uint8x8_t bytes8(int32x4_t a, int32x4_t b) {
+    return vqmovn_u16(vcombine_u16(vqmovun_s32(vrshrq_n_s32(a, 20)), vqmovun_s32(vrshrq_n_s32(b, 20))));
+}
+
+void fir1(const uint16_t* row, const FirTable& t, uint8_t* out) {
+    int i = 0;
+    for (; i + 8 <= t.cols; i += 8)
+        vst1_u8(out + i, bytes8(fir1_four(row, t, i), fir1_four(row, t, i + 4)));
+    fir_to_8_loop<1>(row, t, out, i);
+}
+
+void fir1_to_16(const uint16_t* row, const FirTable& t, uint16_t* out) {
+    int i = 0;
+    for (; i + 4 <= t.cols; i += 4)
+        vst1_u16(out + i, vqrshrun_n_s32(fir1_four(row, t, i), 14));
+    fir_to_16_loop<1>(row, t, out, i);
+}
+
+void fir2(const uint16_t* row, const FirTable& t, uint8_t* out) {
+    int i = 0;
+    for (; i + 4 <= t.cols; i += 4)
+        vst1_u8(out + 2 * i, bytes8(fir2_two(row, t, i), fir2_two(row, t, i + 2)));
+    fir_to_8_loop<2>(row, t, out, i);
+}
+
+void fir2_to_16(const uint16_t* row, const FirTable& t, uint16_t* out) {
+    int i = 0;
+    for (; i + 2 <= t.cols; i += 2)
+        vst1_u16(out + 2 * i, vqrshrun_n_s32(fir2_two(row, t, i), 14));
+    fir_to_16_loop<2>(row, t, out, i);
+}
+
+template <int C>
+void bilinear_wide(const uint8_t* a, const uint8_t* b, int weight, const FirTable& t, uint8_t* out) {
+    const int16_t down = static_cast<int16_t>(weight);
+    int safe = t.cols; // loads of eight bytes stay inside the row
+    while (safe > 0 && t.start[safe - 1] + 8 > t.row_elements)
+        --safe;
+    const auto column = [&](int i) {
+        const int16x8_t v = mix8(vld1_u8(a + t.start[i]), vld1_u8(b + t.start[i]), down);
+        const int16x4x2_t w = vld2_dup_s16(t.weight + 2 * i);
+        return vmlal_s16(vmull_s16(vget_low_s16(v), w.val[0]), vget_low_s16(vextq_s16(v, v, C)), w.val[1]);
+    };
+    int i = 0;
+    for (; i + 3 <= safe; i += 2)
+        store_columns2<C>(out + i * C, column(i), column(i + 1));
+    bilinear_at_loop<C>(a, b, weight, t, out, i);
+}
+
+void bilinear1(const uint8_t* a, const uint8_t* b, int weight, const FirTable& t, uint8_t* out) {
+    const int16_t down = static_cast<int16_t>(weight);
+    const auto four = [](const uint8_t* row, const int32_t* start) {
+        uint16x4_t v = vdup_n_u16(0); // two bytes of each of four columns
+        v = vld1_lane_u16(reinterpret_cast<const uint16_t*>(row + start[0]), v, 0);
+        v = vld1_lane_u16(reinterpret_cast<const uint16_t*>(row + start[1]), v, 1);
+        v = vld1_lane_u16(reinterpret_cast<const uint16_t*>(row + start[2]), v, 2);
+        v = vld1_lane_u16(reinterpret_cast<const uint16_t*>(row + start[3]), v, 3);
+        return vreinterpret_u8_u16(v);
+    };
+    const auto sums = [&](int i) {
+        const int16x8_t v = mix8(four(a, t.start + i), four(b, t.start + i), down);
+        const int16x8_t w = vld1q_s16(t.weight + 2 * i);
+        const int32x4_t p = vmull_s16(vget_low_s16(v), vget_low_s16(w)),
+                        q = vmull_s16(vget_high_s16(v), vget_high_s16(w));
+        return vcombine_s32(vpadd_s32(vget_low_s32(p), vget_high_s32(p)),
+                            vpadd_s32(vget_low_s32(q), vget_high_s32(q)));
+    };
+    int i = 0;
+    for (; i + 8 <= t.cols; i += 8)
+        vst1_u8(out + i, bytes8(sums(i), sums(i + 4)));
+    bilinear_at_loop<1>(a, b, weight, t, out, i);
+}
+
+void bilinear2(const uint8_t* a, const uint8_t* b, int weight, const FirTable& t, uint8_t* out) {
+    const int16_t down = static_cast<int16_t>(weight);
+    const auto two = [](const uint8_t* row, const int32_t* start) { // four bytes of each of two columns
+        uint32x2_t v = vdup_n_u32(0);
+        v = vld1_lane_u32(reinterpret_cast<const uint32_t*>(row + start[0]), v, 0);
+        v = vld1_lane_u32(reinterpret_cast<const uint32_t*>(row + start[1]), v, 1);
+        return vreinterpret_u8_u32(v);
+    };
+    const auto sums = [&](int i) {
+        const int16x8_t v = mix8(two(a, t.start + i), two(b, t.start + i), down);
+        const int16x4_t w = vld1_s16(t.weight + 2 * i);
+        const int16x4x2_t twice = vzip_s16(w, w);
+        const int32x4_t p = vmull_s16(vget_low_s16(v), twice.val[0]), q = vmull_s16(vget_high_s16(v), twice.val[1]);
+        return vcombine_s32(vadd_s32(vget_low_s32(p), vget_high_s32(p)), vadd_s32(vget_low_s32(q), vget_high_s32(q)));
+    };
+    int i = 0;
+    for (; i + 4 <= t.cols; i += 4)
+        vst1_u8(out + 2 * i, bytes8(sums(i), sums(i + 2)));
+    bilinear_at_loop<2>(a, b, weight, t, out, i);
+}
+
+// -------------------------------------------------------------------------------------------------- affine
+
+template <int C>
+void affine_wide(const AffineSpan& s, uint8_t* out, int n) {
+    // Loads of eight bytes must stay inside the plane: all but its last row lend the next row's bytes.
+    const int32_t last_y = s.y + (n - 1) * s.dy;
+    if ((std::max(s.y, last_y) >> 16) + 2 >= s.rows)
+        return affine_span_loop<C>(s, out, n);
+    int32_t x = s.x, y = s.y;
+    const auto column = [&] {
+        const uint8_t* p = s.data + (y >> 16) * s.pitch + (x >> 16) * C;
+        const int fx = (x >> 8) & 255, fy = (y >> 8) & 255;
+        x += s.dx, y += s.dy;
+        const uint8x8_t top = vld1_u8(p), bottom = vld1_u8(p + s.pitch);
+        // 256 top + fy (bottom - top), exact in sixteen bits although the product alone wraps.
+        const uint16x8_t v = vmlaq_n_u16(vshll_n_u8(top, 8), vsubl_u8(bottom, top), static_cast<uint16_t>(fy));
+        const int16x8_t h = vreinterpretq_s16_u16(vshrq_n_u16(v, 1));
+        const int32x4_t sum = vmull_n_s16(vget_low_s16(h), static_cast<int16_t>(256 - fx));
+        return vrshrn_n_s32(vmlal_n_s16(sum, vget_low_s16(vextq_s16(h, h, C)), static_cast<int16_t>(fx)), 15);
+    };
+    int i = 0;
+    for (; i + 3 <= n; i += 2) { // a store may run a byte into the next column
+        const int16x4_t a = column(), b = column();
+        const uint8x8_t bytes = vqmovun_s16(vcombine_s16(a, b));
+        if (C == 4) {
+            vst1_u8(out + i * C, bytes);
+        } else {
+            store_bytes4(out + i * C, bytes);
+            store_bytes4(out + i * C + 3, vreinterpret_u8_u64(vshr_n_u64(vreinterpret_u64_u8(bytes), 32)));
+        }
+    }
+    for (; i < n; ++i)
+        affine_pixel<C>(s, s.x + i * s.dx, s.y + i * s.dy, out + i * C);
+}
+
+// --------------------------------------------------------------------------------------------- orientation
+
+template <int N>
+void mirror(const uint8_t* row, uint8_t* out, int cols) {
+    if (cols < 8)
+        return mirror_loop<N>(row, out, cols);
+    for (int x = 0;; x = x + 16 <= cols ? x + 8 : cols - 8) {
+        const uint8_t* p = row + (cols - 8 - x) * N;
+        uint8_t* q = out + x * N;
+        if (N == 1) {
+            vst1_u8(q, vrev64_u8(vld1_u8(p)));
+        } else if (N == 2) {
+            const uint8x8x2_t v = vld2_u8(p);
+            vst2_u8(q, {{vrev64_u8(v.val[0]), vrev64_u8(v.val[1])}});
+        } else if (N == 3) {
+            const uint8x8x3_t v = vld3_u8(p);
+            vst3_u8(q, {{vrev64_u8(v.val[0]), vrev64_u8(v.val[1]), vrev64_u8(v.val[2])}});
+        } else {
+            const uint8x8x4_t v = vld4_u8(p);
+            vst4_u8(q, {{vrev64_u8(v.val[0]), vrev64_u8(v.val[1]), vrev64_u8(v.val[2]), vrev64_u8(v.val[3])}});
+        }
+        if (x + 8 >= cols)
+            return;
+    }
+}
+
+/// 8 x 8 bytes in place.
+inline void transpose8(uint8x8_t* a) {
+    for (int i = 0; i < 8; i += 2) {
+        const uint8x8x2_t t = vtrn_u8(a[i], a[i + 1]);
+        a[i] = t.val[0], a[i + 1] = t.val[1];
+    }
+    for (int i : {0, 1, 4, 5}) {
+        const uint16x4x2_t t = vtrn_u16(vreinterpret_u16_u8(a[i]), vreinterpret_u16_u8(a[i + 2]));
+        a[i] = vreinterpret_u8_u16(t.val[0]), a[i + 2] = vreinterpret_u8_u16(t.val[1]);
+    }
+    for (int i = 0; i < 4; ++i) {
+        const uint32x2x2_t t = vtrn_u32(vreinterpret_u32_u8(a[i]), vreinterpret_u32_u8(a[i + 4]));
+        a[i] = vreinterpret_u8_u32(t.val[0]), a[i + 4] = vreinterpret_u8_u32(t.val[1]);
+    }
+}
+
+template <int N>
+void transpose_small(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_t dst_pitch, int cols) {
+    int x = 0;
+    for (; x + 8 <= cols; x += 8)
+        for (int y = 0; y < 16; y += 8) {
+            uint8x8_t a[N][8];
+            for (int i = 0; i < 8; ++i) {
+                const uint8_t* p = src + (y + i) * src_pitch + x * N;
+                if (N == 1) {
+                    a[0][i] = vld1_u8(p);
+                } else if (N == 2) {
+                    const uint8x8x2_t v = vld2_u8(p);
+                    a[0][i] = v.val[0], a[N - 1][i] = v.val[1];
+                } else {
+                    const uint8x8x3_t v = vld3_u8(p);
+                    a[0][i] = v.val[0], a[1 % N][i] = v.val[1], a[N - 1][i] = v.val[2];
+                }
+            }
+            for (int c = 0; c < N; ++c)
+                transpose8(a[c]);
+            for (int i = 0; i < 8; ++i) {
+                uint8_t* q = dst + (x + i) * dst_pitch + y * N;
+                if (N == 1)
+                    vst1_u8(q, a[0][i]);
+                else if (N == 2)
+                    vst2_u8(q, {{a[0][i], a[N - 1][i]}});
+                else
+                    vst3_u8(q, {{a[0][i], a[1 % N][i], a[N - 1][i]}});
+            }
+        }
+    transpose16_loop<N>(src + N * x, src_pitch, dst + x * dst_pitch, dst_pitch, cols - x);
+}
+
+void transpose_4(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_t dst_pitch, int cols) {
+    int x = 0;
+    for (; x + 4 <= cols; x += 4)
+        for (int y = 0; y < 16; y += 4) {
+            uint32x4_t a[4];
+            for (int i = 0; i < 4; ++i)
+                a[i] = vreinterpretq_u32_u8(vld1q_u8(src + (y + i) * src_pitch + 4 * x));
+            const uint32x4x2_t p = vtrnq_u32(a[0], a[1]), q = vtrnq_u32(a[2], a[3]);
+            const uint32x4_t out[4] = {vcombine_u32(vget_low_u32(p.val[0]), vget_low_u32(q.val[0])),
+                                       vcombine_u32(vget_low_u32(p.val[1]), vget_low_u32(q.val[1])),
+                                       vcombine_u32(vget_high_u32(p.val[0]), vget_high_u32(q.val[0])),
+                                       vcombine_u32(vget_high_u32(p.val[1]), vget_high_u32(q.val[1]))};
+            for (int i = 0; i < 4; ++i)
+                vst1q_u8(dst + (x + i) * dst_pitch + 4 * y, vreinterpretq_u8_u32(out[i]));
+        }
+    transpose16_loop<4>(src + 4 * x, src_pitch, dst + x * dst_pitch, dst_pitch, cols - x);
+}
+
+// --------------------------------------------------------------------------------------------------- table
+
+template <int Chroma>
+void use_yuv_to_rgb(Kernels& k) {
+    k.yuv_to_rgb[Chroma][kRGB] = yuv_to_rgb<Chroma, kRGB>;
+    k.yuv_to_rgb[Chroma][kBGR] = yuv_to_rgb<Chroma, kBGR>;
+    k.yuv_to_rgb[Chroma][kRGBA] = yuv_to_rgb<Chroma, kRGBA>;
+    k.yuv_to_rgb[Chroma][kBGRA] = yuv_to_rgb<Chroma, kBGRA>;
+}
+
+template <int Chroma, int Kind>
+void use_rgb_to_yuv(Kernels& k) {
+    k.rgb_to_yuv420[Chroma][Kind] = rgb_to_yuv420<Chroma, Kind>;
+    k.rgb_to_yuv422[Chroma][Kind] = rgb_to_yuv422<Chroma, Kind>;
+}
+
+template <int Kind>
+void use_rgb(Kernels& k) {
+    use_rgb_to_yuv<kPlanar, Kind>(k);
+    use_rgb_to_yuv<kPairsUV, Kind>(k);
+    use_rgb_to_yuv<kPairsVU, Kind>(k);
+    k.rgb_to_gray[Kind] = rgb_to_gray<Kind>;
+}
+
+Kernels make_table() {
+    Kernels k = loop_kernels("neon");
+    use_yuv_to_rgb<kPlanar>(k);
+    use_yuv_to_rgb<kPairsUV>(k);
+    use_yuv_to_rgb<kPairsVU>(k);
+    use_yuv_to_rgb<kPackedYUYV>(k);
+    use_yuv_to_rgb<kPackedUYVY>(k);
+    use_rgb<kRGB>(k);
+    use_rgb<kBGR>(k);
+    use_rgb<kRGBA>(k);
+    use_rgb<kBGRA>(k);
+    k.gray_to_rgb[0] = gray_to_rgb<3>;
+    k.gray_to_rgb[1] = gray_to_rgb<4>;
+    k.gray16_to_8 = gray16_to_8;
+    k.widen = widen;
+    k.narrow = narrow;
+    k.blend8 = blend8;
+    k.blend8_to_8 = blend8_to_8;
+    k.blend16_to_8 = blend16_to_8;
+    k.box_rows = box_rows;
+    k.fir_to_8[0] = fir1;
+    k.fir_to_8[1] = fir2;
+    k.fir_to_8[2] = fir_wide<3>;
+    k.fir_to_8[3] = fir_wide<4>;
+    k.fir_to_16[0] = fir1_to_16;
+    k.fir_to_16[1] = fir2_to_16;
+    k.fir_to_16[2] = fir_wide_to_16<3>;
+    k.fir_to_16[3] = fir_wide_to_16<4>;
+    k.bilinear_at[0] = bilinear1;
+    k.bilinear_at[1] = bilinear2;
+    k.bilinear_at[2] = bilinear_wide<3>;
+    k.bilinear_at[3] = bilinear_wide<4>;
+    k.affine_span[2] = affine_wide<3>;
+    k.affine_span[3] = affine_wide<4>;
+    k.mirror[0] = mirror<1>;
+    k.mirror[1] = mirror<2>;
+    k.mirror[2] = mirror<3>;
+    k.mirror[3] = mirror<4>;
+    k.transpose16[0] = transpose_small<1>;
+    k.transpose16[1] = transpose_small<2>;
+    k.transpose16[2] = transpose_small<3>;
+    k.transpose16[3] = transpose_4;
+    return k;
+}
+
+} // namespace
+
 const Kernels& neon_kernels() {
-    static const Kernels table = loop_kernels("neon");
+    static const Kernels table = make_table();
     return table;
 }
 

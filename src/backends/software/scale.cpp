@@ -75,6 +75,11 @@ void copy_rows(const PlaneView& src, int src_first, int y0, const PlaneView& dst
         std::memcpy(dst.row(y), src.row(y0 + y - src_first), static_cast<size_t>(dst.cols) * dst.step);
 }
 
+// Two taps whose centres all fall on samples: odd whole steps. Nearest gives the same then.
+bool picks_samples(const AxisMap& m) {
+    return m.filter == Filter::bilinear && m.offset == 0 && m.num % m.den == 0 && m.num / m.den % 2 == 1;
+}
+
 template <int N>
 void gather_columns(const uint8_t* row, const int32_t* start, uint8_t* out, int cols) {
     for (int i = 0; i < cols; ++i)
@@ -108,7 +113,7 @@ bool PlaneScaler::init(Scratch& scratch, int channels, bool wide, const AxisMap&
         way_ = Way::copy;
         return true;
     }
-    if (x.filter == Filter::nearest) {
+    if (x.filter == Filter::nearest || (picks_samples(x) && picks_samples(y))) {
         way_ = Way::nearest;
         return build_nearest(scratch);
     }
