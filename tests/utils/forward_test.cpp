@@ -74,6 +74,7 @@ const Case kForward[] = {
     {"RawShortWriteCountsAsWritten", TAVI_LOG_WARN, "src.w=4 src.h=4", raw_to_a_full_disk, 0, ""},
     {"TextReducesResults", TAVI_LOG_INFO, "txt=460800", text, 0,
      "I tavi_image_write_to_txt: write image to a.txt | txt a.txt src.data 460800"},
+    {"TextOfNothingIsText", TAVI_LOG_WARN, "txt=0", text, 0, "txt a.txt src.data 460800"},
     {"TextFailure", TAVI_LOG_WARN, "txt=-77", text, -1, "txt a.txt src.data 460800"},
     {"TextNeedsPixels", TAVI_LOG_WARN, "src.data=0", text, -2, ""},
 

@@ -64,6 +64,7 @@ int release_clone(Scene& s, int deep) {
     clone->data[0] = 7;
     EXPECT_EQ(s.src_pixels[0], deep ? 0 : 7);
     fakes::world().names[clone->data] = clone->data == s.src_pixels ? "src.data" : "copy";
+    EXPECT_TRUE(clone->width == 16 && clone->height == 8 && clone->pixel_format == s.src.pixel_format);
     EXPECT_TRUE(clone->fd == 3 && clone->data_phy == s.src.data_phy && clone->is_prealloc_buf == 0);
     const int ret = tavi_image_release(clone);
     free(clone);

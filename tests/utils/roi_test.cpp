@@ -69,15 +69,16 @@ const Case kRoi[] = {
      kSetting + "2 | " + kL + "image size=(1280 722) fmt=1 src_rect=(10 20 109 99) dst_rect=(1 2 3 4) | " + kAligned +
          kBlit + "320x240" + kIntoDst + "(1 2 3 4) 0 | " + kL + "process roi with cpu | crop src (10 20 109 99) dst"},
     {"LentConsultsTheSettingAfterTheRatioAndBeforeTheBounds", TAVI_LOG_INFO,
-     LARGE "roi=100,0,1699,99 dst.w=100 dst.h=0", prealloc, -2,
-     kL + "resize ratio (16.00 inf) > 16, set use_blit=0 | " + kSetting + "1 | " + kL +
+     LARGE "roi=100,0,1699,99 dst.w=100 dst.h=10", prealloc, -2,
+     kL + "resize ratio (16.00 10.00) > 16, set use_blit=0 | " + kSetting + "1 | " + kL +
          "image size=(1280 722) fmt=1 src_rect=(100 0 1699 99) dst_rect=(1 2 3 4) | " + kLError +
          "src_rect (100 0 1699 99) out of image (1280x722)"},
 };
 DISPATCH_CASES(Roi, kRoi);
 
 TEST(RoiPrealloc, SoftwareServesWhatTheEngineIsNotAsked) {
-    for (const char* changes : {"src.fd=-1", "dst.fd=0", "src.w=1282", "src.h=721", "dst.h=5"}) { // 80 / 5 is 16
+    for (const char* changes :
+         {"src.fd=-1", "dst.fd=0", "src.w=1282", "src.h=721", "dst.h=0", "dst.h=5"}) { // 80 / 5 is 16
         Scene s(std::string(LARGE) + changes);
         EXPECT_EQ(prealloc(s), 0);
         EXPECT_EQ(fakes::world().trace.back(), "crop src (10 20 109 99) dst");
