@@ -17,17 +17,18 @@ namespace {
 // ---------------------------------------------------------------------------------------------- YUV to RGB
 
 template <int Kind>
-void store_pixels(uint8_t* out, uint8x8_t r, uint8x8_t g, uint8x8_t b) {
+inline void store_pixels(uint8_t* out, uint8x16_t r, uint8x16_t g, uint8x16_t b) {
     constexpr bool swapped = Kind == kBGR || Kind == kBGRA;
     if (rgb_bytes<Kind>() == 3)
-        vst3_u8(out, {{swapped ? b : r, g, swapped ? r : b}});
+        vst3q_u8(out, {{swapped ? b : r, g, swapped ? r : b}});
     else
-        vst4_u8(out, {{swapped ? b : r, g, swapped ? r : b, vdup_n_u8(255)}});
+        vst4q_u8(out, {{swapped ? b : r, g, swapped ? r : b, vdupq_n_u8(255)}});
 }
 
+/// Sixteen pixels: the even and the odd ones, which share their chroma.
 struct YuvBlock {
-    uint8x8_t y0, y1; // 16 pixels
-    uint8x8_t u, v;   // 8 pairs
+    uint8x8_t even, odd;
+    uint8x8_t u, v;
 };
 
 template <int Chroma>
@@ -35,41 +36,49 @@ inline YuvBlock load_yuv(const uint8_t* y, const uint8_t* u, const uint8_t* v, i
     if (Chroma == kPackedYUYV || Chroma == kPackedUYVY) {
         const uint8x8x4_t p = vld4_u8(y + 2 * x); // y u y v, or u y v y
         constexpr int luma = Chroma == kPackedYUYV ? 0 : 1, chroma = 1 - luma;
-        const uint8x8x2_t pair = vzip_u8(p.val[luma], p.val[luma + 2]);
-        return {pair.val[0], pair.val[1], p.val[chroma], p.val[chroma + 2]};
+        return {p.val[luma], p.val[luma + 2], p.val[chroma], p.val[chroma + 2]};
     }
-    const uint8x16_t luma = vld1q_u8(y + x);
+    const uint8x8x2_t luma = vld2_u8(y + x);
     if (Chroma == kPlanar)
-        return {vget_low_u8(luma), vget_high_u8(luma), vld1_u8(u + x / 2), vld1_u8(v + x / 2)};
+        return {luma.val[0], luma.val[1], vld1_u8(u + x / 2), vld1_u8(v + x / 2)};
     const uint8x8x2_t pairs = vld2_u8(u + x);
-    return {vget_low_u8(luma), vget_high_u8(luma), pairs.val[Chroma == kPairsVU], pairs.val[Chroma == kPairsUV]};
+    return {luma.val[0], luma.val[1], pairs.val[Chroma == kPairsVU], pairs.val[Chroma == kPairsUV]};
 }
 
+/// Kept in registers over a row.
+struct YuvFactors {
+    int16x8_t v_to_r = vdupq_n_s16(kVtoR), u_to_g = vdupq_n_s16(kUtoG), v_to_g = vdupq_n_s16(kVtoG),
+              u_to_b = vdupq_n_s16(kUtoB);
+    int16x8_t bias = vdupq_n_s16(kYuvBias);
+};
+
 template <int Kind>
-inline void store_yuv_as_rgb(const YuvBlock& block, uint8_t* out) {
-    const uint8x8_t sign = vdup_n_u8(0x80);
-    const int16x8_t bias = vdupq_n_s16(kYuvBias);
+inline void store_yuv_as_rgb(const YuvFactors& k, const YuvBlock& block, uint8_t* out) {
+    const uint8x8_t sign = vdup_n_u8(0x80), scale = vdup_n_u8(149);
     const int16x8_t u = vshll_n_s8(vreinterpret_s8_u8(veor_u8(block.u, sign)), 8);
     const int16x8_t v = vshll_n_s8(vreinterpret_s8_u8(veor_u8(block.v, sign)), 8);
-    const int16x8_t r = vaddq_s16(vqrdmulhq_n_s16(v, kVtoR), bias);
-    const int16x8_t g = vsubq_s16(vsubq_s16(bias, vqrdmulhq_n_s16(u, kUtoG)), vqrdmulhq_n_s16(v, kVtoG));
-    const int16x8_t b = vaddq_s16(vqrdmulhq_n_s16(u, kUtoB), bias);
-    const uint8x8_t scale = vdup_n_u8(149);
-    const int16x8_t y0 = vreinterpretq_s16_u16(vshrq_n_u16(vmull_u8(block.y0, scale), 1));
-    const int16x8_t y1 = vreinterpretq_s16_u16(vshrq_n_u16(vmull_u8(block.y1, scale), 1));
-    const int16x8x2_t rr = vzipq_s16(r, r), gg = vzipq_s16(g, g), bb = vzipq_s16(b, b);
-    const auto sample = [](int16x8_t y, int16x8_t c) { return vqshrun_n_s16(vqaddq_s16(y, c), 6); };
-    store_pixels<Kind>(out, sample(y0, rr.val[0]), sample(y0, gg.val[0]), sample(y0, bb.val[0]));
-    store_pixels<Kind>(out + 8 * rgb_bytes<Kind>(), sample(y1, rr.val[1]), sample(y1, gg.val[1]),
-                       sample(y1, bb.val[1]));
+    const int16x8_t r = vqrdmulhq_s16(v, k.v_to_r), b = vqrdmulhq_s16(u, k.u_to_b);
+    const int16x8_t g = vaddq_s16(vqrdmulhq_s16(u, k.u_to_g), vqrdmulhq_s16(v, k.v_to_g));
+    const auto luma = [&](uint8x8_t y) {
+        return vaddq_s16(vreinterpretq_s16_u16(vshrq_n_u16(vmull_u8(y, scale), 1)), k.bias);
+    };
+    const int16x8_t even = luma(block.even), odd = luma(block.odd);
+    const auto channel = [](int16x8_t first, int16x8_t second) {
+        const uint8x8x2_t p = vzip_u8(vqshrun_n_s16(first, 6), vqshrun_n_s16(second, 6));
+        return vcombine_u8(p.val[0], p.val[1]);
+    };
+    store_pixels<Kind>(out, channel(vqaddq_s16(even, r), vqaddq_s16(odd, r)),
+                       channel(vqsubq_s16(even, g), vqsubq_s16(odd, g)),
+                       channel(vqaddq_s16(even, b), vqaddq_s16(odd, b)));
 }
 
 template <int Chroma, int Kind>
 void yuv_to_rgb(const uint8_t* y, const uint8_t* u, const uint8_t* v, uint8_t* rgb, int width) {
     if (width < 16)
         return yuv_to_rgb_loop<Chroma, Kind>(y, u, v, rgb, width);
+    const YuvFactors factors;
     for (int x = 0;; x = x + 32 <= width ? x + 16 : width - 16) {
-        store_yuv_as_rgb<Kind>(load_yuv<Chroma>(y, u, v, x), rgb + x * rgb_bytes<Kind>());
+        store_yuv_as_rgb<Kind>(factors, load_yuv<Chroma>(y, u, v, x), rgb + x * rgb_bytes<Kind>());
         if (x + 16 >= width)
             return;
     }
@@ -358,9 +367,44 @@ inline void store_columns2(uint8_t* out, int32x4_t a, int32x4_t b) {
     }
 }
 
+/// Two taps of one column; Lane is that of its first weight.
+template <int C, int Lane>
+inline int32x4_t two_taps(const uint16_t* p, int16x4_t w) {
+    const int16x8_t v = vreinterpretq_s16_u16(vld1q_u16(p));
+    const int16x4_t second = C == 4 ? vget_high_s16(v) : vget_low_s16(vextq_s16(v, v, C));
+    return vmlal_lane_s16(vmull_lane_s16(vget_low_s16(v), w, Lane), second, w, Lane + 1);
+}
+
+/// Eight sums to bytes: (sum + 2^19) >> 20, in two steps that round once.
+inline uint8x8_t bytes_of(int32x4_t a, int32x4_t b) {
+    return vqrshrn_n_u16(vreinterpretq_u16_s16(vcombine_s16(vshrn_n_s32(a, 16), vshrn_n_s32(b, 16))), 4);
+}
+
+/// Four columns of three or four channels, each in four bytes.
+template <int C>
+inline void store_columns4(uint8_t* out, uint8x8_t a, uint8x8_t b) {
+    if (C == 4) {
+        vst1q_u8(out, vcombine_u8(a, b));
+        return;
+    }
+    const uint8x8x2_t both = {{a, b}};
+    const uint8x8_t first = vcreate_u8(0x0908060504020100u), last = vcreate_u8(0xFFFFFFFF0E0D0C0Au);
+    vst1_u8(out, vtbl2_u8(both, first));
+    store_bytes4(out + 8, vtbl2_u8(both, last));
+}
+
 template <int C>
 void fir_wide(const uint16_t* row, const FirTable& t, uint8_t* out) {
     int i = 0;
+    if (t.taps == 2)
+        for (; i + 4 <= t.cols; i += 4) {
+            const int16x8_t w = vld1q_s16(t.weight + 2 * i);
+            const int16x4_t w01 = vget_low_s16(w), w23 = vget_high_s16(w);
+            const int32_t* start = t.start + i;
+            store_columns4<C>(out + i * C,
+                              bytes_of(two_taps<C, 0>(row + start[0], w01), two_taps<C, 2>(row + start[1], w01)),
+                              bytes_of(two_taps<C, 0>(row + start[2], w23), two_taps<C, 2>(row + start[3], w23)));
+        }
     for (; i + 3 <= t.cols; i += 2)
         store_columns2<C>(out + i * C, fir_column<C>(row + t.start[i], t.weight + i * t.taps, t.taps),
                           fir_column<C>(row + t.start[i + 1], t.weight + (i + 1) * t.taps, t.taps));
@@ -375,6 +419,31 @@ void fir_wide_to_16(const uint16_t* row, const FirTable& t, uint16_t* out) {
         vst1_u16(out + i * C, vqrshrun_n_s32(acc, 14));
     }
     fir_to_16_loop<C>(row, t, out, i);
+}
+
+inline int16x4_t two_pairs(const uint16_t* a, const uint16_t* b) {
+    const uint32x2_t v = vld1_lane_u32(reinterpret_cast<const uint32_t*>(a), vdup_n_u32(0), 0);
+    return vreinterpret_s16_u32(vld1_lane_u32(reinterpret_cast<const uint32_t*>(b), v, 1));
+}
+
+inline int32x4_t add_pairs(int32x4_t a, int32x4_t b) {
+    return vcombine_s32(vpadd_s32(vget_low_s32(a), vget_high_s32(a)), vpadd_s32(vget_low_s32(b), vget_high_s32(b)));
+}
+
+/// Two taps of four columns of one channel.
+inline int32x4_t fir1_two_taps(const uint16_t* row, const int32_t* start, const int16_t* weight) {
+    const int16x8_t w = vld1q_s16(weight);
+    return add_pairs(vmull_s16(two_pairs(row + start[0], row + start[1]), vget_low_s16(w)),
+                     vmull_s16(two_pairs(row + start[2], row + start[3]), vget_high_s16(w)));
+}
+
+/// Two taps of two columns of two channels.
+inline int32x4_t fir2_two_taps(const uint16_t* row, const int32_t* start, const int16_t* weight) {
+    const int16x4_t w = vld1_s16(weight);
+    const int16x4x2_t twice = vzip_s16(w, w); // w0 w0 w1 w1 of each column
+    const int32x4_t a = vmull_s16(signed4(vld1_u16(row + start[0])), twice.val[0]);
+    const int32x4_t b = vmull_s16(signed4(vld1_u16(row + start[1])), twice.val[1]);
+    return vcombine_s32(vadd_s32(vget_low_s32(a), vget_high_s32(a)), vadd_s32(vget_low_s32(b), vget_high_s32(b)));
 }
 
 /// Sums of four columns of one channel.
@@ -419,6 +488,10 @@ inline uint8x8_t bytes8(int32x4_t a, int32x4_t b) {
 
 void fir1(const uint16_t* row, const FirTable& t, uint8_t* out) {
     int i = 0;
+    if (t.taps == 2)
+        for (; i + 8 <= t.cols; i += 8)
+            vst1_u8(out + i, bytes_of(fir1_two_taps(row, t.start + i, t.weight + 2 * i),
+                                      fir1_two_taps(row, t.start + i + 4, t.weight + 2 * i + 8)));
     for (; i + 8 <= t.cols; i += 8)
         vst1_u8(out + i, bytes8(fir1_four(row, t, i), fir1_four(row, t, i + 4)));
     fir_to_8_loop<1>(row, t, out, i);
@@ -433,6 +506,10 @@ void fir1_to_16(const uint16_t* row, const FirTable& t, uint16_t* out) {
 
 void fir2(const uint16_t* row, const FirTable& t, uint8_t* out) {
     int i = 0;
+    if (t.taps == 2)
+        for (; i + 4 <= t.cols; i += 4)
+            vst1_u8(out + 2 * i, bytes_of(fir2_two_taps(row, t.start + i, t.weight + 2 * i),
+                                          fir2_two_taps(row, t.start + i + 2, t.weight + 2 * i + 4)));
     for (; i + 4 <= t.cols; i += 4)
         vst1_u8(out + 2 * i, bytes8(fir2_two(row, t, i), fir2_two(row, t, i + 2)));
     fir_to_8_loop<2>(row, t, out, i);
