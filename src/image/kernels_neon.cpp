@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-// The NEON build for 32-bit ARM: the loops compiled for NEON, and those that compilers do not vectorise well written
-// out. Every kernel here gives the bytes of its loop. What is left of a row after whole blocks is done by a last
-// block that overlaps the one before, or by the loop where a row is shorter than a block.
+// The NEON build for 32-bit ARM: the loops worth it written out, and the plain ones for the rest. Every kernel here
+// gives the bytes of its loop. What is left of a row after whole blocks is done by a last block that overlaps the one
+// before, or by the loop where a row is shorter than a block.
 #include "image/kernels_loops.h"
 
 #if defined(__ARM_NEON)
@@ -75,7 +75,7 @@ inline void store_yuv_as_rgb(const YuvFactors& k, const YuvBlock& block, uint8_t
 template <int Chroma, int Kind>
 void yuv_to_rgb(const uint8_t* y, const uint8_t* u, const uint8_t* v, uint8_t* rgb, int width) {
     if (width < 16)
-        return yuv_to_rgb_loop<Chroma, Kind>(y, u, v, rgb, width);
+        return plain_kernels().yuv_to_rgb[Chroma][Kind](y, u, v, rgb, width);
     const YuvFactors factors;
     for (int x = 0;; x = x + 32 <= width ? x + 16 : width - 16) {
         store_yuv_as_rgb<Kind>(factors, load_yuv<Chroma>(y, u, v, x), rgb + x * rgb_bytes<Kind>());
@@ -86,123 +86,164 @@ void yuv_to_rgb(const uint8_t* y, const uint8_t* u, const uint8_t* v, uint8_t* r
 
 // ---------------------------------------------------------------------------------------------- RGB to YUV
 
+// One body for three bytes a pixel and one for four: the order of the channels is the order of the weights, and where
+// chroma goes is asked per block. Twelve of each would be 20 KB of code.
+
 struct Channels {
-    uint8x16_t r, g, b; // 16 pixels
+    uint8x16_t first, second, third; // 16 pixels
 };
 
-template <int Kind>
+template <int N>
 inline Channels load_pixels(const uint8_t* p) {
-    constexpr bool swapped = Kind == kBGR || Kind == kBGRA;
-    if (rgb_bytes<Kind>() == 3) {
+    if (N == 3) {
         const uint8x16x3_t v = vld3q_u8(p);
-        return {v.val[swapped ? 2 : 0], v.val[1], v.val[swapped ? 0 : 2]};
+        return {v.val[0], v.val[1], v.val[2]};
     }
     const uint8x16x4_t v = vld4q_u8(p);
-    return {v.val[swapped ? 2 : 0], v.val[1], v.val[swapped ? 0 : 2]};
+    return {v.val[0], v.val[1], v.val[2]};
 }
 
-inline uint32x4_t weigh(uint16x4_t r, uint16x4_t g, uint16x4_t b, int wr, int wg, int wb, uint32_t bias) {
-    const auto w = [](int v) { return static_cast<uint16_t>(v); };
-    return vmlal_n_u16(vmlal_n_u16(vmlal_n_u16(vdupq_n_u32(bias), r, w(wr)), g, w(wg)), b, w(wb));
+/// Weights by channel in memory; the fourth is not used.
+struct YuvWeights {
+    uint16_t y[4];
+    int16_t u[4], v[4];
+};
+constexpr YuvWeights kYuvWeights[2] = {{{kRtoY, kGtoY, kBtoY}, {kRtoU, kGtoU, kBtoU}, {kRtoV, kGtoV, kBtoV}},
+                                       {{kBtoY, kGtoY, kRtoY}, {kBtoU, kGtoU, kRtoU}, {kBtoV, kGtoV, kRtoV}}};
+
+inline uint32x4_t weigh(uint16x4_t a, uint16x4_t b, uint16x4_t c, uint16x4_t w, uint32_t bias) {
+    return vmlal_lane_u16(vmlal_lane_u16(vmlal_lane_u16(vdupq_n_u32(bias), a, w, 0), b, w, 1), c, w, 2);
 }
 
-inline uint8x8_t luma8(uint8x8_t r8, uint8x8_t g8, uint8x8_t b8) {
-    const uint16x8_t r = vmovl_u8(r8), g = vmovl_u8(g8), b = vmovl_u8(b8);
-    const uint32x4_t lo = weigh(vget_low_u16(r), vget_low_u16(g), vget_low_u16(b), kRtoY, kGtoY, kBtoY, kLumaBias);
-    const uint32x4_t hi = weigh(vget_high_u16(r), vget_high_u16(g), vget_high_u16(b), kRtoY, kGtoY, kBtoY, kLumaBias);
+inline uint8x8_t luma8(uint8x8_t a8, uint8x8_t b8, uint8x8_t c8, uint16x4_t w) {
+    const uint16x8_t a = vmovl_u8(a8), b = vmovl_u8(b8), c = vmovl_u8(c8);
+    const uint32x4_t lo = weigh(vget_low_u16(a), vget_low_u16(b), vget_low_u16(c), w, kLumaBias);
+    const uint32x4_t hi = weigh(vget_high_u16(a), vget_high_u16(b), vget_high_u16(c), w, kLumaBias);
     return vmovn_u16(vcombine_u16(vshrn_n_u32(lo, 15), vshrn_n_u32(hi, 15)));
 }
 
-inline uint8x16_t luma16(const Channels& p) {
-    return vcombine_u8(luma8(vget_low_u8(p.r), vget_low_u8(p.g), vget_low_u8(p.b)),
-                       luma8(vget_high_u8(p.r), vget_high_u8(p.g), vget_high_u8(p.b)));
+inline uint8x16_t luma16(const Channels& p, uint16x4_t w) {
+    return vcombine_u8(luma8(vget_low_u8(p.first), vget_low_u8(p.second), vget_low_u8(p.third), w),
+                       luma8(vget_high_u8(p.first), vget_high_u8(p.second), vget_high_u8(p.third), w));
 }
+
+/// Sums of pixels, eight samples of chroma.
+struct Sums {
+    uint16x8_t first, second, third;
+};
 
 /// Eight chroma samples of sums of 1 << Shift pixels.
 template <int Shift>
-inline uint8x8_t chroma8(int16x8_t r, int16x8_t g, int16x8_t b, int wr, int wg, int wb) {
+inline uint8x8_t chroma8(const Sums& s, int16x4_t w) {
+    const int16x8_t a = vreinterpretq_s16_u16(s.first), b = vreinterpretq_s16_u16(s.second),
+                    c = vreinterpretq_s16_u16(s.third);
     const int32x4_t bias = vdupq_n_s32((128 << (15 + Shift)) + (1 << (14 + Shift)));
-    const auto half = [&](int16x4_t r4, int16x4_t g4, int16x4_t b4) {
-        const auto w = [](int v) { return static_cast<int16_t>(v); };
-        const int32x4_t sum = vmlal_n_s16(vmlal_n_s16(vmlal_n_s16(bias, r4, w(wr)), g4, w(wg)), b4, w(wb));
+    const auto half = [&](int16x4_t a4, int16x4_t b4, int16x4_t c4) {
+        const int32x4_t sum = vmlal_lane_s16(vmlal_lane_s16(vmlal_lane_s16(bias, a4, w, 0), b4, w, 1), c4, w, 2);
         return vmovn_s32(vshrq_n_s32(sum, 15 + Shift));
     };
-    return vqmovun_s16(vcombine_s16(half(vget_low_s16(r), vget_low_s16(g), vget_low_s16(b)),
-                                    half(vget_high_s16(r), vget_high_s16(g), vget_high_s16(b))));
+    return vqmovun_s16(vcombine_s16(half(vget_low_s16(a), vget_low_s16(b), vget_low_s16(c)),
+                                    half(vget_high_s16(a), vget_high_s16(b), vget_high_s16(c))));
 }
 
-template <int Chroma, int Shift>
-inline void store_chroma(uint8_t* u, uint8_t* v, int x, uint16x8_t rs, uint16x8_t gs, uint16x8_t bs) {
-    const int16x8_t r = vreinterpretq_s16_u16(rs), g = vreinterpretq_s16_u16(gs), b = vreinterpretq_s16_u16(bs);
-    const uint8x8_t cu = chroma8<Shift>(r, g, b, kRtoU, kGtoU, kBtoU);
-    const uint8x8_t cv = chroma8<Shift>(r, g, b, kRtoV, kGtoV, kBtoV);
-    if (Chroma == kPlanar) {
+template <int Shift>
+inline void store_chroma(int chroma, uint8_t* u, uint8_t* v, int x, const Sums& s, const YuvWeights& weights) {
+    const uint8x8_t cu = chroma8<Shift>(s, vld1_s16(weights.u)), cv = chroma8<Shift>(s, vld1_s16(weights.v));
+    if (chroma == kPlanar) {
         vst1_u8(u + x / 2, cu);
         vst1_u8(v + x / 2, cv);
+    } else if (chroma == kPairsUV) {
+        vst2_u8(u + x, {{cu, cv}});
     } else {
-        vst2_u8(u + x, {{Chroma == kPairsUV ? cu : cv, Chroma == kPairsUV ? cv : cu}});
+        vst2_u8(u + x, {{cv, cu}});
     }
 }
 
-template <int Chroma, int Kind>
-void rgb_to_yuv420(const uint8_t* a, const uint8_t* b, uint8_t* ya, uint8_t* yb, uint8_t* u, uint8_t* v, int width) {
-    constexpr int n = rgb_bytes<Kind>();
-    if (width < 16)
-        return rgb_to_yuv420_loop<Chroma, Kind>(a, b, ya, yb, u, v, width);
+template <int N>
+__attribute__((noinline)) void to_yuv420(int chroma, bool swapped, const uint8_t* a, const uint8_t* b, uint8_t* ya,
+                                         uint8_t* yb, uint8_t* u, uint8_t* v, int width) {
+    const YuvWeights& weights = kYuvWeights[swapped];
+    const uint16x4_t w = vld1_u16(weights.y);
     for (int x = 0;; x = x + 32 <= width ? x + 16 : width - 16) {
-        const Channels p = load_pixels<Kind>(a + x * n), q = load_pixels<Kind>(b + x * n);
-        vst1q_u8(ya + x, luma16(p));
-        vst1q_u8(yb + x, luma16(q));
-        store_chroma<Chroma, 2>(u, v, x, vpadalq_u8(vpaddlq_u8(p.r), q.r), vpadalq_u8(vpaddlq_u8(p.g), q.g),
-                                vpadalq_u8(vpaddlq_u8(p.b), q.b));
-        if (x + 16 >= width)
-            return;
-    }
-}
-
-template <int Chroma, int Kind>
-void rgb_to_yuv422(const uint8_t* rgb, uint8_t* y, uint8_t* u, uint8_t* v, int width) {
-    constexpr int n = rgb_bytes<Kind>();
-    if (width < 16)
-        return rgb_to_yuv422_loop<Chroma, Kind>(rgb, y, u, v, width);
-    for (int x = 0;; x = x + 32 <= width ? x + 16 : width - 16) {
-        const Channels p = load_pixels<Kind>(rgb + x * n);
-        vst1q_u8(y + x, luma16(p));
-        store_chroma<Chroma, 1>(u, v, x, vpaddlq_u8(p.r), vpaddlq_u8(p.g), vpaddlq_u8(p.b));
-        if (x + 16 >= width)
-            return;
-    }
-}
-
-inline uint8x8_t gray8(uint8x8_t r8, uint8x8_t g8, uint8x8_t b8) {
-    const uint16x8_t r = vmovl_u8(r8), g = vmovl_u8(g8), b = vmovl_u8(b8);
-    const auto half = [](uint16x4_t r4, uint16x4_t g4, uint16x4_t b4) {
-        const uint16x4_t eighths = vshrn_n_u32(weigh(r4, g4, b4, 299, 587, 114, 500), 3);
-        return vshrn_n_u32(vmull_n_u16(eighths, 33555), 16);
-    };
-    const uint16x8_t v = vcombine_u16(half(vget_low_u16(r), vget_low_u16(g), vget_low_u16(b)),
-                                      half(vget_high_u16(r), vget_high_u16(g), vget_high_u16(b)));
-    return vshrn_n_u16(v, 6);
-}
-
-template <int Kind>
-void rgb_to_gray(const uint8_t* rgb, uint8_t* gray, int width) {
-    constexpr int n = rgb_bytes<Kind>();
-    if (width < 16)
-        return rgb_to_gray_loop<Kind>(rgb, gray, width);
-    for (int x = 0;; x = x + 32 <= width ? x + 16 : width - 16) {
-        const Channels p = load_pixels<Kind>(rgb + x * n);
-        vst1_u8(gray + x, gray8(vget_low_u8(p.r), vget_low_u8(p.g), vget_low_u8(p.b)));
-        vst1_u8(gray + x + 8, gray8(vget_high_u8(p.r), vget_high_u8(p.g), vget_high_u8(p.b)));
+        const Channels p = load_pixels<N>(a + x * N), q = load_pixels<N>(b + x * N);
+        vst1q_u8(ya + x, luma16(p, w));
+        vst1q_u8(yb + x, luma16(q, w));
+        store_chroma<2>(chroma, u, v, x,
+                        {vpadalq_u8(vpaddlq_u8(p.first), q.first), vpadalq_u8(vpaddlq_u8(p.second), q.second),
+                         vpadalq_u8(vpaddlq_u8(p.third), q.third)},
+                        weights);
         if (x + 16 >= width)
             return;
     }
 }
 
 template <int N>
+__attribute__((noinline)) void to_yuv422(int chroma, bool swapped, const uint8_t* rgb, uint8_t* y, uint8_t* u,
+                                         uint8_t* v, int width) {
+    const YuvWeights& weights = kYuvWeights[swapped];
+    const uint16x4_t w = vld1_u16(weights.y);
+    for (int x = 0;; x = x + 32 <= width ? x + 16 : width - 16) {
+        const Channels p = load_pixels<N>(rgb + x * N);
+        vst1q_u8(y + x, luma16(p, w));
+        store_chroma<1>(chroma, u, v, x, {vpaddlq_u8(p.first), vpaddlq_u8(p.second), vpaddlq_u8(p.third)}, weights);
+        if (x + 16 >= width)
+            return;
+    }
+}
+
+template <int Kind>
+constexpr bool is_swapped() {
+    return Kind == kBGR || Kind == kBGRA;
+}
+
+template <int Chroma, int Kind>
+void rgb_to_yuv420(const uint8_t* a, const uint8_t* b, uint8_t* ya, uint8_t* yb, uint8_t* u, uint8_t* v, int width) {
+    if (width < 16)
+        return plain_kernels().rgb_to_yuv420[Chroma][Kind](a, b, ya, yb, u, v, width);
+    to_yuv420<rgb_bytes<Kind>()>(Chroma, is_swapped<Kind>(), a, b, ya, yb, u, v, width);
+}
+
+template <int Chroma, int Kind>
+void rgb_to_yuv422(const uint8_t* rgb, uint8_t* y, uint8_t* u, uint8_t* v, int width) {
+    if (width < 16)
+        return plain_kernels().rgb_to_yuv422[Chroma][Kind](rgb, y, u, v, width);
+    to_yuv422<rgb_bytes<Kind>()>(Chroma, is_swapped<Kind>(), rgb, y, u, v, width);
+}
+
+inline uint8x8_t gray8(uint8x8_t a8, uint8x8_t b8, uint8x8_t c8, uint16x4_t w) {
+    const uint16x8_t a = vmovl_u8(a8), b = vmovl_u8(b8), c = vmovl_u8(c8);
+    const auto half = [&](uint16x4_t a4, uint16x4_t b4, uint16x4_t c4) {
+        return vshrn_n_u32(vmull_n_u16(vshrn_n_u32(weigh(a4, b4, c4, w, 500), 3), 33555), 16);
+    };
+    return vshrn_n_u16(vcombine_u16(half(vget_low_u16(a), vget_low_u16(b), vget_low_u16(c)),
+                                    half(vget_high_u16(a), vget_high_u16(b), vget_high_u16(c))),
+                       6);
+}
+
+template <int N>
+__attribute__((noinline)) void to_gray(bool swapped, const uint8_t* rgb, uint8_t* gray, int width) {
+    constexpr uint16_t kWeights[2][4] = {{299, 587, 114}, {114, 587, 299}};
+    const uint16x4_t w = vld1_u16(kWeights[swapped]);
+    for (int x = 0;; x = x + 32 <= width ? x + 16 : width - 16) {
+        const Channels p = load_pixels<N>(rgb + x * N);
+        vst1_u8(gray + x, gray8(vget_low_u8(p.first), vget_low_u8(p.second), vget_low_u8(p.third), w));
+        vst1_u8(gray + x + 8, gray8(vget_high_u8(p.first), vget_high_u8(p.second), vget_high_u8(p.third), w));
+        if (x + 16 >= width)
+            return;
+    }
+}
+
+template <int Kind>
+void rgb_to_gray(const uint8_t* rgb, uint8_t* gray, int width) {
+    if (width < 16)
+        return plain_kernels().rgb_to_gray[Kind](rgb, gray, width);
+    to_gray<rgb_bytes<Kind>()>(is_swapped<Kind>(), rgb, gray, width);
+}
+
+template <int N>
 void gray_to_rgb(const uint8_t* gray, uint8_t* rgb, int width) {
     if (width < 16)
-        return gray_to_rgb_loop<N>(gray, rgb, width);
+        return plain_kernels().gray_to_rgb[N - 3](gray, rgb, width);
     for (int x = 0;; x = x + 32 <= width ? x + 16 : width - 16) {
         const uint8x16_t g = vld1q_u8(gray + x);
         if (N == 3)
@@ -216,7 +257,7 @@ void gray_to_rgb(const uint8_t* gray, uint8_t* rgb, int width) {
 
 void gray16_to_8(const uint8_t* gray16, uint8_t* gray, int width) {
     if (width < 8)
-        return gray16_to_8_loop(gray16, gray, width);
+        return plain_kernels().gray16_to_8(gray16, gray, width);
     for (int x = 0;; x = x + 16 <= width ? x + 8 : width - 8) {
         const uint16x8_t v = vreinterpretq_u16_u8(vld1q_u8(gray16 + 2 * x));
         const uint32x4_t bias = vdupq_n_u32(32895);
@@ -241,7 +282,7 @@ inline uint16x8_t words(int16x8_t v) { return vreinterpretq_u16_s16(v); }
 
 void widen(const uint8_t* row, uint16_t* out, int n) {
     if (n < 8)
-        return widen_loop(row, out, n);
+        return plain_kernels().widen(row, out, n);
     for (int i = 0;; i = i + 16 <= n ? i + 8 : n - 8) {
         vst1q_u16(out + i, vshll_n_u8(vld1_u8(row + i), 6));
         if (i + 8 >= n)
@@ -251,7 +292,7 @@ void widen(const uint8_t* row, uint16_t* out, int n) {
 
 void narrow(const uint16_t* row, uint8_t* out, int n) {
     if (n < 8)
-        return narrow_loop(row, out, n);
+        return plain_kernels().narrow(row, out, n);
     for (int i = 0;; i = i + 16 <= n ? i + 8 : n - 8) {
         vst1_u8(out + i, vqrshrn_n_u16(vld1q_u16(row + i), 6));
         if (i + 8 >= n)
@@ -261,7 +302,7 @@ void narrow(const uint16_t* row, uint8_t* out, int n) {
 
 void blend8(const uint8_t* a, const uint8_t* b, int weight, uint16_t* out, int n) {
     if (n < 16)
-        return blend8_loop(a, b, weight, out, n);
+        return plain_kernels().blend8(a, b, weight, out, n);
     const int16_t w = static_cast<int16_t>(weight);
     for (int i = 0;; i = i + 32 <= n ? i + 16 : n - 16) {
         const uint8x16_t p = vld1q_u8(a + i), q = vld1q_u8(b + i);
@@ -274,7 +315,7 @@ void blend8(const uint8_t* a, const uint8_t* b, int weight, uint16_t* out, int n
 
 void blend8_to_8(const uint8_t* a, const uint8_t* b, int weight, uint8_t* out, int n) {
     if (n < 16)
-        return blend8_to_8_loop(a, b, weight, out, n);
+        return plain_kernels().blend8_to_8(a, b, weight, out, n);
     const int16_t w = static_cast<int16_t>(weight);
     for (int i = 0;; i = i + 32 <= n ? i + 16 : n - 16) {
         const uint8x16_t p = vld1q_u8(a + i), q = vld1q_u8(b + i);
@@ -287,7 +328,7 @@ void blend8_to_8(const uint8_t* a, const uint8_t* b, int weight, uint8_t* out, i
 
 void blend16_to_8(const uint16_t* a, const uint16_t* b, int weight, uint8_t* out, int n) {
     if (n < 8)
-        return blend16_to_8_loop(a, b, weight, out, n);
+        return plain_kernels().blend16_to_8(a, b, weight, out, n);
     for (int i = 0;; i = i + 16 <= n ? i + 8 : n - 8) {
         const int16x8_t p = vreinterpretq_s16_u16(vld1q_u16(a + i)), q = vreinterpretq_s16_u16(vld1q_u16(b + i));
         const int16x8_t v = vaddq_s16(p, vqrdmulhq_n_s16(vsubq_s16(q, p), static_cast<int16_t>(weight)));
@@ -300,7 +341,7 @@ void blend16_to_8(const uint16_t* a, const uint16_t* b, int weight, uint8_t* out
 void box_rows(const BoxRows& rows, uint16_t* out, int n) {
     const int inner = rows.count - 2;
     if (n < 16 || inner > kBoxRowsIn16Bits)
-        return box_rows_loop(rows, out, n);
+        return plain_kernels().box_rows(rows, out, n);
     const uint8_t* last = rows.first + (rows.count - 1) * rows.pitch;
     const int16_t w_first = static_cast<int16_t>(rows.first_weight), w_last = static_cast<int16_t>(rows.last_weight);
     const int16x8_t shift = vdupq_n_s16(rows.inner_shift);
@@ -591,7 +632,7 @@ void affine_wide(const AffineSpan& s, uint8_t* out, int n) {
     // Loads of eight bytes must stay inside the plane: all but its last row lend the next row's bytes.
     const int32_t last_y = s.y + (n - 1) * s.dy;
     if ((std::max(s.y, last_y) >> 16) + 2 >= s.rows)
-        return affine_span_loop<C>(s, out, n);
+        return plain_kernels().affine_span[C - 1](s, out, n);
     int32_t x = s.x, y = s.y;
     const auto column = [&] {
         const uint8_t* p = s.data + (y >> 16) * s.pitch + (x >> 16) * C;
@@ -624,7 +665,7 @@ void affine_wide(const AffineSpan& s, uint8_t* out, int n) {
 template <int N>
 void mirror(const uint8_t* row, uint8_t* out, int cols) {
     if (cols < 8)
-        return mirror_loop<N>(row, out, cols);
+        return plain_kernels().mirror[N - 1](row, out, cols);
     for (int x = 0;; x = x + 16 <= cols ? x + 8 : cols - 8) {
         const uint8_t* p = row + (cols - 8 - x) * N;
         uint8_t* q = out + x * N;
@@ -691,7 +732,7 @@ void transpose_small(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrd
                     vst3_u8(q, {{a[0][i], a[1 % N][i], a[N - 1][i]}});
             }
         }
-    transpose16_loop<N>(src + N * x, src_pitch, dst + x * dst_pitch, dst_pitch, cols - x);
+    plain_kernels().transpose16[N - 1](src + N * x, src_pitch, dst + x * dst_pitch, dst_pitch, cols - x);
 }
 
 void transpose_4(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_t dst_pitch, int cols) {
@@ -709,7 +750,7 @@ void transpose_4(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_
             for (int i = 0; i < 4; ++i)
                 vst1q_u8(dst + (x + i) * dst_pitch + 4 * y, vreinterpretq_u8_u32(out[i]));
         }
-    transpose16_loop<4>(src + 4 * x, src_pitch, dst + x * dst_pitch, dst_pitch, cols - x);
+    plain_kernels().transpose16[3](src + 4 * x, src_pitch, dst + x * dst_pitch, dst_pitch, cols - x);
 }
 
 // --------------------------------------------------------------------------------------------------- table
@@ -737,7 +778,8 @@ void use_rgb(Kernels& k) {
 }
 
 Kernels make_table() {
-    Kernels k = loop_kernels("neon");
+    Kernels k = plain_kernels(); // what is not replaced below: few, and the same bytes
+    k.name = "neon";
     use_yuv_to_rgb<kPlanar>(k);
     use_yuv_to_rgb<kPairsUV>(k);
     use_yuv_to_rgb<kPairsVU>(k);
