@@ -2,11 +2,44 @@
 // Runs the examples of the reference pages.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <string>
+
 #include "support/temp_file.h"
 #include "tavi_image.h"
 
 extern "C" int photo_to_frame(const char* photo, const char* frame);
 extern "C" int mark(tavi_image_t* frame, tavi_rect_t box, const char* name, float score);
+extern "C" int bytes_of(tavi_pixel_format format, uint32_t width, uint32_t height);
+extern "C" int make_and_copy(void);
+extern "C" void lend(tavi_image_t* img, uint8_t* pixels);
+extern "C" uint64_t heap_in_use(void);
+extern "C" int prepare(tavi_image_t* frame, tavi_image_t* rgb);
+extern "C" int upright_rgb(tavi_image_t* frame, tavi_image_t* dst);
+extern "C" int fit_and_map_back(tavi_image_t* frame, tavi_image_t* input, tavi_rect_t found, tavi_rect_t* in_frame);
+extern "C" int face_input(tavi_image_t* frame, tavi_rect_t face, tavi_image_t* input);
+extern "C" int cut_out(tavi_image_t* frame, tavi_rect_t region, tavi_image_t* out);
+extern "C" int next_region(tavi_image_t* frame, tavi_rect_t region, tavi_image_t* lent);
+extern "C" int align_face(tavi_image_t* photo, const float landmarks[10], tavi_image_t* face);
+extern "C" int transposed(tavi_image_t* src, tavi_image_t* dst);
+int borrow_memory();
+std::string why_refused();
+int retries();
+
+namespace {
+
+// An image of one value, on the service's heap.
+tavi_image_t flat(tavi_pixel_format format, uint32_t width, uint32_t height, uint8_t value) {
+    tavi_image_t img = {};
+    img.pixel_format = format;
+    img.width = width;
+    img.height = height;
+    EXPECT_EQ(tavi_image_create_mem2(&img, 0), TAVI_RET_SUCCESS);
+    std::fill_n(img.data, img.size, value);
+    return img;
+}
+
+} // namespace
 
 TEST(Examples, DoWhatTheirPagesSay) {
     const TempFile jpeg(".jpg");
@@ -20,4 +53,51 @@ TEST(Examples, DoWhatTheirPagesSay) {
     EXPECT_NE(before, std::string(reinterpret_cast<char*>(img.data), img.size));
     EXPECT_EQ(tavi_image_release(&img), TAVI_RET_SUCCESS);
     EXPECT_EQ(photo_to_frame("/nowhere.png", jpeg.path()), TAVI_RET_FAIL);
+}
+
+TEST(Examples, OfFormatsMemoryAndSettings) {
+    EXPECT_EQ(bytes_of(TAVI_PIXEL_FORMAT_YUV420SP_NV12, 3, 3), 13);
+    EXPECT_EQ(bytes_of(static_cast<tavi_pixel_format>(16), 3, 3), TAVI_RET_PARAM_ERR);
+    EXPECT_EQ(make_and_copy(), TAVI_RET_SUCCESS);
+    EXPECT_EQ(heap_in_use(), 0u);
+    tavi_image_t img = {};
+    img.width = img.height = 2;
+    uint8_t pixels[4] = {};
+    lend(&img, pixels);
+    EXPECT_EQ(img.size, sizeof pixels);
+    EXPECT_EQ(tavi_image_release(&img), TAVI_RET_FAIL);
+    EXPECT_EQ(borrow_memory(), 0);
+    EXPECT_NE(why_refused().find("tavi-image: "), std::string::npos);
+    EXPECT_EQ(retries(), 3);
+}
+
+TEST(Examples, OfConversionRegionsAndTransforms) {
+    tavi_image_t frame = flat(TAVI_PIXEL_FORMAT_YUV420SP_NV12, 1920, 1080, 128), rgb;
+    ASSERT_EQ(prepare(&frame, &rgb), TAVI_RET_SUCCESS);
+    EXPECT_TRUE(rgb.width == 320 && rgb.data[0] == 130); // luma 128 of the limited range
+    EXPECT_EQ(tavi_image_release(&rgb), TAVI_RET_SUCCESS);
+    ASSERT_EQ(upright_rgb(&frame, &rgb), TAVI_RET_SUCCESS);
+    EXPECT_EQ(rgb.width, 540u);
+    EXPECT_EQ(rgb.data[0], 130);
+    tavi_image_t input = flat(TAVI_PIXEL_FORMAT_RGB888, 640, 640, 0);
+    tavi_rect_t r;
+    ASSERT_EQ(fit_and_map_back(&frame, &input, {320, 320, 399, 379}, &r), TAVI_RET_SUCCESS);
+    EXPECT_TRUE(r.left == 960 && r.top == 540 && r.right == 1199 && r.bottom == 719);
+    EXPECT_EQ(input.data[0], 0x72);
+
+    tavi_image_t face = flat(TAVI_PIXEL_FORMAT_RGB888, 112, 112, 0), cut, turned;
+    ASSERT_EQ(face_input(&frame, {100, 100, 199, 219}, &face), TAVI_RET_SUCCESS);
+    EXPECT_EQ(face.data[face.size - 1], 130);
+    EXPECT_EQ(next_region(&frame, {1900, 1060, 1919, 1079}, &face), TAVI_RET_SUCCESS);
+    EXPECT_EQ(next_region(&frame, {1900, 1060, 1920, 1079}, &face), TAVI_RET_PARAM_ERR);
+    ASSERT_EQ(cut_out(&frame, {3, 4, 12, 24}, &cut), TAVI_RET_SUCCESS);
+    EXPECT_TRUE(cut.width == 16 && cut.height == 32) << cut.width << "x" << cut.height;
+
+    const float landmarks[10] = {383, 517, 735, 515, 560, 717, 415, 924, 707, 922}; // ten times as large
+    ASSERT_EQ(align_face(&rgb, landmarks, &face), TAVI_RET_SUCCESS);
+    EXPECT_EQ(face.data[3 * (112 * 40 + 40)], 130);
+    ASSERT_EQ(transposed(&rgb, &turned), TAVI_RET_SUCCESS);
+    EXPECT_EQ(turned.width, rgb.height);
+    for (tavi_image_t* img : {&frame, &rgb, &input, &face, &cut, &turned})
+        EXPECT_EQ(tavi_image_release(img), TAVI_RET_SUCCESS);
 }

@@ -161,4 +161,29 @@ TEST_F(Tool, DrawsInOrderFromArgumentsAndJson) {
     tavi_image_release(&picture);
 }
 
+// Every block of shell commands in the tool's page; a block of text after one is what it prints.
+TEST_F(Tool, ExamplesOfThePageDoWhatItSays) {
+    const std::string page = read(TAVI_PAGE);
+    const auto block = [&page](const char* fence, size_t from, size_t& end) {
+        const size_t begin = page.find(fence, from);
+        if (begin == std::string::npos)
+            return std::string();
+        const size_t text = page.find('\n', begin) + 1;
+        end = page.find("```", text);
+        return page.substr(text, end - text);
+    };
+    int blocks = 0;
+    size_t at = 0;
+    for (std::string shell; !(shell = block("```sh\n", at, at)).empty(); ++blocks) {
+        ASSERT_EQ(run("set -e\n" + std::regex_replace(shell, std::regex("tavi-image"), TAVI_TOOL) + "true"), 0)
+            << shell << err;
+        if (page.compare(at, 12, "```\n\n```text") == 0) {
+            const std::string printed = out;
+            EXPECT_EQ(printed, block("```text\n", at, at)) << shell;
+        }
+        at += 3;
+    }
+    EXPECT_GE(blocks, 9);
+}
+
 } // namespace
