@@ -33,13 +33,9 @@ void CpuImage::open(const tavi_image_t* record, Access access) {
         sync_.emplace(record->fd, access);
     view_ = make_view(data_, static_cast<tavi_pixel_format>(record->pixel_format), static_cast<int>(record->width),
                       static_cast<int>(record->height));
-    if (access == Access::write)
-        clear_tail();
 }
 
-// The halves that odd sizes drop leave bytes behind the last plane: neutral, so that what is written is the same in
-// every run.
-void CpuImage::clear_tail() {
+void CpuImage::clear_tail() const {
     size_t used = 0;
     for (int i = 0; i < view_.planes(); ++i)
         used += static_cast<size_t>(view_.plane[i].cols) * view_.plane[i].step * view_.plane[i].rows;

@@ -26,6 +26,10 @@ public:
     /// Start of the pixels.
     uint8_t* data() const { return data_; }
 
+    /// Sets the bytes that odd sizes leave behind the last plane to a neutral 128, so that a result is the same in
+    /// every run. For a destination whose request has passed its checks.
+    void clear_tail() const;
+
     /// Whether two images share a byte.
     bool overlaps(const CpuImage& other) const {
         const uintptr_t a = reinterpret_cast<uintptr_t>(data_), b = reinterpret_cast<uintptr_t>(other.data_);
@@ -34,7 +38,6 @@ public:
 
 private:
     void open(const tavi_image_t* record, Access access);
-    void clear_tail();
     void refuse(int code, const char* why);
 
     int code_ = TAVI_RET_SUCCESS;

@@ -279,6 +279,7 @@ int tavi_image_affine_transform_cpu(tavi_image_t* src, tavi_image_t* dst, const 
                   static_cast<void*>(to.data()));
         return TAVI_RET_PARAM_ERR;
     }
+    to.clear_tail();
     if (!warp(s, d, to_source)) {
         LOG_ERROR("no memory for temporaries: src size=%dx%d dst size=%dx%d", s.width, s.height, d.width, d.height);
         return TAVI_RET_FAIL;

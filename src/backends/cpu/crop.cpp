@@ -61,6 +61,7 @@ int tavi_image_crop_and_resize_cpu_imp(tavi_image_t* src, tavi_rect_t* rect, tav
                       static_cast<void*>(from.data()), static_cast<void*>(to.data()));
             result = TAVI_RET_PARAM_ERR;
         } else {
+            to.clear_tail();
             result = convert_region(s, box, to.view(), TAVI_IMAGE_TRANSFORM_NONE, TAVI_IMAGE_RESIZE_DEFAULT);
             if (result != TAVI_RET_SUCCESS)
                 LOG_ERROR("no memory for temporaries: rect=(%d %d %d %d) dst size=%ux%u", rect->left, rect->top,

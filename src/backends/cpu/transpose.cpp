@@ -27,6 +27,7 @@ int tavi_image_transpose_cpu(tavi_image_t* src, tavi_image_t* dst) {
                   static_cast<void*>(to.data()));
         return TAVI_RET_PARAM_ERR;
     }
+    to.clear_tail();
     const int result = convert_views(s, d, TAVI_IMAGE_TRANSFORM_TRANSPOSE, TAVI_IMAGE_RESIZE_DEFAULT);
     if (result != TAVI_RET_SUCCESS)
         LOG_ERROR("no memory for temporaries: size=%dx%d", s.width, s.height);

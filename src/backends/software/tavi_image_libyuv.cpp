@@ -98,6 +98,7 @@ int tavi_image_convert_libyuv(tavi_image_t* src, tavi_image_t* dst, tavi_image_t
             std::memcpy(to.data(), from.data(), to.bytes());
         return TAVI_RET_SUCCESS;
     }
+    to.clear_tail();
     const ImageView source = readable_source(from, to, scratch);
     const int result = source ? convert_views(source, to.view(), mode, TAVI_IMAGE_RESIZE_DEFAULT) : TAVI_RET_FAIL;
     if (result != TAVI_RET_SUCCESS)
@@ -125,6 +126,7 @@ int tavi_image_convert2_libyuv(tavi_image_t* src, tavi_image_t* dst, int keep_ra
         return TAVI_RET_UNSUPPORTED;
     }
     const ImageView &s = from.view(), &d = to.view();
+    to.clear_tail();
     Letterbox box{
         0, 0, d.width, d.height, static_cast<float>(d.width) / s.width, static_cast<float>(d.height) / s.height};
     if (keep_ratio)

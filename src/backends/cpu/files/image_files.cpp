@@ -177,6 +177,7 @@ bool read_file(const char* path, tavi_image_t& img, int read_flag, Failure& why)
         const CpuImage pixels(&target, Access::write);
         if (!pixels)
             return why.set(pixels.code(), "%s", pixels.why());
+        pixels.clear_tail();
         if (!decode_into(*decoder, header, turn, pixels.view(), why))
             return false;
     }
