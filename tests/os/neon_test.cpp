@@ -43,22 +43,26 @@ TEST(Neon, ConversionsKeepTheCallersRegisters) {
             src.width = dst.width = src.height = dst.height = 16;
             src.pixel_format = source;
             dst.pixel_format = static_cast<tavi_pixel_format>(format);
-            tavi_image_t* s = &src;
-            tavi_image_t* d = &dst;
-            uint64_t before[2] = {0x0123456789abcdef, 0xfedcba9876543210}, after[2] = {};
-            // The call is made by hand, so that the compiler keeps nothing of its own in d8 and d9 meanwhile.
-            asm volatile("vldm %[before], {d8, d9}\n\t"
-                         "mov r0, %[s]\n\t"
-                         "mov r1, %[d]\n\t"
+            // The call is made by hand, so that the compiler keeps nothing of its own in d8 and d9 meanwhile. One
+            // pointer to all it needs: few registers are free.
+            struct {
+                uint64_t before[2], after[2];
+                tavi_image_t *src, *dst;
+                int (*function)(tavi_image_t*, tavi_image_t*, tavi_image_transform_mode);
+            } call = {{0x0123456789abcdef, 0xfedcba9876543210}, {}, &src, &dst, tavi_image_convert_libyuv};
+            asm volatile("vldm %[call], {d8, d9}\n\t"
+                         "ldr r0, [%[call], #32]\n\t"
+                         "ldr r1, [%[call], #36]\n\t"
                          "mov r2, #0\n\t"
-                         "blx %[function]\n\t"
-                         "vstm %[after], {d8, d9}"
+                         "ldr r3, [%[call], #40]\n\t"
+                         "blx r3\n\t"
+                         "vstr d8, [%[call], #16]\n\t"
+                         "vstr d9, [%[call], #24]"
                          :
-                         : [before] "r"(before), [after] "r"(after), [s] "r"(s), [d] "r"(d),
-                           [function] "r"(&tavi_image_convert_libyuv)
+                         : [call] "r"(&call)
                          : "r0", "r1", "r2", "r3", "ip", "lr", "cc", "memory", "d0", "d1", "d2", "d3", "d4", "d5",
                            "d6", "d7", "d8", "d9");
-            EXPECT_EQ(std::memcmp(before, after, sizeof(before)), 0) << source << " to " << format;
+            EXPECT_EQ(std::memcmp(call.before, call.after, sizeof(call.before)), 0) << source << " to " << format;
         }
     }
 }
