@@ -686,16 +686,20 @@ void mirror(const uint8_t* row, uint8_t* out, int cols) {
     }
 }
 
-/// 8 x 8 bytes in place.
+/// 8 x 8 bytes in place. Unrolled, the rows stay in registers.
 inline void transpose8(uint8x8_t* a) {
+#pragma GCC unroll 8
     for (int i = 0; i < 8; i += 2) {
         const uint8x8x2_t t = vtrn_u8(a[i], a[i + 1]);
         a[i] = t.val[0], a[i + 1] = t.val[1];
     }
-    for (int i : {0, 1, 4, 5}) {
+#pragma GCC unroll 4
+    for (int k = 0; k < 4; ++k) {
+        const int i = k + (k & 2); // 0, 1, 4, 5
         const uint16x4x2_t t = vtrn_u16(vreinterpret_u16_u8(a[i]), vreinterpret_u16_u8(a[i + 2]));
         a[i] = vreinterpret_u8_u16(t.val[0]), a[i + 2] = vreinterpret_u8_u16(t.val[1]);
     }
+#pragma GCC unroll 8
     for (int i = 0; i < 4; ++i) {
         const uint32x2x2_t t = vtrn_u32(vreinterpret_u32_u8(a[i]), vreinterpret_u32_u8(a[i + 4]));
         a[i] = vreinterpret_u8_u32(t.val[0]), a[i + 4] = vreinterpret_u8_u32(t.val[1]);
@@ -708,6 +712,7 @@ void transpose_small(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrd
     for (; x + 8 <= cols; x += 8)
         for (int y = 0; y < 16; y += 8) {
             uint8x8_t a[N][8];
+#pragma GCC unroll 8
             for (int i = 0; i < 8; ++i) {
                 const uint8_t* p = src + (y + i) * src_pitch + x * N;
                 if (N == 1) {
@@ -720,8 +725,10 @@ void transpose_small(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrd
                     a[0][i] = v.val[0], a[1 % N][i] = v.val[1], a[N - 1][i] = v.val[2];
                 }
             }
+#pragma GCC unroll 8
             for (int c = 0; c < N; ++c)
                 transpose8(a[c]);
+#pragma GCC unroll 8
             for (int i = 0; i < 8; ++i) {
                 uint8_t* q = dst + (x + i) * dst_pitch + y * N;
                 if (N == 1)

@@ -9,48 +9,52 @@ namespace {
 
 constexpr int kMaxFirTaps = 16; // beyond, Q14 weights get too coarse and sums of spans are faster
 
-int64_t floor_div(int64_t a, int64_t b) { return a >= 0 ? a / b : -((-a + b - 1) / b); }
+// Sides are at most 16384, so positions in units of 1 / (2 * den) fit in 31 bits: no 64-bit division, which a 32-bit
+// processor does in software.
+static_assert(kMaxSide <= 16384);
 
-int64_t rounded_div(int64_t a, int64_t b) { return (2 * a + b) / (2 * b); } // both positive
+int floor_div(int a, int b) { return a >= 0 ? a / b : -((-a + b - 1) / b); }
+
+int rounded_div(int a, int b) { return (a + b / 2) / b; } // both positive
 
 // Two samples and the share of the second.
 struct Tap {
     int index;
-    int64_t part; // of 2 * den
+    int part; // of 2 * den
 };
 
 Tap bilinear_tap(const AxisMap& m, int i) {
-    const int64_t at = (2 * int64_t{i} + 1) * m.num + (int64_t{m.offset} - 1) * m.den, unit = 2 * int64_t{m.den};
-    const int64_t index = floor_div(at, unit);
+    const int at = (2 * i + 1) * m.num + (m.offset - 1) * m.den, unit = 2 * m.den;
+    const int index = floor_div(at, unit);
     if (index < 0)
         return {0, 0};
     if (index >= m.src_count - 1)
         return {m.src_count - 1, 0};
-    return {static_cast<int>(index), at - index * unit};
+    return {index, at - index * unit};
 }
 
 int nearest_tap(const AxisMap& m, int i) {
-    const int64_t at = (2 * int64_t{i} + 1) * m.num + int64_t{m.offset} * m.den, unit = 2 * int64_t{m.den};
-    return static_cast<int>(std::clamp<int64_t>(floor_div(at, unit), 0, m.src_count - 1));
+    const int at = (2 * i + 1) * m.num + m.offset * m.den, unit = 2 * m.den;
+    return std::clamp(floor_div(at, unit), 0, m.src_count - 1);
 }
 
 // The samples under an interval; coverage in units of 1 / (2 * den), summing to 2 * num.
 struct Span {
     int first;
     int last;
-    int64_t first_cover;
-    int64_t last_cover; // 0 when first == last
+    int first_cover;
+    int last_cover; // 0 when first == last
 };
 
 Span box_span(const AxisMap& m, int i) {
-    const int64_t unit = 2 * int64_t{m.den}, length = 2 * int64_t{m.num};
-    const int64_t begin = 2 * int64_t{i} * m.num + int64_t{m.offset} * m.den, end = begin + length;
-    const int64_t most = m.src_count - 1;
-    const int64_t first = std::clamp<int64_t>(floor_div(begin, unit), 0, most);
-    const int64_t last = std::clamp<int64_t>(floor_div(end - 1, unit), first, most);
+    const int unit = 2 * m.den, length = 2 * m.num;
+    const int begin = 2 * i * m.num + m.offset * m.den, end = begin + length;
+    const int most = m.src_count - 1;
+    const int first = std::clamp(floor_div(begin, unit), 0, most);
+    const int last = std::clamp(floor_div(end - 1, unit), first, most);
     if (first == last)
-        return {static_cast<int>(first), static_cast<int>(last), length, 0};
-    return {static_cast<int>(first), static_cast<int>(last), (first + 1) * unit - begin, end - last * unit};
+        return {first, last, length, 0};
+    return {first, last, (first + 1) * unit - begin, end - last * unit};
 }
 
 int longest_span(const AxisMap& m) {
@@ -163,7 +167,7 @@ bool PlaneScaler::build_fir(Scratch& scratch) {
     for (int i = 0; i < x_.dst_count; ++i, weight += taps) {
         if (x_.filter == Filter::bilinear) {
             Tap t = bilinear_tap(x_, i);
-            int second = static_cast<int>(rounded_div(t.part * 16384, 2 * int64_t{x_.den}));
+            int second = rounded_div(t.part * 16384, 2 * x_.den);
             if (t.index == x_.src_count - 1 && t.index > 0) { // never read behind the row
                 --t.index;
                 second = 16384;
@@ -174,14 +178,14 @@ bool PlaneScaler::build_fir(Scratch& scratch) {
         } else {
             // Differences of rounded running sums: the weights add up to 16384 whatever the span.
             const Span s = box_span(x_, i);
-            const int64_t length = 2 * int64_t{x_.num};
-            int64_t covered = 0;
+            const int length = 2 * x_.num;
+            int covered = 0;
             int before = 0;
             start[i] = s.first * channels_;
             for (int k = 0; k < taps; ++k) {
                 const int at = s.first + k;
                 covered += at > s.last ? 0 : at == s.first ? s.first_cover : at == s.last ? s.last_cover : 2 * x_.den;
-                const int now = static_cast<int>(rounded_div(covered * 16384, length));
+                const int now = rounded_div(covered * 16384, length);
                 weight[k] = static_cast<int16_t>(now - before);
                 before = now;
             }
@@ -196,7 +200,7 @@ bool PlaneScaler::build_spans(Scratch& scratch) {
     uint16_t* weight = scratch.take<uint16_t>(2 * static_cast<size_t>(x_.dst_count));
     if (!start || !inner || !weight)
         return false;
-    const int64_t unit = 2 * int64_t{x_.den};
+    const int unit = 2 * x_.den;
     for (int i = 0; i < x_.dst_count; ++i) {
         const Span s = box_span(x_, i);
         start[i] = s.first * channels_;
@@ -249,7 +253,7 @@ PlaneScaler::Rows PlaneScaler::rows_for(int y) const {
     }
     case Filter::bilinear: {
         const Tap t = bilinear_tap(y_, y);
-        const int weight = static_cast<int>(rounded_div(t.part * 32768, 2 * int64_t{y_.den}));
+        const int weight = rounded_div(t.part * 32768, 2 * y_.den);
         if (weight > 32767)
             return {t.index + 1, t.index + 1, 0};
         return {t.index, weight ? t.index + 1 : t.index, weight};
@@ -263,19 +267,19 @@ PlaneScaler::Rows PlaneScaler::rows_for(int y) const {
 
 BoxRows PlaneScaler::box_for(int y, const PlaneView& src, int src_first) const {
     const Span s = box_span(y_, y);
-    const int64_t length = 2 * int64_t{y_.num};
+    const int length = 2 * y_.num;
     BoxRows b = {};
     b.first = src.row(s.first - src_first);
     b.pitch = src.pitch;
     b.count = s.last - s.first + 1;
-    b.first_weight = static_cast<uint16_t>(std::min<int64_t>(32767, rounded_div(s.first_cover * 32768, length)));
-    b.last_weight = static_cast<uint16_t>(std::min<int64_t>(32767, rounded_div(s.last_cover * 32768, length)));
+    b.first_weight = static_cast<uint16_t>(std::min(32767, rounded_div(s.first_cover * 32768, length)));
+    b.last_weight = static_cast<uint16_t>(std::min(32767, rounded_div(s.last_cover * 32768, length)));
     const int inner = b.count - 2;
     if (inner > 0) {
         while (b.inner_shift < 8 && (inner * 255) << (b.inner_shift + 1) <= 65535)
             ++b.inner_shift;
         b.inner_weight = static_cast<uint16_t>(
-            std::min<int64_t>(65535, rounded_div((int64_t{1} << (22 - b.inner_shift)) * y_.den, y_.num)));
+            std::min<int64_t>(65535, ((int64_t{1} << (22 - b.inner_shift)) * y_.den + y_.num / 2) / y_.num));
         b.inner_weight_big = 64.0 * y_.den / y_.num;
     }
     return b;
