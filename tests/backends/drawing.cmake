@@ -4,8 +4,4 @@ if(TAVI_WITH_DRAWING)
 endif()
 if(TAVI_WITH_DRAWING AND TAVI_WITH_FILES)
     include(examples.cmake)
-    # Not a test: drawing_sheets DIRECTORY writes pictures for people to look at.
-    add_executable(drawing_sheets drawing_sheets.cpp)
-    target_link_libraries(drawing_sheets PRIVATE tavi_options tavi_backend_cpu tavi_backend_software tavi_services
-        tavi_core tavi_libyuv)
 endif()
