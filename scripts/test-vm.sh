@@ -32,7 +32,7 @@ cmake --build "$build" --target services_test blit_test engine_test >/dev/null
 stage=$(mktemp -d)
 trap 'rm -rf "$stage"' EXIT
 mkdir -p "$stage"/{root/tests,root/proc,root/sys,root/dev,root/tmp,root/lib,root/lib64}
-$compiler -O2 -Wall -Wextra -static -o "$stage/root/init" "$root/tests/vm/init.c"
+$compiler -O2 -Wall -Wextra -static -o "$stage/root/init" "$root/scripts/vm/init.c"
 cp "$build"/tests/services/services_test "$build"/tests/backends/{blit,engine}_test "$stage/root/tests/"
 
 # Adds the libraries that a program needs, and those that they need.
