@@ -11,7 +11,6 @@
 #include <thread>
 #include <vector>
 
-#include <dirent.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
@@ -24,6 +23,7 @@
 #include "services/mem_hooks.h"
 #include "services/tavi_logger.h"
 #include "services/tavi_mem.h"
+#include "support/descriptors.h"
 
 using namespace tavi;
 using test::ScriptedEngine;
@@ -60,15 +60,6 @@ struct Picture : tavi_image_t {
     ~Picture() { tavi_image_destroy_mem(this); }
     std::vector<uint8_t> bytes() const { return {data, data + size}; }
 };
-
-int open_descriptors() {
-    int count = 0;
-    DIR* folder = ::opendir("/proc/self/fd");
-    while (::readdir(folder))
-        ++count;
-    ::closedir(folder);
-    return count;
-}
 
 TEST_F(Blit, TakesOnlyDevicesThatCanServe) {
     const struct {
@@ -151,35 +142,27 @@ TEST_F(Blit, ServesFormatsRectanglesAndFlips) {
 }
 
 TEST_F(Blit, RefusesWhatTheDriverChangesSilently) {
+    using Pix = v4l2_pix_format;
+    using Make = std::function<void(ScriptedEngine&)>;
+    const auto pix = [](auto v4l2_pix_format::*field, auto value, bool result_only = false) -> Make {
+        return [=](ScriptedEngine& e) {
+            e.adjust_format = [=](v4l2_format& f) {
+                if (!result_only || f.type == V4L2_BUF_TYPE_VIDEO_CAPTURE)
+                    f.fmt.pix.*field = value;
+            };
+        };
+    };
     const struct {
         const char* reason;
-        std::function<void(ScriptedEngine&)> make;
+        Make make;
     } cases[] = {
-        {"source format: the engine uses RGBP",
-         [](ScriptedEngine& e) {
-             e.adjust_format = [](v4l2_format& f) { f.fmt.pix.pixelformat = V4L2_PIX_FMT_RGB565; };
-         }},
-        {"result size: the engine uses 32x32, 64x32 was asked for",
-         [](ScriptedEngine& e) {
-             e.adjust_format = [](v4l2_format& f) {
-                 if (f.type == V4L2_BUF_TYPE_VIDEO_CAPTURE)
-                     f.fmt.pix.width = 32;
-             };
-         }},
-        {"source row length: the engine uses 256 bytes, the image has 192",
-         [](ScriptedEngine& e) { e.adjust_format = [](v4l2_format& f) { f.fmt.pix.bytesperline = 256; }; }},
-        {"source bytes",
-         [](ScriptedEngine& e) { e.adjust_format = [](v4l2_format& f) { f.fmt.pix.sizeimage = 9; }; }},
-        {"the engine may touch 1000000 bytes",
-         [](ScriptedEngine& e) { e.adjust_format = [](v4l2_format& f) { f.fmt.pix.sizeimage = 1000000; }; }},
-        {"source field",
-         [](ScriptedEngine& e) {
-             e.adjust_format = [](v4l2_format& f) { f.fmt.pix.field = V4L2_FIELD_INTERLACED; };
-         }},
-        {"source colour range: the engine uses 2, 1 (full)",
-         [](ScriptedEngine& e) {
-             e.adjust_format = [](v4l2_format& f) { f.fmt.pix.quantization = V4L2_QUANTIZATION_LIM_RANGE; };
-         }},
+        {"source format: the engine uses RGBP", pix(&Pix::pixelformat, V4L2_PIX_FMT_RGB565)},
+        {"result size: the engine uses 32x32, 64x32 was asked for", pix(&Pix::width, 32, true)},
+        {"source row length: the engine uses 256 bytes, the image has 192", pix(&Pix::bytesperline, 256)},
+        {"source bytes", pix(&Pix::sizeimage, 9)},
+        {"the engine may touch 1000000 bytes", pix(&Pix::sizeimage, 1000000)},
+        {"source field", pix(&Pix::field, V4L2_FIELD_INTERLACED)},
+        {"source colour range: the engine uses 2, 1 (full)", pix(&Pix::quantization, V4L2_QUANTIZATION_LIM_RANGE)},
         {"result rectangle: the engine uses (8 8)",
          [](ScriptedEngine& e) {
              e.adjust_box = [](v4l2_rect& r) { r.left = r.left == 4 ? 8 : r.left, r.top = r.top == 4 ? 8 : r.top; };

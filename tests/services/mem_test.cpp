@@ -10,7 +10,6 @@
 #include <thread>
 #include <vector>
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
@@ -20,6 +19,7 @@
 #include "os/mapping.h"
 #include "services/mem_hooks.h"
 #include "services/mem_sources.h"
+#include "support/descriptors.h"
 
 using namespace tavi;
 
@@ -35,15 +35,6 @@ tavi_mem_stats_t stats_of(int type) {
     tavi_mem_stats_t stats{};
     EXPECT_EQ(tavi_mem_get_stats(type, &stats), TAVI_RET_SUCCESS);
     return stats;
-}
-
-int open_descriptors() {
-    int count = 0;
-    DIR* folder = ::opendir("/proc/self/fd");
-    while (::readdir(folder))
-        ++count;
-    ::closedir(folder);
-    return count;
 }
 
 bool has_contiguous_heap() {
