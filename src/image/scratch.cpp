@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "image/scratch.h"
 
+#include <algorithm>
 #include <cstdlib>
 
 namespace tavi {
@@ -55,7 +56,8 @@ Scratch::~Scratch() {
         std::free(piece);
     }
     std::free(b.data);
-    b.size = b.peak <= kKept ? b.peak : 0;
+    b.size = std::min(b.peak, kKept);
+    b.peak = 0;
     b.data = b.size ? static_cast<uint8_t*>(std::aligned_alloc(kAlign, b.size)) : nullptr;
     if (!b.data)
         b.size = 0;

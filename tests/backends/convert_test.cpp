@@ -174,8 +174,8 @@ TEST(Convert, Gray16DividesBy257Rounded) {
 TEST(Convert, InPlaceWhereBytesPerPixelAreEqual) {
     for (int s = 0; s < kFormatCount; ++s)
         for (int d = 0; d < kFormatCount; ++d)
-            for (int mode : {0, 1, 3, 8}) {
-                const int side = 34; // square: turning keeps the size
+            for (const auto& [mode, side] :
+                 {std::pair{0, 34}, {0, 5}, {1, 34}, {3, 3}, {8, 34}}) { // square: turning keeps the size
                 FenceBuffer a(ref_bytes(s, side, side)), b(ref_bytes(d, side, side));
                 fill_noise(a, s, side, side, 5);
                 tavi_image_t from = record(a, s, side, side), to = record(b, d, side, side);
@@ -192,13 +192,17 @@ TEST(Convert, InPlaceWhereBytesPerPixelAreEqual) {
 }
 
 TEST(Convert, ScalesAndConvertsAtOnce) {
-    constexpr int kSizes[][4] = {{40, 30, 20, 16}, {20, 16, 40, 30}, {41, 31, 13, 9},
-                                 {13, 9, 41, 31},  {64, 48, 64, 20}, {200, 3, 9, 40}};
+    constexpr int kSizes[][4] = {{40, 30, 20, 16}, {20, 16, 40, 30}, {41, 31, 13, 9}, {13, 9, 41, 31},
+                                 {64, 48, 64, 20}, {200, 3, 9, 40},  {1, 4, 6, 8},    {4, 1, 8, 6},
+                                 {4, 3, 4, 1},     {3, 4, 1, 4},     {64, 4, 32, 1},  {2, 2, 1, 3},
+                                 {3, 3, 2, 2}};
     for (int s = 0; s < kFormatCount; ++s)
         for (int d = 0; d < kFormatCount; ++d)
             for (const auto& z : kSizes)
-                for (int mode : {0, 1, 4}) {
-                    const int w = z[0], h = z[1], dw = mode == 4 ? z[3] : z[2], dh = mode == 4 ? z[2] : z[3];
+                for (int mode : {0, 1, 4, 7, 8}) {
+                    const int w = z[0], h = z[1], dw = mode >= 4 ? z[3] : z[2], dh = mode >= 4 ? z[2] : z[3];
+                    if (!has_samples(s, w, h) || !has_samples(d, dw, dh))
+                        continue;
                     FenceBuffer src(ref_bytes(s, w, h)), dst(ref_bytes(d, dw, dh));
                     // Flat: stays flat through every filter, format and mode. The neutral byte of odd rows is no
                     // chroma.

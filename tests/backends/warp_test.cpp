@@ -2,6 +2,7 @@
 // The CPU routines that move pixels: crop, transpose, affine maps and warps.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
 #include <random>
 
@@ -164,6 +165,16 @@ TEST(Affine, RefusesWhatItCannotWarp) {
     EXPECT_EQ(tavi_image_affine_transform_cpu(&from, &other, good), TAVI_RET_PARAM_ERR);
     EXPECT_EQ(tavi_image_affine_transform_cpu(nullptr, &to, good), TAVI_RET_PARAM_ERR);
     EXPECT_EQ(tavi_image_affine_transform_cpu(&from, &from, good), TAVI_RET_PARAM_ERR);
+    for (const auto& m :
+         {std::array<float, 6>{5.35905817e-32f, 5.35564513e-32f, 11, 9.7281679e-32f, -6.25878449e-32f, 15},
+          {7.17960263e-18f, 0, 15, -1.26978751e-19f, 2.88896923e-18f, 5},
+          {0.342f, 548000, -76.6f, 0.74f, 1.764f, -23.4f},
+          {1, 0, 3, 0, 1, 2}}) // nearly singular, and whole steps; also from a single row
+        for (int h : {30, 1}) {
+            tavi_image_t rows = record(src.data() + (30 - h) * 90, 1, 30, h);
+            EXPECT_EQ(tavi_image_affine_transform_cpu(&rows, &to, m.data()), 0);
+            EXPECT_TRUE(dst.intact());
+        }
     for (float huge : {1e-30f, 1e30f, -3e8f}) { // far away or endless: black, and no fault
         const float m[] = {huge, 0, 0, 0, huge, 0};
         EXPECT_EQ(tavi_image_affine_transform_cpu(&from, &to, m), 0) << huge;
@@ -192,6 +203,19 @@ TEST(Crop, AttachesPooledMemoryAndGivesItBackOnFailure) {
     tavi_mem_stats_t stats;
     ASSERT_EQ(tavi_mem_get_stats(TAVI_MEM_TYPE_HEAP, &stats), 0);
     EXPECT_EQ(stats.live_count, 0u);
+}
+
+TEST(Crop, TheLastOddPixelSharesItsNeighboursChroma) {
+    for (int f : {5, 7, 9, 11, 13}) {
+        FenceBuffer src(ref_bytes(f, 5, 5)), dst(ref_bytes(f, 4, 4));
+        memset(src.data(), 77, src.size());
+        tavi_image_t from = record(src.data(), f, 5, 5), to = record(dst.data(), f, 4, 4);
+        for (tavi_rect_t region : {tavi_rect_t{4, 4, 4, 4}, {4, 0, 4, 3}, {0, 4, 3, 4}}) {
+            ASSERT_EQ(tavi_image_crop_and_resize_cpu_imp(&from, &region, &to), 0);
+            for (size_t i = 0; i < dst.size(); ++i)
+                ASSERT_EQ(dst.data()[i], 77) << f;
+        }
+    }
 }
 
 TEST(Crop, WithoutScalingCopiesTheRegion) {

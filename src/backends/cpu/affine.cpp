@@ -109,6 +109,9 @@ struct Range {
 // The columns x of [range) with lo <= start + slope * x <= hi.
 Range columns_within(Range range, double start, double slope, double lo, double hi) {
     double first = range.begin, last = range.end - 1.0;
+    if (!(lo <= hi))
+        return {range.begin, range.begin};
+
     if (slope == 0) {
         if (!(start >= lo && start <= hi))
             return {range.begin, range.begin};
@@ -146,6 +149,17 @@ private:
         outer = columns_within(outer, sy, map_.d, -1, src_.rows);
         Range inner = columns_within(outer, sx, map_.a, kMargin, src_.cols - 1 - kMargin);
         inner = columns_within(inner, sy, map_.d, kMargin, src_.rows - 1 - kMargin);
+        // Solving for columns and evaluating positions round differently when the map is nearly singular: what counts
+        // is the position that will be used.
+        const auto inside = [&](int x) {
+            const double at_x = sx + map_.a * x, at_y = sy + map_.d * x;
+            return at_x >= kMargin && at_x <= src_.cols - 1 - kMargin && at_y >= kMargin &&
+                   at_y <= src_.rows - 1 - kMargin;
+        };
+        while (inner.begin < inner.end && !inside(inner.begin))
+            ++inner.begin;
+        while (inner.begin < inner.end && !inside(inner.end - 1))
+            --inner.end;
         if (wide_ || inner.begin >= inner.end)
             inner = {outer.end, outer.end};
         fill(y, 0, outer.begin);
@@ -186,6 +200,10 @@ private:
     void slow(int y, double sx, double sy, int begin, int end) {
         for (int x = begin; x < end; ++x) {
             const double at_x = sx + map_.a * x, at_y = sy + map_.d * x;
+            if (!(at_x > -1 && at_x < src_.cols && at_y > -1 && at_y < src_.rows)) {
+                std::memcpy(dst_.at(x, y), black_, dst_.step);
+                continue;
+            }
             const int ix = static_cast<int>(std::floor(at_x)), iy = static_cast<int>(std::floor(at_y));
             const float fx = static_cast<float>(at_x - ix), fy = static_cast<float>(at_y - iy);
             for (int c = 0; c < channels_; ++c) {
@@ -254,10 +272,13 @@ int tavi_get_affine_transform_cpu(const float* src, const float* dst, int n, flo
 
 int tavi_image_affine_transform_cpu(tavi_image_t* src, tavi_image_t* dst, const float* matrix) {
     const CpuImage from(src, Access::read), to(dst, Access::write);
-    if (!from || !to) {
-        LOG_ERROR("src=%p dst=%p: %s", static_cast<void*>(src), static_cast<void*>(dst),
-                  from ? to.why() : from.why());
-        return TAVI_RET_PARAM_ERR;
+    if (!from) {
+        LOG_ERROR("src=%p: %s", static_cast<void*>(src), from.why());
+        return from.code();
+    }
+    if (!to) {
+        LOG_ERROR("dst=%p: %s", static_cast<void*>(dst), to.why());
+        return to.code();
     }
     if (!matrix) {
         LOG_ERROR("matrix=%p: allowed are 6 floats", static_cast<const void*>(matrix));

@@ -11,10 +11,13 @@ using namespace tavi;
 
 int tavi_image_transpose_cpu(tavi_image_t* src, tavi_image_t* dst) {
     const CpuImage from(src, Access::read), to(dst, Access::write);
-    if (!from || !to) {
-        LOG_ERROR("src=%p dst=%p: %s", static_cast<void*>(src), static_cast<void*>(dst),
-                  from ? to.why() : from.why());
-        return TAVI_RET_PARAM_ERR;
+    if (!from) {
+        LOG_ERROR("src=%p: %s", static_cast<void*>(src), from.why());
+        return from.code();
+    }
+    if (!to) {
+        LOG_ERROR("dst=%p: %s", static_cast<void*>(dst), to.why());
+        return to.code();
     }
     const ImageView &s = from.view(), &d = to.view();
     if (s.format != d.format || d.width != s.height || d.height != s.width) {

@@ -99,7 +99,7 @@ int Runner::band_rows(const ImageView& dst) const {
         bytes = std::max<size_t>(bytes, byte_count(*find_format(plan_.step[i].format), plan_.step[i].width, 2) / 2);
     if (bytes == 0)
         return dst.height;
-    return std::clamp<int>(static_cast<int>(kBandBytes / bytes), 2, dst.height) & ~1;
+    return std::max(2, std::min(static_cast<int>(kBandBytes / bytes), dst.height)) & ~1;
 }
 
 // A transposition takes bands of rows of its source to strips of columns of the result.
@@ -159,7 +159,13 @@ int convert_region(const ImageView& src, const Box& box, const ImageView& dst, i
     // starts between chroma samples needs the scaler to place them, also where the size stays.
     const bool wide_samples = src.format->family == Family::yuv420 || src.format->family == Family::yuv422;
     const bool tall_samples = src.format->family == Family::yuv420;
-    const int x = wide_samples ? box.x & ~1 : box.x, y = tall_samples ? box.y & ~1 : box.y;
+    int x = wide_samples ? box.x & ~1 : box.x, y = tall_samples ? box.y & ~1 : box.y;
+    // An odd last column or row has no chroma of its own: the part starts at the sample that it shares.
+    if (wide_samples && x == src.width - 1)
+        x -= 2;
+    if (tall_samples && y == src.height - 1)
+        y -= 2;
+
     Box part{x, y, box.x + box.width - x, box.y + box.height - y};
     const Box inner{box.x - x, box.y - y, box.width, box.height};
     const bool turned = exchanges_sides(mode);

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "backends/software/plan.h"
 
+#include <initializer_list>
+
 namespace tavi {
 namespace {
 
@@ -63,30 +65,52 @@ bool exchanges_sides(tavi_image_transform_mode mode) {
            mode == TAVI_IMAGE_TRANSFORM_TRANSPOSE;
 }
 
+namespace {
+
+struct Size {
+    int width;
+    int height;
+};
+
+bool is_gray(tavi_pixel_format f) { return find_format(f)->family == Family::gray; }
+
+// The first format that can hold a picture of both sizes: one row or column of pixels has no chroma sample.
+tavi_pixel_format first_that_holds(std::initializer_list<tavi_pixel_format> formats, Size a, Size b) {
+    for (const tavi_pixel_format f : formats)
+        if (!why_not_viewable(f, a.width, a.height) && !why_not_viewable(f, b.width, b.height))
+            return f;
+    return *(formats.end() - 1);
+}
+
+} // namespace
+
 Plan make_plan(const PlanRequest& r) {
     Builder b(r);
     const bool turned = exchanges_sides(r.mode);
-    const int width = turned ? r.dst_height : r.dst_width, height = turned ? r.dst_width : r.dst_height;
-    const bool off_grid = r.box.x != 0 || r.box.y != 0;
-    if (width != r.box.width || height != r.box.height || off_grid || r.src_width != r.box.width ||
-        r.src_height != r.box.height) {
-        const bool shrinks = int64_t{width} * height < int64_t{r.box.width} * r.box.height;
-        // A picture scaled down to one row or column has no chroma of its own: it is converted before.
-        const bool fits = !why_not_viewable(planar(r.src_format), width, height);
-        b.convert(planar((shrinks || off_grid) && fits ? r.src_format : r.dst_format));
-        b.scale(width, height);
+    const Size source{r.src_width, r.src_height}, result{r.dst_width, r.dst_height};
+    const Size before_turn{turned ? result.height : result.width, turned ? result.width : result.height};
+    const tavi_pixel_format src = planar(r.src_format), dst = planar(r.dst_format);
+    const tavi_pixel_format any_size =
+        is_gray(src) || is_gray(dst) ? TAVI_PIXEL_FORMAT_GRAY8 : TAVI_PIXEL_FORMAT_RGB888;
+
+    const bool whole = r.box.x == 0 && r.box.y == 0 && r.box.width == source.width && r.box.height == source.height;
+    if (!whole || source.width != before_turn.width || source.height != before_turn.height) {
+        const bool shrinks = int64_t{before_turn.width} * before_turn.height < int64_t{r.box.width} * r.box.height;
+        const bool source_first = shrinks || r.box.x != 0 || r.box.y != 0;
+        b.convert(
+            first_that_holds({source_first ? src : dst, source_first ? dst : src, any_size}, source, before_turn));
+        b.scale(before_turn.width, before_turn.height);
     }
-    if (r.mode == TAVI_IMAGE_TRANSFORM_FLIP_H || r.mode == TAVI_IMAGE_TRANSFORM_ROTATE_180) {
-        if (weight(r.dst_format) < weight(b.current()))
-            b.convert(planar(r.dst_format));
-        b.convert(planar(b.current()));
-        b.mirror();
-    }
-    if (turned) {
-        if (weight(r.dst_format) < weight(b.current()))
-            b.convert(planar(r.dst_format));
-        b.convert(planar(b.current()));
-        b.transpose();
+    const bool mirrored = r.mode == TAVI_IMAGE_TRANSFORM_FLIP_H || r.mode == TAVI_IMAGE_TRANSFORM_ROTATE_180;
+    if (mirrored || turned) { // on whichever side has fewer bytes to move
+        const tavi_pixel_format current = planar(b.current());
+        const bool dst_first = weight(r.dst_format) < weight(b.current());
+        b.convert(
+            first_that_holds({dst_first ? dst : current, dst_first ? current : dst, any_size}, before_turn, result));
+        if (mirrored)
+            b.mirror();
+        else
+            b.transpose();
     }
     b.convert(r.dst_format);
     b.plan.flip_source = r.mode == TAVI_IMAGE_TRANSFORM_ROTATE_90;

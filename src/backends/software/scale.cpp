@@ -397,22 +397,24 @@ bool ImageScaler::init(Scratch& scratch, const Format& format, int src_width, in
                        int dst_width, int dst_height, int method) {
     format_ = &format;
     src_height_ = src_height;
-    box_ = box;
+
     for (int i = 0; i < format.planes; ++i) {
         const PlaneRule& grid = format.plane[i];
-        const auto axis = [&](int shift, int extent, int first, int count, int dst_extent) {
+        const auto axis = [&](int shift, int extent, int first, int count, int dst_extent, int& origin) {
             AxisMap m;
-            const int begin = first >> shift, end = std::min((first + count - 1) >> shift, (extent >> shift) - 1);
+            const int last = (extent >> shift) - 1; // an odd end shares the sample before it
+            const int begin = std::min(first >> shift, last), end = std::min((first + count - 1) >> shift, last);
+            origin = begin;
             m.src_count = end - begin + 1;
             m.dst_count = dst_extent >> shift;
             m.num = count;
             m.den = dst_extent;
-            m.offset = shift ? first & 1 : 0;
+            m.offset = shift ? first - 2 * begin : 0;
             m.filter = axis_filter(method, count, dst_extent);
             return m;
         };
-        const AxisMap x = axis(grid.xshift, src_width, box.x, box.width, dst_width);
-        const AxisMap y = axis(grid.yshift, src_height, box.y, box.height, dst_height);
+        const AxisMap x = axis(grid.xshift, src_width, box.x, box.width, dst_width, origin_x_[i]);
+        const AxisMap y = axis(grid.yshift, src_height, box.y, box.height, dst_height, origin_y_[i]);
         const bool wide = format.sample_bytes == 2;
         if (!planes_[i].init(scratch, wide ? 1 : grid.step, wide, x, y))
             return false;
@@ -428,7 +430,7 @@ RowRange ImageScaler::source_rows(int y0, int y1) const {
         if (p0 >= p1)
             continue;
         const RowRange r = planes_[i].source_rows(p0, p1);
-        const int origin = box_.y >> shift;
+        const int origin = origin_y_[i];
         all.begin = std::min(all.begin, (r.begin + origin) << shift);
         all.end = std::max(all.end, std::min((r.end + origin) << shift, src_height_));
     }
@@ -443,8 +445,8 @@ void ImageScaler::run(const ImageView& src, int src_first, int y0, const ImageVi
     for (int i = 0; i < format_->planes; ++i) {
         const PlaneRule& grid = format_->plane[i];
         PlaneView p = src.plane[i];
-        p.data += static_cast<ptrdiff_t>(box_.x >> grid.xshift) * p.step;
-        planes_[i].run(p, (src_first >> grid.yshift) - (box_.y >> grid.yshift), y0 >> grid.yshift, dst.plane[i]);
+        p.data += static_cast<ptrdiff_t>(origin_x_[i]) * p.step;
+        planes_[i].run(p, (src_first >> grid.yshift) - origin_y_[i], y0 >> grid.yshift, dst.plane[i]);
     }
 }
 

@@ -101,7 +101,8 @@ public:
 private:
     const Format* format_ = nullptr;
     int src_height_ = 0;
-    Box box_;
+    int origin_x_[3] = {}; ///< of each plane: the sample that the source box starts at
+    int origin_y_[3] = {};
     PlaneScaler planes_[3];
 };
 

@@ -98,8 +98,10 @@ int tavi_image_convert_libyuv(tavi_image_t* src, tavi_image_t* dst, tavi_image_t
             std::memcpy(to.data(), from.data(), to.bytes());
         return TAVI_RET_SUCCESS;
     }
-    to.clear_tail();
     const ImageView source = readable_source(from, to, scratch);
+    if (source)
+        to.clear_tail(); // in place it holds pixels of the source until here
+
     const int result = source ? convert_views(source, to.view(), mode, TAVI_IMAGE_RESIZE_DEFAULT) : TAVI_RET_FAIL;
     if (result != TAVI_RET_SUCCESS)
         LOG_ERROR("no memory for temporaries: src size=%dx%d fmt=%d dst size=%dx%d fmt=%d", from.view().width,
