@@ -50,3 +50,10 @@ private:
 };
 
 } // namespace tavi
+
+// A record in a log line; it may be null.
+#define RECORD_TEXT "%p size=%ux%u fmt=%u data=%p fd=%d data_phy=%p"
+#define RECORD(r)                                                                                                    \
+    static_cast<const void*>(r), (r) ? (r)->width : 0u, (r) ? (r)->height : 0u,                                      \
+        (r) ? static_cast<unsigned>((r)->pixel_format) : 0u, (r) ? static_cast<const void*>((r)->data) : nullptr,    \
+        (r) ? (r)->fd : 0, (r) ? static_cast<const void*>((r)->data_phy) : nullptr

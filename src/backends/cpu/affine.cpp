@@ -273,11 +273,11 @@ int tavi_get_affine_transform_cpu(const float* src, const float* dst, int n, flo
 int tavi_image_affine_transform_cpu(tavi_image_t* src, tavi_image_t* dst, const float* matrix) {
     const CpuImage from(src, Access::read), to(dst, Access::write);
     if (!from) {
-        LOG_ERROR("src=%p: %s", static_cast<void*>(src), from.why());
+        LOG_ERROR("src=" RECORD_TEXT ": %s", RECORD(src), from.why());
         return from.code();
     }
     if (!to) {
-        LOG_ERROR("dst=%p: %s", static_cast<void*>(dst), to.why());
+        LOG_ERROR("dst=" RECORD_TEXT ": %s", RECORD(dst), to.why());
         return to.code();
     }
     if (!matrix) {

@@ -19,7 +19,7 @@ int tavi_image_crop_and_resize_cpu_imp(tavi_image_t* src, tavi_rect_t* rect, tav
     }
     const CpuImage from(src, Access::read);
     if (!from) {
-        LOG_ERROR("src=%p: %s", static_cast<void*>(src), from.why());
+        LOG_ERROR("src=" RECORD_TEXT ": %s", RECORD(src), from.why());
         return from.code();
     }
     const ImageView& s = from.view();
@@ -54,7 +54,7 @@ int tavi_image_crop_and_resize_cpu_imp(tavi_image_t* src, tavi_rect_t* rect, tav
     {
         const CpuImage to(dst, Access::write);
         if (!to) {
-            LOG_ERROR("dst=%p: %s", static_cast<void*>(dst), to.why());
+            LOG_ERROR("dst=" RECORD_TEXT ": %s", RECORD(dst), to.why());
             result = to.code();
         } else if (from.overlaps(to)) {
             LOG_ERROR("src data=%p and dst data=%p overlap: allowed are separate images",

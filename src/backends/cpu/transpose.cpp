@@ -12,11 +12,11 @@ using namespace tavi;
 int tavi_image_transpose_cpu(tavi_image_t* src, tavi_image_t* dst) {
     const CpuImage from(src, Access::read), to(dst, Access::write);
     if (!from) {
-        LOG_ERROR("src=%p: %s", static_cast<void*>(src), from.why());
+        LOG_ERROR("src=" RECORD_TEXT ": %s", RECORD(src), from.why());
         return from.code();
     }
     if (!to) {
-        LOG_ERROR("dst=%p: %s", static_cast<void*>(dst), to.why());
+        LOG_ERROR("dst=" RECORD_TEXT ": %s", RECORD(dst), to.why());
         return to.code();
     }
     const ImageView &s = from.view(), &d = to.view();

@@ -14,10 +14,6 @@
 #define TAVI_LOG_TAG "tavi-libyuv"
 #include "services/log.h"
 
-#define RECORD_TEXT "size=%ux%u fmt=%u data=%p fd=%d data_phy=%p"
-#define RECORD(r)                                                                                                    \
-    (r).width, (r).height, static_cast<unsigned>((r).pixel_format), static_cast<void*>((r).data), (r).fd, (r).data_phy
-
 namespace tavi {
 namespace {
 
@@ -50,17 +46,11 @@ using namespace tavi;
 static int open_failure(const CpuImage& src, const tavi_image_t* src_record, const CpuImage& dst,
                         const tavi_image_t* dst_record, const char* caller) {
     if (!src) {
-        if (src_record)
-            LOG_ERROR("%s: src " RECORD_TEXT ": %s", caller, RECORD(*src_record), src.why());
-        else
-            LOG_ERROR("%s: src: %s", caller, src.why());
+        LOG_ERROR("%s: src=" RECORD_TEXT ": %s", caller, RECORD(src_record), src.why());
         return src.code();
     }
     if (!dst) {
-        if (dst_record)
-            LOG_ERROR("%s: dst " RECORD_TEXT ": %s", caller, RECORD(*dst_record), dst.why());
-        else
-            LOG_ERROR("%s: dst: %s", caller, dst.why());
+        LOG_ERROR("%s: dst=" RECORD_TEXT ": %s", caller, RECORD(dst_record), dst.why());
         return dst.code();
     }
     if (src.data() != dst.data() && src.overlaps(dst)) {
