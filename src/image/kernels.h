@@ -86,6 +86,9 @@ struct Kernels {
     /// taps.
     void (*bilinear_at[4])(const uint8_t* a, const uint8_t* b, int weight_q15, const FirTable& table, uint8_t* out);
 
+    /// The mean of two by two columns, rounded: what bilinear and area reduction to half the size come down to.
+    void (*halve[4])(const uint8_t* a, const uint8_t* b, uint8_t* out, int cols); ///< by channels - 1
+
     void (*affine_span[4])(const AffineSpan& span, uint8_t* out, int n); ///< by channels - 1
 
     // ---- orientation

@@ -678,6 +678,45 @@ void bilinear2(const uint8_t* a, const uint8_t* b, int weight, const FirTable& t
     bilinear_at_loop<2>(a, b, weight, t, out, i);
 }
 
+template <int C>
+void halve(const uint8_t* a, const uint8_t* b, uint8_t* out, int cols) {
+    // Bytes of two neighbouring columns side by side, to be added by one multiplication with ones.
+    constexpr Shuffle kBytes = {{0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15}};
+    constexpr Shuffle kPairs = {{0, 2, 1, 3, 4, 6, 5, 7, 8, 10, 9, 11, 12, 14, 13, 15}};
+    constexpr Shuffle kQuads = {{0, 4, 1, 5, 2, 6, 3, 7, 8, 12, 9, 13, 10, 14, 11, 15}};
+    constexpr Shuffle kShuffle = C == 1 ? kBytes : C == 2 ? kPairs : kQuads;
+    const int n = cols * C;
+    if (n < 32)
+        return halve_loop<C>(a, b, out, cols);
+    const auto sixteen = [&](int i) {
+        const auto sums = [&](const uint8_t* p) {
+            const V v = load(p + 2 * i);
+            return _mm256_maddubs_epi16(C == 1 ? v : _mm256_shuffle_epi8(v, kShuffle.full()), _mm256_set1_epi8(1));
+        };
+        return _mm256_srli_epi16(_mm256_add_epi16(_mm256_add_epi16(sums(a), sums(b)), set16(2)), 2);
+    };
+    for (int i = 0;; i = i + 64 <= n ? i + 32 : n - 32) {
+        store(out + i, _mm256_permute4x64_epi64(_mm256_packus_epi16(sixteen(i), sixteen(i + 16)), 0xD8));
+        if (i + 32 >= n)
+            return;
+    }
+}
+
+void halve3(const uint8_t* a, const uint8_t* b, uint8_t* out, int cols) {
+    // Four pixels of each row to two; loads run four bytes over and stores two.
+    constexpr Shuffle kPairs = {{0, 3, 1, 4, 2, 5, 6, 9, 7, 10, 8, 11, -1, -1, -1, -1}};
+    const H ones = _mm_set1_epi8(1);
+    int i = 0;
+    for (; i + 3 <= cols; i += 2) {
+        const auto sums = [&](const uint8_t* p) {
+            return _mm_maddubs_epi16(_mm_shuffle_epi8(load16(p + 6 * i), kPairs.half()), ones);
+        };
+        const H mean = _mm_srli_epi16(_mm_add_epi16(_mm_add_epi16(sums(a), sums(b)), _mm_set1_epi16(2)), 2);
+        store8(out + 3 * i, _mm_packus_epi16(mean, mean));
+    }
+    halve_loop<3>(a + 6 * i, b + 6 * i, out + 3 * i, cols - i);
+}
+
 // -------------------------------------------------------------------------------------------------- affine
 
 template <int C>
@@ -897,6 +936,10 @@ Kernels make_table() {
     k.bilinear_at[1] = bilinear2;
     k.bilinear_at[2] = bilinear_wide<3>;
     k.bilinear_at[3] = bilinear_wide<4>;
+    k.halve[0] = halve<1>;
+    k.halve[1] = halve<2>;
+    k.halve[2] = halve3;
+    k.halve[3] = halve<4>;
     k.affine_span[2] = affine_wide<3>;
     k.affine_span[3] = affine_wide<4>;
     k.mirror[0] = mirror_even<1>;

@@ -287,6 +287,15 @@ void bilinear_at_loop(const uint8_t* a, const uint8_t* b, int weight, const FirT
     }
 }
 
+template <int C>
+void halve_loop(const uint8_t* a, const uint8_t* b, uint8_t* out, int cols) {
+    for (int i = 0; i < cols; ++i)
+        for (int c = 0; c < C; ++c) {
+            const int at = 2 * i * C + c;
+            out[i * C + c] = static_cast<uint8_t>((a[at] + a[at + C] + b[at] + b[at + C] + 2) >> 2);
+        }
+}
+
 // Bilinear with weights of 1/256: down first, then across with one bit less so that SIMD can multiply signed words.
 template <int C>
 inline void affine_pixel(const AffineSpan& s, int32_t x, int32_t y, uint8_t* out) {
@@ -364,6 +373,7 @@ void fill_channels(Kernels& k) {
     k.fir_to_16[C - 1] = fir16<C>;
     k.spans_to_8[C - 1] = spans_to_8_loop<C>;
     k.bilinear_at[C - 1] = bilinear<C>;
+    k.halve[C - 1] = halve_loop<C>;
     k.affine_span[C - 1] = affine_span_loop<C>;
     k.mirror[C - 1] = mirror_loop<C>;
     k.transpose16[C - 1] = transpose16_loop<C>;

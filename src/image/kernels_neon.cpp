@@ -625,6 +625,32 @@ void bilinear2(const uint8_t* a, const uint8_t* b, int weight, const FirTable& t
     bilinear_at_loop<2>(a, b, weight, t, out, i);
 }
 
+template <int C>
+void halve(const uint8_t* a, const uint8_t* b, uint8_t* out, int cols) {
+    if (cols < 8)
+        return halve_loop<C>(a, b, out, cols);
+    const auto mean = [](uint8x16_t p, uint8x16_t q) { return vrshrn_n_u16(vpadalq_u8(vpaddlq_u8(p), q), 2); };
+    for (int x = 0;; x = x + 16 <= cols ? x + 8 : cols - 8) {
+        const uint8_t *p = a + 2 * x * C, *q = b + 2 * x * C;
+        uint8_t* o = out + x * C;
+        if (C == 1) {
+            vst1_u8(o, mean(vld1q_u8(p), vld1q_u8(q)));
+        } else if (C == 2) {
+            const uint8x16x2_t v = vld2q_u8(p), w = vld2q_u8(q);
+            vst2_u8(o, {{mean(v.val[0], w.val[0]), mean(v.val[1], w.val[1])}});
+        } else if (C == 3) {
+            const uint8x16x3_t v = vld3q_u8(p), w = vld3q_u8(q);
+            vst3_u8(o, {{mean(v.val[0], w.val[0]), mean(v.val[1], w.val[1]), mean(v.val[2], w.val[2])}});
+        } else {
+            const uint8x16x4_t v = vld4q_u8(p), w = vld4q_u8(q);
+            vst4_u8(o, {{mean(v.val[0], w.val[0]), mean(v.val[1], w.val[1]), mean(v.val[2], w.val[2]),
+                         mean(v.val[3], w.val[3])}});
+        }
+        if (x + 8 >= cols)
+            return;
+    }
+}
+
 // -------------------------------------------------------------------------------------------------- affine
 
 template <int C>
@@ -817,6 +843,10 @@ Kernels make_table() {
     k.bilinear_at[1] = bilinear2;
     k.bilinear_at[2] = bilinear_wide<3>;
     k.bilinear_at[3] = bilinear_wide<4>;
+    k.halve[0] = halve<1>;
+    k.halve[1] = halve<2>;
+    k.halve[2] = halve<3>;
+    k.halve[3] = halve<4>;
     k.affine_span[2] = affine_wide<3>;
     k.affine_span[3] = affine_wide<4>;
     k.mirror[0] = mirror<1>;

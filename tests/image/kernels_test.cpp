@@ -141,6 +141,15 @@ TEST_F(KernelsTest, HorizontalScaling) {
             }
 }
 
+TEST_F(KernelsTest, Halving) {
+    for (int channels = 1; channels <= 4; ++channels)
+        for (int cols : kWidths) {
+            const size_t out = static_cast<size_t>(cols) * channels;
+            const uint8_t *a = noise(2 * out), *b = noise(2 * out);
+            same(out, 0, [&](const Kernels& k, uint8_t* o) { k.halve[channels - 1](a, b, o, cols); });
+        }
+}
+
 TEST_F(KernelsTest, AffineSpans) {
     constexpr int kCols = 40, kRows = 30;
     for (int channels = 1; channels <= 4; ++channels)

@@ -84,6 +84,9 @@ bool picks_samples(const AxisMap& m) {
     return m.filter == Filter::bilinear && m.offset == 0 && m.num % m.den == 0 && m.num / m.den % 2 == 1;
 }
 
+// Two samples to one, both with the same weight, whatever the filter.
+bool halves(const AxisMap& m) { return m.filter != Filter::nearest && m.offset == 0 && m.num == 2 * m.den; }
+
 template <int N>
 void gather_columns(const uint8_t* row, const int32_t* start, uint8_t* out, int cols) {
     for (int i = 0; i < cols; ++i)
@@ -123,6 +126,10 @@ bool PlaneScaler::init(Scratch& scratch, int channels, bool wide, const AxisMap&
     }
     if (wide)
         return build_float(scratch);
+    if (halves(x) && halves(y)) {
+        way_ = Way::halve;
+        return true;
+    }
 
     const size_t row_elements = (static_cast<size_t>(x.src_count) + kMaxFirTaps) * channels;
     row_ = scratch.take<uint16_t>(row_elements);
@@ -344,6 +351,8 @@ void PlaneScaler::run_row(const PlaneView& src, int src_first, int y, uint8_t* o
             return k.blend8_to_8(a, b, r.weight, out, x_.dst_count * channels_);
         k.box_rows(box_for(y, src, src_first), row_, n);
         return k.narrow(row_, out, x_.dst_count * channels_);
+    case Way::halve:
+        return k.halve[channels_ - 1](a, b, out, x_.dst_count);
     case Way::at_once:
         return k.bilinear_at[channels_ - 1](a, b, r.weight, fir_, out);
     case Way::vertical_first:
