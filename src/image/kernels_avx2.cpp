@@ -48,29 +48,40 @@ struct Shuffle {
 
 // ---------------------------------------------------------------------------------------------- storing RGB
 
-// Byte j of 48 comes from channel j % 3 of pixel j / 3; [part][channel].
-constexpr std::array<std::array<Shuffle, 3>, 3> make_interleave3() {
-    std::array<std::array<Shuffle, 3>, 3> t = {};
+// Byte j of 48 comes from channel j % 3 of pixel j / 3. 3 and 16 have no common factor: one shuffle a channel puts
+// all its bytes where they stand in the three parts of 16, and what is left is to choose between the channels.
+constexpr std::array<Shuffle, 3> make_spread3() {
+    std::array<Shuffle, 3> t = {};
     for (int j = 0; j < 48; ++j)
-        for (int c = 0; c < 3; ++c)
-            t[j / 16][c].index[j % 16] = static_cast<int8_t>(j % 3 == c ? j / 3 : -1);
+        t[j % 3].index[j % 16] = static_cast<int8_t>(j / 3);
     return t;
 }
-constexpr auto kInterleave3 = make_interleave3();
+constexpr auto kSpread3 = make_spread3();
+
+/// Bytes `at`, `at` + 3, ... of each 16.
+V mask3(int at) {
+    constexpr Shuffle kMask[3] = {{{-1, 0, 0, -1, 0, 0, -1, 0, 0, -1, 0, 0, -1, 0, 0, -1}},
+                                  {{0, -1, 0, 0, -1, 0, 0, -1, 0, 0, -1, 0, 0, -1, 0, 0}},
+                                  {{0, 0, -1, 0, 0, -1, 0, 0, -1, 0, 0, -1, 0, 0, -1, 0}}};
+    return kMask[at].full();
+}
 
 template <int Kind>
 void store_pixels(uint8_t* out, V r, V g, V b) {
     if (Kind == kBGR || Kind == kBGRA)
         std::swap(r, b);
     if (Kind == kRGB || Kind == kBGR) {
-        V part[3];
-        for (int k = 0; k < 3; ++k)
-            part[k] = _mm256_or_si256(_mm256_or_si256(_mm256_shuffle_epi8(r, kInterleave3[k][0].full()),
-                                                      _mm256_shuffle_epi8(g, kInterleave3[k][1].full())),
-                                      _mm256_shuffle_epi8(b, kInterleave3[k][2].full()));
-        store(out, _mm256_permute2x128_si256(part[0], part[1], 0x20));
-        store(out + 32, _mm256_permute2x128_si256(part[2], part[0], 0x30));
-        store(out + 64, _mm256_permute2x128_si256(part[1], part[2], 0x31));
+        r = _mm256_shuffle_epi8(r, kSpread3[0].full());
+        g = _mm256_shuffle_epi8(g, kSpread3[1].full());
+        b = _mm256_shuffle_epi8(b, kSpread3[2].full());
+        const V second = mask3(1), third = mask3(2); // bytes 1, 4, .. and 2, 5, ..
+        const auto part = [&](V x, V y, V z) {
+            return _mm256_blendv_epi8(_mm256_blendv_epi8(x, y, second), z, third);
+        };
+        const V part0 = part(r, g, b), part1 = part(g, b, r), part2 = part(b, r, g); // 16 is 1 more than 5 pixels
+        store(out, _mm256_permute2x128_si256(part0, part1, 0x20));
+        store(out + 32, _mm256_permute2x128_si256(part2, part0, 0x30));
+        store(out + 64, _mm256_permute2x128_si256(part1, part2, 0x31));
         return;
     }
     const V alpha = _mm256_set1_epi8(-1);
@@ -86,105 +97,98 @@ void store_pixels(uint8_t* out, V r, V g, V b) {
 
 // ---------------------------------------------------------------------------------------------- YUV to RGB
 
+/// 32 pixels in words: 0 to 7 and 16 to 23, then 8 to 15 and 24 to 31, which is the order that packing puts right.
 struct YuvBlock {
-    V y;    // 32 pixels
-    H u, v; // 16 pairs
+    V y[2];             ///< times 257
+    V r[2], g[2], b[2]; ///< what chroma adds (to g: takes away), without the bias
 };
-
-void split_pairs(V pairs, H& even, H& odd) {
-    constexpr Shuffle kSplit = {{0, 2, 4, 6, 8, 10, 12, 14, 1, 3, 5, 7, 9, 11, 13, 15}};
-    const V s = _mm256_permute4x64_epi64(_mm256_shuffle_epi8(pairs, kSplit.full()), 0xD8);
-    even = low(s);
-    odd = high(s);
-}
 
 template <int Chroma>
 YuvBlock load_yuv(const uint8_t* y, const uint8_t* u, const uint8_t* v, int x) {
-    YuvBlock b;
-    b.y = load(y + x);
-    if (Chroma == kPlanar) {
-        b.u = load16(u + x / 2);
-        b.v = load16(v + x / 2);
-    } else if (Chroma == kPairsUV) {
-        split_pairs(load(u + x), b.u, b.v);
+    const V luma = load(y + x), sign = set16(-32768);
+    V us, vs; // a word for two pixels
+    if constexpr (Chroma == kPlanar) {
+        us = _mm256_slli_epi16(_mm256_cvtepu8_epi16(load16(u + x / 2)), 8);
+        vs = _mm256_slli_epi16(_mm256_cvtepu8_epi16(load16(v + x / 2)), 8);
     } else {
-        split_pairs(load(u + x), b.v, b.u);
+        const V pairs = load(u + x);
+        us = _mm256_slli_epi16(pairs, 8);
+        vs = _mm256_and_si256(pairs, set16(-256));
+        if (Chroma == kPairsVU)
+            std::swap(us, vs);
     }
-    return b;
+    us = _mm256_xor_si256(us, sign);
+    vs = _mm256_xor_si256(vs, sign);
+    const V r = _mm256_mulhrs_epi16(vs, set16(kVtoR)), b = _mm256_mulhrs_epi16(us, set16(kUtoB));
+    const V g = _mm256_add_epi16(_mm256_mulhrs_epi16(us, set16(kUtoG)), _mm256_mulhrs_epi16(vs, set16(kVtoG)));
+    return {{_mm256_unpacklo_epi8(luma, luma), _mm256_unpackhi_epi8(luma, luma)},
+            {_mm256_unpacklo_epi16(r, r), _mm256_unpackhi_epi16(r, r)},
+            {_mm256_unpacklo_epi16(g, g), _mm256_unpackhi_epi16(g, g)},
+            {_mm256_unpacklo_epi16(b, b), _mm256_unpackhi_epi16(b, b)}};
 }
 
-template <int Kind>
-void store_yuv_as_rgb(const YuvBlock& block, uint8_t* out) {
-    const V bias = set16(kYuvBias), middle = set16(128);
-    const V u = _mm256_slli_epi16(_mm256_sub_epi16(_mm256_cvtepu8_epi16(block.u), middle), 8);
-    const V v = _mm256_slli_epi16(_mm256_sub_epi16(_mm256_cvtepu8_epi16(block.v), middle), 8);
-    const V r = _mm256_add_epi16(_mm256_mulhrs_epi16(v, set16(kVtoR)), bias);
-    const V g = _mm256_sub_epi16(_mm256_sub_epi16(bias, _mm256_mulhrs_epi16(u, set16(kUtoG))),
-                                 _mm256_mulhrs_epi16(v, set16(kVtoG)));
-    const V b = _mm256_add_epi16(_mm256_mulhrs_epi16(u, set16(kUtoB)), bias);
-    const V scale = set16(kYScale);
-    const V y0 = _mm256_mulhi_epu16(_mm256_unpacklo_epi8(block.y, block.y), scale);
-    const V y1 = _mm256_mulhi_epu16(_mm256_unpackhi_epi8(block.y, block.y), scale);
-    const auto channel = [&](V c) { // each chroma term serves two pixels
-        const V c0 = _mm256_adds_epi16(y0, _mm256_unpacklo_epi16(c, c));
-        const V c1 = _mm256_adds_epi16(y1, _mm256_unpackhi_epi16(c, c));
-        return _mm256_packus_epi16(_mm256_srai_epi16(c0, 6), _mm256_srai_epi16(c1, 6));
-    };
-    store_pixels<Kind>(out, channel(r), channel(g), channel(b));
-}
-
-/// Packed 4:2:2 without unpacking: luma stands in words already, and a shuffle puts each pixel's chroma into the high
-/// byte of its word.
-template <int Chroma, int Kind>
-void store_packed_as_rgb(const uint8_t* p, uint8_t* out) {
-    constexpr int8_t u = Chroma == kPackedYUYV ? 1 : 0, v = u + 2;
-    constexpr Shuffle kU = {{-1, u, -1, u, -1, u + 4, -1, u + 4, -1, u + 8, -1, u + 8, -1, u + 12, -1, u + 12}};
-    constexpr Shuffle kV = {{-1, v, -1, v, -1, v + 4, -1, v + 4, -1, v + 8, -1, v + 8, -1, v + 12, -1, v + 12}};
-    const V bias = set16(kYuvBias), sign = set16(-32768);
-    V rgb[3][2];
-    for (int i = 0; i < 2; ++i) { // pixels 0 to 7 and 16 to 23, then 8 to 15 and 24 to 31: packing puts them in order
+/// Packed 4:2:2 without unpacking: the words of a pixel pair hold U and V, and one multiplication serves both.
+template <int Chroma>
+YuvBlock load_packed(const uint8_t* p) {
+    constexpr int8_t at = Chroma == kPackedYUYV ? 0 : 1; // of luma
+    constexpr Shuffle kTwice = {{at, at, at + 2, at + 2, at + 4, at + 4, at + 6, at + 6, at + 8, at + 8, at + 10,
+                                 at + 10, at + 12, at + 12, at + 14, at + 14}};
+    constexpr Shuffle kFirst = {{0, 1, 0, 1, 4, 5, 4, 5, 8, 9, 8, 9, 12, 13, 12, 13}};
+    constexpr Shuffle kSecond = {{2, 3, 2, 3, 6, 7, 6, 7, 10, 11, 10, 11, 14, 15, 14, 15}};
+    constexpr Shuffle kOther = {{2, 3, 0, 1, 6, 7, 4, 5, 10, 11, 8, 9, 14, 15, 12, 13}};
+    YuvBlock block;
+    for (int i = 0; i < 2; ++i) {
         const V pixels = join(load16(p + 16 * i), load16(p + 16 * i + 32));
-        const V luma = Chroma == kPackedYUYV ? _mm256_and_si256(pixels, set16(255)) : _mm256_srli_epi16(pixels, 8);
-        const V y = _mm256_add_epi16(_mm256_srli_epi16(_mm256_mullo_epi16(luma, set16(149)), 1), bias);
-        const V cu = _mm256_xor_si256(_mm256_shuffle_epi8(pixels, kU.full()), sign);
-        const V cv = _mm256_xor_si256(_mm256_shuffle_epi8(pixels, kV.full()), sign);
-        const V g = _mm256_add_epi16(_mm256_mulhrs_epi16(cu, set16(kUtoG)), _mm256_mulhrs_epi16(cv, set16(kVtoG)));
-        rgb[0][i] = _mm256_srai_epi16(_mm256_adds_epi16(y, _mm256_mulhrs_epi16(cv, set16(kVtoR))), 6);
-        rgb[1][i] = _mm256_srai_epi16(_mm256_subs_epi16(y, g), 6);
-        rgb[2][i] = _mm256_srai_epi16(_mm256_adds_epi16(y, _mm256_mulhrs_epi16(cu, set16(kUtoB))), 6);
+        const V chroma = at == 0 ? _mm256_and_si256(pixels, set16(-256)) : _mm256_slli_epi16(pixels, 8);
+        const V uv = _mm256_xor_si256(chroma, set16(-32768));
+        const V b_r = _mm256_mulhrs_epi16(uv, _mm256_set1_epi32(kVtoR << 16 | kUtoB));
+        const V g = _mm256_mulhrs_epi16(uv, _mm256_set1_epi32(kVtoG << 16 | kUtoG));
+        block.y[i] = _mm256_shuffle_epi8(pixels, kTwice.full());
+        block.r[i] = _mm256_shuffle_epi8(b_r, kSecond.full());
+        block.g[i] = _mm256_add_epi16(g, _mm256_shuffle_epi8(g, kOther.full()));
+        block.b[i] = _mm256_shuffle_epi8(b_r, kFirst.full());
     }
-    store_pixels<Kind>(out, _mm256_packus_epi16(rgb[0][0], rgb[0][1]), _mm256_packus_epi16(rgb[1][0], rgb[1][1]),
-                       _mm256_packus_epi16(rgb[2][0], rgb[2][1]));
+    return block;
 }
 
 template <int Chroma, int Kind>
 void block_to_rgb(const uint8_t* y, const uint8_t* u, const uint8_t* v, int x, uint8_t* out) {
+    YuvBlock block;
     if constexpr (Chroma == kPackedYUYV || Chroma == kPackedUYVY)
-        store_packed_as_rgb<Chroma, Kind>(y + 2 * x, out);
+        block = load_packed<Chroma>(y + 2 * x);
     else
-        store_yuv_as_rgb<Kind>(load_yuv<Chroma>(y, u, v, x), out);
+        block = load_yuv<Chroma>(y, u, v, x);
+    for (int i = 0; i < 2; ++i) {
+        const V luma = _mm256_add_epi16(_mm256_mulhi_epu16(block.y[i], set16(kYScale)), set16(kYuvBias));
+        block.r[i] = _mm256_srai_epi16(_mm256_adds_epi16(luma, block.r[i]), 6);
+        block.g[i] = _mm256_srai_epi16(_mm256_subs_epi16(luma, block.g[i]), 6);
+        block.b[i] = _mm256_srai_epi16(_mm256_adds_epi16(luma, block.b[i]), 6);
+    }
+    store_pixels<Kind>(out, _mm256_packus_epi16(block.r[0], block.r[1]), _mm256_packus_epi16(block.g[0], block.g[1]),
+                       _mm256_packus_epi16(block.b[0], block.b[1]));
 }
 
 template <int Chroma, int Kind>
 void yuv_to_rgb(const uint8_t* y, const uint8_t* u, const uint8_t* v, uint8_t* rgb, int width) {
     constexpr int n = rgb_bytes<Kind>();
-    if (width < 32) {
-        uint8_t ys[64] = {}, us[32] = {}, vs[32] = {}, out[128];
+    uint8_t ys[64], us[32], vs[32], out[128], *to = rgb;
+    const int count = std::max(width, 32);
+    if (width < 32) { // one block, of copies
         constexpr bool packed = Chroma == kPackedYUYV || Chroma == kPackedUYVY;
-        std::memcpy(ys, y, packed ? 2 * width : width);
+        y = static_cast<uint8_t*>(std::memcpy(ys, y, packed ? 2 * width : width));
         if (!packed)
-            std::memcpy(us, u, Chroma == kPlanar ? width / 2 : width);
+            u = static_cast<uint8_t*>(std::memcpy(us, u, Chroma == kPlanar ? width / 2 : width));
         if (Chroma == kPlanar)
-            std::memcpy(vs, v, width / 2);
-        block_to_rgb<Chroma, Kind>(ys, us, vs, 0, out);
+            v = static_cast<uint8_t*>(std::memcpy(vs, v, width / 2));
+        to = out;
+    }
+    for (int x = 0;; x = std::min(x + 32, count - 32)) {
+        block_to_rgb<Chroma, Kind>(y, u, v, x, to + x * n);
+        if (x == count - 32)
+            break;
+    }
+    if (to == out)
         std::memcpy(rgb, out, static_cast<size_t>(width) * n);
-        return;
-    }
-    for (int x = 0;; x = x + 64 <= width ? x + 32 : width - 32) {
-        block_to_rgb<Chroma, Kind>(y, u, v, x, rgb + x * n);
-        if (x + 32 >= width)
-            return;
-    }
 }
 
 // ---------------------------------------------------------------------------------------------- RGB to YUV
@@ -333,10 +337,21 @@ template <int N>
 void gray_to_rgb(const uint8_t* gray, uint8_t* rgb, int width) {
     if (width < 32)
         return gray_to_rgb_loop<N>(gray, rgb, width);
-    for (int x = 0;; x = x + 64 <= width ? x + 32 : width - 32) {
+    constexpr Shuffle kPart[3] = {{{0, 0, 0, 1, 1, 1, 2, 2, 2, 3, 3, 3, 4, 4, 4, 5}},
+                                  {{5, 5, 6, 6, 6, 7, 7, 7, 8, 8, 8, 9, 9, 9, 10, 10}},
+                                  {{10, 11, 11, 11, 12, 12, 12, 13, 13, 13, 14, 14, 14, 15, 15, 15}}};
+    for (int x = 0;; x = std::min(x + 32, width - 32)) {
         const V g = load(gray + x);
-        store_pixels<N == 3 ? kRGB : kRGBA>(rgb + x * N, g, g, g);
-        if (x + 32 >= width)
+        if (N == 4) {
+            store_pixels<kRGBA>(rgb + x * N, g, g, g);
+        } else { // every part of 16 bytes comes from one half
+            const V first = both(load16(gray + x)), second = both(load16(gray + x + 16));
+            uint8_t* out = rgb + x * N;
+            store(out, _mm256_shuffle_epi8(first, join(kPart[0].half(), kPart[1].half())));
+            store(out + 32, _mm256_shuffle_epi8(g, join(kPart[2].half(), kPart[0].half())));
+            store(out + 64, _mm256_shuffle_epi8(second, join(kPart[1].half(), kPart[2].half())));
+        }
+        if (x == width - 32)
             return;
     }
 }
@@ -344,15 +359,14 @@ void gray_to_rgb(const uint8_t* gray, uint8_t* rgb, int width) {
 void gray16_to_8(const uint8_t* gray16, uint8_t* gray8, int width) {
     if (width < 32)
         return gray16_to_8_loop(gray16, gray8, width);
-    const auto divide = [](V v) { // the carry of the low half of v * 255 + 32895
-        const V least = set16(32641), product = _mm256_mullo_epi16(v, set16(255));
-        const V carry = _mm256_cmpeq_epi16(_mm256_max_epu16(product, least), product);
-        return _mm256_sub_epi16(_mm256_mulhi_epu16(v, set16(255)), carry);
+    // (v + 128) / 257 is v / 257 rounded, and 65281 / 2^24 divides by 257; the saturation changes no result.
+    const auto divide = [](V v) {
+        return _mm256_srli_epi16(_mm256_mulhi_epu16(_mm256_adds_epu16(v, set16(128)), set16(65281)), 8);
     };
-    for (int x = 0;; x = x + 64 <= width ? x + 32 : width - 32) {
+    for (int x = 0;; x = std::min(x + 32, width - 32)) {
         const V words = _mm256_packus_epi16(divide(load(gray16 + 2 * x)), divide(load(gray16 + 2 * x + 32)));
         store(gray8 + x, _mm256_permute4x64_epi64(words, 0xD8));
-        if (x + 32 >= width)
+        if (x == width - 32)
             return;
     }
 }
@@ -775,20 +789,34 @@ void mirror_even(const uint8_t* row, uint8_t* out, int cols) {
     constexpr Shuffle kWords = {{14, 15, 12, 13, 10, 11, 8, 9, 6, 7, 4, 5, 2, 3, 0, 1}};
     constexpr Shuffle kQuads = {{12, 13, 14, 15, 8, 9, 10, 11, 4, 5, 6, 7, 0, 1, 2, 3}};
     const V order = (N == 1 ? kBytes : N == 2 ? kWords : kQuads).full();
-    for (int x = 0;; x = x + 2 * block <= cols ? x + block : cols - block) {
+    const auto turned = [&](int x) {
         const V v = load(row + (cols - block - x) * N);
-        store(out + x * N, _mm256_permute4x64_epi64(_mm256_shuffle_epi8(v, order), 0x4E));
-        if (x + block >= cols)
-            return;
+        return _mm256_permute4x64_epi64(_mm256_shuffle_epi8(v, order), 0x4E);
+    };
+    int x = 0;
+    for (; x + 4 * block <= cols; x += 4 * block) {
+        const V a = turned(x), b = turned(x + block), c = turned(x + 2 * block), d = turned(x + 3 * block);
+        uint8_t* to = out + x * N;
+        store(to, a), store(to + 32, b), store(to + 64, c), store(to + 96, d);
+    }
+    for (; x < cols; x += block) {
+        x = std::min(x, cols - block);
+        store(out + x * N, turned(x));
     }
 }
 
 void mirror3(const uint8_t* row, uint8_t* out, int cols) {
     // Five pixels at a time: byte 0 of a load belongs to the pixel before them, byte 15 of a store is written over.
     constexpr Shuffle kOrder = {{13, 14, 15, 10, 11, 12, 7, 8, 9, 4, 5, 6, 1, 2, 3, -1}};
+    const auto turned = [&](int x) { return _mm_shuffle_epi8(load16(row + 3 * (cols - x - 5) - 1), kOrder.half()); };
     int x = 0;
+    for (; x + 21 <= cols; x += 20) {
+        const H a = turned(x), b = turned(x + 5), c = turned(x + 10), d = turned(x + 15);
+        uint8_t* to = out + 3 * x;
+        store16(to, a), store16(to + 15, b), store16(to + 30, c), store16(to + 45, d);
+    }
     for (; x + 6 <= cols; x += 5)
-        store16(out + 3 * x, _mm_shuffle_epi8(load16(row + 3 * (cols - x - 5) - 1), kOrder.half()));
+        store16(out + 3 * x, turned(x));
     for (; x < cols; ++x)
         std::memcpy(out + 3 * x, row + 3 * (cols - 1 - x), 3);
 }

@@ -433,8 +433,13 @@ bool convert_image(const ImageView& src, const ImageView& dst) {
 void mirror_image(const ImageView& src, const ImageView& dst) {
     for (int i = 0; i < dst.planes(); ++i) {
         const PlaneView &s = src.plane[i], &d = dst.plane[i];
+        const auto row = kernels().mirror[d.step - 1];
+        if (s.pitch == static_cast<ptrdiff_t>(s.cols) * s.step && d.pitch == -s.pitch) {
+            row(s.data, d.row(d.rows - 1), d.cols * d.rows); // half a turn of a whole plane is one long row mirrored
+            continue;
+        }
         for (int y = 0; y < d.rows; ++y)
-            kernels().mirror[d.step - 1](s.row(y), d.row(y), d.cols);
+            row(s.row(y), d.row(y), d.cols);
     }
 }
 
