@@ -27,10 +27,12 @@ else
     compiler=gcc
     library_folders=(/lib/x86_64-linux-gnu /usr/lib/x86_64-linux-gnu)
 fi
-cmake --build "$build" --target services_test blit_test engine_test >/dev/null
-
 stage=$(mktemp -d)
 trap 'rm -rf "$stage"' EXIT
+if ! cmake --build "$build" --target services_test blit_test engine_test >"$stage/log"; then
+    tail -n 40 "$stage/log" >&2
+    exit 1
+fi
 mkdir -p "$stage"/{root/tests,root/proc,root/sys,root/dev,root/tmp,root/lib,root/lib64}
 $compiler -O2 -Wall -Wextra -static -o "$stage/root/init" "$root/scripts/vm/init.c"
 cp "$build"/tests/services/services_test "$build"/tests/backends/{blit,engine}_test "$stage/root/tests/"
