@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // info, formats and probe: what a file holds, what the formats are, what this machine offers.
+#include <cerrno>
 #include <cstring>
 
 #include "backends/blit/context_pool.h"
@@ -112,36 +113,55 @@ std::string names_of(unsigned mask) {
     return names.empty() ? "none" : names;
 }
 
-bool print_engine(const tavi::EngineInfo& e, const char* why_not, void* found) {
-    ++*static_cast<int*>(found);
+struct Found {
+    int nodes = 0;
+    bool locked = false; ///< a node that this user may not open
+};
+
+bool print_engine(const tavi::EngineInfo& e, const char* why_not, void* user) {
+    Found& found = *static_cast<Found*>(user);
+    ++found.nodes;
     printf("  %-13s  %s %s: %s\n", e.path, e.driver, e.card, why_not ? why_not : "usable");
     if (why_not) {
-        if (strstr(why_not, "ermission"))
-            printf("                 (add yourself to the group of that node: ls -l %s)\n", e.path);
+        found.locked |= strstr(why_not, strerror(EACCES)) != nullptr;
         return true;
     }
     printf("                 takes %s\n                 gives %s\n", names_of(e.sources).c_str(),
            names_of(e.results).c_str());
-    printf("                 sides %ux%u to %ux%u,%s%s%s%s%s\n", e.smallest[0], e.smallest[1], e.largest[0],
-           e.largest[1], e.scales ? " scales" : " does not scale", e.rectangles ? " crops" : "",
-           e.hflip ? " flip-h" : "", e.vflip ? " flip-v" : "", e.rotate ? " rotates" : "");
+    if (e.largest[0])
+        printf("                 sides %ux%u to %ux%u,", e.smallest[0], e.smallest[1], e.largest[0], e.largest[1]);
+    else
+        printf("                 sides not told,");
+    printf("%s%s%s%s%s%s, %s-planar\n", e.scales ? " scales" : " does not scale", e.rectangles ? " crops" : "",
+           e.hflip ? " flip-h" : "", e.vflip ? " flip-v" : "", e.rotate ? " rotates" : "",
+           e.alpha ? " sets alpha" : "", e.multiplanar ? "multi" : "single");
     return true;
+}
+
+void print_source(const tavi::SourceReport& r, void* user) {
+    static_cast<Found*>(user)->locked |= r.error == EACCES;
+    printf("  %-24s  %s\n", r.path, r.error == 0 ? "usable" : strerror(r.error));
 }
 
 void run_probe() {
     printf("engine\n");
-    int found = 0;
+    Found found;
     const char* const only = getenv("TAVI_BLIT_DEVICE");
-    if (!only || strcmp(only, "none") != 0)
-        tavi::visit_engines(only, print_engine, &found);
-    if (!found)
+    if (only && strcmp(only, "none") == 0)
+        printf("  switched off by TAVI_BLIT_DEVICE=none\n");
+    else
+        tavi::visit_engines(only && *only ? only : nullptr, print_engine, &found);
+    if (!only && !found.nodes)
         printf("  no video device\n");
     printf("  %s\n",
            is_blit_support() ? "requests go to the engine when they qualify" : "software serves every request");
     printf("memory sources, in the order in which they are asked\n");
-    tavi::visit_sources([](const tavi::SourceReport& r,
-                           void*) { printf("  %-24s  %s\n", r.path, r.error == 0 ? "usable" : strerror(r.error)); },
-                        nullptr);
+    tavi::visit_sources(print_source, &found);
+    if (found.locked)
+        printf("permission: for a group that you are in, a file in /etc/udev/rules.d with\n"
+               "  SUBSYSTEM==\"dma_heap\", GROUP=\"video\", MODE=\"0660\"\n"
+               "  KERNEL==\"udmabuf\", GROUP=\"video\", MODE=\"0660\"\n"
+               "  SUBSYSTEM==\"video4linux\", GROUP=\"video\", MODE=\"0660\"\n");
     printf("device memory comes from\n");
     tavi_mem_record_t record{};
     if (tavi_mem_alloc(4096, TAVI_MEM_TYPE_DEVICE, &record) == 0) {

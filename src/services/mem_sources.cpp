@@ -159,6 +159,8 @@ void visit_sources(void (*visit)(const SourceReport& report, void* user), void* 
         std::snprintf(path, sizeof(path), "%s/%s", kHeapFolder, heaps.name[i]);
         report(path, is_system(heaps.name[i]) ? TAVI_MEM_SOURCE_SYSTEM : TAVI_MEM_SOURCE_CONTIGUOUS, O_RDONLY);
     }
+    if (heaps.count == 0) // an empty folder, or one that a setting hides, has no heap either
+        visit({kHeapFolder, TAVI_MEM_SOURCE_SYSTEM, ENOENT}, user);
     report(kUdmabufNode, TAVI_MEM_SOURCE_UDMABUF, O_RDWR);
     visit({"memfd", TAVI_MEM_SOURCE_MEMFD, from_memfd(1) ? 0 : errno}, user);
 }
