@@ -23,6 +23,7 @@ void CpuImage::open(const tavi_image_t* record, Access access) {
         return refuse(TAVI_RET_UNSUPPORTED, "allowed are pixels of less than 2 GiB");
     bytes_ = static_cast<size_t>(bytes);
     data_ = record->data;
+    fd_ = record->fd;
     if (!data_) {
         mapping_ = CpuMapping(record->fd, bytes_, access);
         if (!mapping_)
@@ -40,6 +41,28 @@ void CpuImage::clear_tail() const {
     for (int i = 0; i < view_.planes(); ++i)
         used += static_cast<size_t>(view_.plane[i].cols) * view_.plane[i].step * view_.plane[i].rows;
     std::memset(data_ + used, 128, bytes_ - used);
+}
+
+int64_t CpuImage::place_in(int fd) const {
+    return mapping_ ? (is_same_buffer(fd_, fd) ? 0 : -1) : offset_in_buffer(data_, fd);
+}
+
+Overlap CpuImage::overlap(const CpuImage& other) const {
+    auto mine = static_cast<int64_t>(reinterpret_cast<uintptr_t>(data_));
+    auto others = static_cast<int64_t>(reinterpret_cast<uintptr_t>(other.data_));
+    if (mapping_ || other.mapping_) {
+        // What is mapped for this call is seen at an address of its own: the place in the buffer counts.
+        const int fd = mapping_ ? fd_ : other.fd_;
+        mine = place_in(fd);
+        others = other.place_in(fd);
+        if (mine < 0 || others < 0)
+            return Overlap::none;
+    }
+    if (mine == others)
+        return Overlap::same_start;
+    return mine < others + static_cast<int64_t>(other.bytes_) && others < mine + static_cast<int64_t>(bytes_)
+               ? Overlap::partial
+               : Overlap::none;
 }
 
 CpuImage::CpuImage(const tavi_image_t* record, Access access) { open(record, access); }

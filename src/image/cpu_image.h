@@ -11,6 +11,12 @@
 
 namespace tavi {
 
+enum class Overlap {
+    none,
+    same_start, ///< a request in place
+    partial
+};
+
 class CpuImage {
 public:
     /// Opens a record. `data` wins over the descriptor: a deep clone's descriptor names its source's memory.
@@ -30,21 +36,20 @@ public:
     /// every run. For a destination whose request has passed its checks.
     void clear_tail() const;
 
-    /// Whether two images share a byte.
-    bool overlaps(const CpuImage& other) const {
-        const uintptr_t a = reinterpret_cast<uintptr_t>(data_), b = reinterpret_cast<uintptr_t>(other.data_);
-        return a < b + other.bytes_ && b < a + bytes_;
-    }
+    /// How the other image's bytes lie to this one's, at whatever addresses the two are seen.
+    Overlap overlap(const CpuImage& other) const;
 
 private:
     void open(const tavi_image_t* record, Access access);
     void refuse(int code, const char* why);
+    int64_t place_in(int fd) const;
 
     int code_ = TAVI_RET_SUCCESS;
     const char* why_ = "";
     ImageView view_;
     uint8_t* data_ = nullptr;
     size_t bytes_ = 0;
+    int fd_ = -1;
     CpuMapping mapping_;
     std::optional<DmaSync> sync_;
 };

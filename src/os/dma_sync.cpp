@@ -10,6 +10,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "os/kernel_calls.h"
+
 namespace tavi {
 namespace {
 
@@ -18,9 +20,9 @@ int sync(int fd, uint64_t flags) {
     request.flags = flags;
     int result;
     do {
-        result = ::ioctl(fd, DMA_BUF_IOCTL_SYNC, &request);
-    } while (result < 0 && (errno == EINTR || errno == EAGAIN));
-    return result < 0 ? -errno : 0;
+        result = call_driver(fd, DMA_BUF_IOCTL_SYNC, &request);
+    } while (result == -EAGAIN);
+    return result;
 }
 
 uint64_t direction(Access access) {
@@ -49,17 +51,17 @@ off_t buffer_bytes(int fd) {
     return end;
 }
 
-bool clean_for_device(int fd) {
-    // Anything that is no DMA buffer answers ENOTTY to the first of the two.
-    if (fd < 1 || sync(fd, DMA_BUF_SYNC_START | DMA_BUF_SYNC_WRITE) != 0)
-        return false;
-    sync(fd, DMA_BUF_SYNC_END | DMA_BUF_SYNC_WRITE);
-    return true;
+int clean_for_device(int fd) {
+    // Anything that is no DMA buffer answers ENOTTY to the first of the two; the second one cleans.
+    const int error = fd < 1 ? -EBADF : sync(fd, DMA_BUF_SYNC_START | DMA_BUF_SYNC_WRITE);
+    return error ? error : sync(fd, DMA_BUF_SYNC_END | DMA_BUF_SYNC_WRITE);
 }
 
-void discard_after_device(int fd) {
-    if (fd > 0 && sync(fd, DMA_BUF_SYNC_START | DMA_BUF_SYNC_READ) == 0)
+int discard_after_device(int fd) {
+    const int error = sync(fd, DMA_BUF_SYNC_START | DMA_BUF_SYNC_READ);
+    if (!error)
         sync(fd, DMA_BUF_SYNC_END | DMA_BUF_SYNC_READ);
+    return error;
 }
 
 DmaSync::DmaSync(int fd, Access access) : fd_(fd), access_(access) {

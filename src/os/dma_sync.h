@@ -13,13 +13,13 @@ enum class Access { read, write, read_write };
 /// -errno when it has no size. The position of a file is left as it was.
 off_t buffer_bytes(int fd);
 
-/// Writes back what the CPU has in its caches. Nothing is discarded: safe before a device reads or writes. False when
-/// the descriptor names no DMA buffer.
-bool clean_for_device(int fd);
+/// Writes back what the CPU has in its caches. Nothing is discarded: safe before a device reads or writes. 0, or
+/// -errno: ENOTTY for a descriptor that names no DMA buffer.
+int clean_for_device(int fd);
 
 /// Makes what a device wrote visible to the CPU. Only after the device has finished: lines that the CPU has written
-/// and not cleaned may be lost.
-void discard_after_device(int fd);
+/// and not cleaned may be lost. 0, or -errno.
+int discard_after_device(int fd);
 
 /// Brackets one pass of the CPU. Does nothing for a descriptor below 1 or one that is no DMA buffer.
 class DmaSync {

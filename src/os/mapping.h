@@ -9,9 +9,12 @@
 
 namespace tavi {
 
-/// Whether `data` is where the first byte of the buffer behind `fd` is mapped, shared, into this process. Reads the
-/// list of the process's mappings: some tens of microseconds.
-bool is_mapped_start(const void* data, int fd);
+/// Whether two descriptors name one buffer: duplicates do.
+bool is_same_buffer(int fd, int other);
+
+/// How far `data` lies behind the first byte of the buffer behind `fd`, or -1 when it is no place where that buffer
+/// is mapped, shared, into this process. Reads the list of the process's mappings: some tens of microseconds.
+int64_t offset_in_buffer(const void* data, int fd);
 
 class CpuMapping {
 public:

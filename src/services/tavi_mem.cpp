@@ -13,8 +13,7 @@
 #include <new>
 #include <shared_mutex>
 
-#include <sys/mman.h>
-
+#include "os/kernel_calls.h"
 #include "os/mapping.h"
 #include "services/log.h"
 #include "services/mem_hooks.h"
@@ -62,7 +61,7 @@ void release(const tavi_mem_record_t& record) {
         return;
     }
     notify_mem_listener(MemEvent::freeing, record.fd);
-    ::munmap(record.virt_addr, record.size);
+    kernel_calls().unmap(record.virt_addr, record.size);
     ::close(record.fd);
 }
 

@@ -4,8 +4,11 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <vector>
 
+#include <linux/dma-buf.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -17,6 +20,11 @@ namespace tavi::test {
 namespace {
 
 ScriptedEngine* g_engine = nullptr;
+
+template <class T>
+T& as(void* argument) {
+    return *static_cast<T*>(argument);
+}
 
 bool is_source(uint32_t type) {
     return type == V4L2_BUF_TYPE_VIDEO_OUTPUT || type == V4L2_BUF_TYPE_VIDEO_OUTPUT_MPLANE;
@@ -50,35 +58,36 @@ void write_buffer(int fd, const std::vector<uint8_t>& pixels) {
 
 } // namespace
 
-ScriptedEngine::ScriptedEngine() : kernel_(v4l2_ops()), before_(g_engine) {
+ScriptedEngine::ScriptedEngine() : kernel_(kernel_calls()), before_(g_engine) {
     ContextPool::instance().forget_engine();
     g_engine = this;
-    v4l2_ops() = {[](const char* path) { return g_engine->open(path); },
-                  [](int fd, unsigned long r, void* a) { return g_engine->control(fd, r, a); },
-                  [](int fd, short events, int) { return g_engine->wait(fd, events); },
-                  [](int) { return g_engine->clean; }, [](int) {}};
+    kernel_calls() = {[](const char* path) { return g_engine->open(path); },
+                      [](int fd, unsigned long r, void* a) { return g_engine->control(fd, r, a); },
+                      [](int fd, short events, int) { return g_engine->wait(fd, events); },
+                      [](int fd, size_t n, int p, void** a) { return g_engine->map(fd, n, p, a); },
+                      [](void* a, size_t n) { g_engine->unmap(a, n); }};
 }
 
 ScriptedEngine::~ScriptedEngine() {
     ContextPool::instance().forget_engine();
-    v4l2_ops() = kernel_;
+    kernel_calls() = kernel_;
     g_engine = before_;
 }
 
-bool ScriptedEngine::fails(const char* what, int& error) {
-    if (calls++ != fail_call)
-        return false;
-    failed.push_back(what);
-    error = -fail_errno;
-    return true;
+int ScriptedEngine::failure(const std::string& what) {
+    const int call = calls++;
+    if (call != fail_call && !(fail_every && call % fail_every == 0 && what != "mmap"))
+        return 0;
+    failed = what;
+    return -fail_errno;
 }
 
 int ScriptedEngine::open(const char* path) {
     const std::lock_guard<std::mutex> lock(mutex_);
-    int error = 0, number = -1;
+    int number = -1;
     if (std::sscanf(path, "/dev/video%d", &number) != 1 || !nodes.count(number))
         return -ENOENT;
-    if (fails("open", error))
+    if (const int error = failure("open"))
         return error;
     ++opens;
     const int fd = ::memfd_create("engine", MFD_CLOEXEC);
@@ -90,135 +99,125 @@ int ScriptedEngine::open(const char* path) {
 
 int ScriptedEngine::control(int fd, unsigned long request, void* argument) {
     const std::lock_guard<std::mutex> lock(mutex_);
-    int error = 0;
-    ++count[request];
-    // An end of the stream that fails stops nothing on a real device either; it is let through.
-    if (request != VIDIOC_STREAMOFF && fails(std::to_string(_IOC_NR(request)).c_str(), error))
+    if (const int error = failure("ioctl " + std::to_string(_IOC_NR(request))))
         return error;
+    if (request == DMA_BUF_IOCTL_SYNC)
+        return clean ? 0 : -ENOTTY;
     return dispatch(contexts_.at(fd), request, argument);
 }
 
+int ScriptedEngine::map(int fd, size_t bytes, int protection, void** address) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    if (const int error = failure("mmap"))
+        return error;
+    ++mappings;
+    return kernel_.map(fd, bytes, protection, address);
+}
+
+void ScriptedEngine::unmap(void* address, size_t bytes) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    --mappings;
+    kernel_.unmap(address, bytes);
+}
+
 int ScriptedEngine::dispatch(Context& c, unsigned long request, void* argument) {
-    switch (request) {
-    case VIDIOC_QUERYCAP: {
-        auto& a = *static_cast<v4l2_capability*>(argument);
+    const auto queue = [&c](uint32_t type) -> Queue& { return c.queue[!is_source(type)]; };
+    if (request == VIDIOC_QUERYCAP) {
+        auto& a = as<v4l2_capability>(argument);
         std::strcpy(reinterpret_cast<char*>(a.driver), "script");
         const uint32_t kind = multiplanar ? V4L2_CAP_VIDEO_M2M_MPLANE : V4L2_CAP_VIDEO_M2M;
         a.device_caps = capabilities ? capabilities : kind | V4L2_CAP_STREAMING;
         a.capabilities = a.device_caps | V4L2_CAP_DEVICE_CAPS;
-        return 0;
-    }
-    case VIDIOC_ENUM_FMT: {
-        auto& a = *static_cast<v4l2_fmtdesc*>(argument);
-        uint32_t list[17] = {};
-        uint32_t length = 0;
+    } else if (request == VIDIOC_ENUM_FMT) {
+        auto& a = as<v4l2_fmtdesc>(argument);
+        std::vector<uint32_t> list;
         for (uint32_t i = 0; i < 16; ++i) {
             if (const BlitFormat* f = find_blit_format(i))
-                list[length++] = f->fourcc;
+                list.push_back(f->fourcc);
         }
         if (compressed_results && !is_source(a.type))
-            list[0] = V4L2_PIX_FMT_H264, length = 1;
-        if (a.index >= length)
+            list = {V4L2_PIX_FMT_H264};
+        if (a.index >= list.size())
             return -EINVAL;
         a.pixelformat = list[a.index];
         a.flags = matrix_control ? V4L2_FMT_FLAG_CSC_YCBCR_ENC | V4L2_FMT_FLAG_CSC_QUANTIZATION : 0;
-        return 0;
-    }
-    case VIDIOC_QUERYCTRL:
-        return alpha || static_cast<v4l2_queryctrl*>(argument)->id != V4L2_CID_ALPHA_COMPONENT ? 0 : -EINVAL;
-    case VIDIOC_S_CTRL: {
-        auto& a = *static_cast<v4l2_control*>(argument);
+    } else if (request == VIDIOC_QUERYCTRL) {
+        return alpha || as<v4l2_queryctrl>(argument).id != V4L2_CID_ALPHA_COMPONENT ? 0 : -EINVAL;
+    } else if (request == VIDIOC_S_CTRL) {
+        const auto& a = as<v4l2_control>(argument);
         if (a.id == V4L2_CID_ROTATE || (a.id == V4L2_CID_ALPHA_COMPONENT && !alpha))
             return -EINVAL;
         c.controls[a.id] = a.value;
-        return 0;
-    }
-    case VIDIOC_G_CTRL: {
-        auto& a = *static_cast<v4l2_control*>(argument);
+    } else if (request == VIDIOC_G_CTRL) {
+        auto& a = as<v4l2_control>(argument);
         a.value = c.controls[a.id];
-        return 0;
-    }
-    case VIDIOC_S_FMT: {
-        auto& a = *static_cast<v4l2_format*>(argument);
-        Queue& q = c.queue[!is_source(a.type)];
+    } else if (request == VIDIOC_S_FMT) {
+        auto& a = as<v4l2_format>(argument);
+        Queue& q = queue(a.type);
         if (q.requested)
             return -EBUSY;
         if (adjust_format)
             adjust_format(a);
-        if (multiplanar && a.fmt.pix_mp.num_planes == 0)
-            a.fmt.pix_mp.num_planes = 1;
         q.format = a;
         const Fields f = fields(a, multiplanar);
         q.box = {0, 0, f.width, f.height};
-        return 0;
-    }
-    case VIDIOC_G_FMT: {
-        auto& a = *static_cast<v4l2_format*>(argument);
-        a = c.queue[!is_source(a.type)].format;
-        return 0;
-    }
-    case VIDIOC_G_SELECTION:
-    case VIDIOC_S_SELECTION: {
-        auto& a = *static_cast<v4l2_selection*>(argument);
+    } else if (request == VIDIOC_G_FMT) {
+        auto& a = as<v4l2_format>(argument);
+        a = queue(a.type).format;
+    } else if (request == VIDIOC_G_SELECTION || request == VIDIOC_S_SELECTION) {
+        auto& a = as<v4l2_selection>(argument);
         if (!selections)
             return -ENOTTY;
-        Queue& q = c.queue[!is_source(a.type)];
+        Queue& q = queue(a.type);
         if (request == VIDIOC_S_SELECTION) {
             q.box = a.r;
             if (adjust_box)
                 adjust_box(q.box);
         }
         a.r = q.box;
-        return 0;
-    }
-    case VIDIOC_REQBUFS: {
-        auto& a = *static_cast<v4l2_requestbuffers*>(argument);
-        c.queue[!is_source(a.type)].requested = a.count > 0;
+    } else if (request == VIDIOC_REQBUFS) {
+        auto& a = as<v4l2_requestbuffers>(argument);
+        queue(a.type).requested = a.count > 0;
         a.capabilities = V4L2_BUF_CAP_SUPPORTS_MMAP | (dma_buffers ? V4L2_BUF_CAP_SUPPORTS_DMABUF : 0u);
-        return 0;
-    }
-    case VIDIOC_STREAMON:
-        c.queue[!is_source(*static_cast<uint32_t*>(argument))].streaming = true;
-        return 0;
-    case VIDIOC_STREAMOFF: {
+    } else if (request == VIDIOC_STREAMON) {
+        queue(as<uint32_t>(argument)).streaming = true;
+    } else if (request == VIDIOC_STREAMOFF) {
         if (c.queue[0].buffer >= 0 && c.queue[1].buffer >= 0 && !c.queue[0].done)
             run(c, true); // the job that was under way ends now, and has written until then
-        Queue& q = c.queue[!is_source(*static_cast<uint32_t*>(argument))];
+        Queue& q = queue(as<uint32_t>(argument));
         q.streaming = q.done = false;
         q.buffer = -1;
-        return 0;
-    }
-    case VIDIOC_QBUF: {
-        auto& a = *static_cast<v4l2_buffer*>(argument);
-        Queue& q = c.queue[!is_source(a.type)];
+    } else if (request == VIDIOC_QBUF) {
+        const auto& a = as<v4l2_buffer>(argument);
+        Queue& q = queue(a.type);
         const int fd = multiplanar ? a.m.planes[0].m.fd : a.m.fd;
         const uint32_t length = multiplanar ? a.m.planes[0].length : a.length;
         if (!q.requested || q.buffer >= 0 || fd < 0 || length < fields(q.format, multiplanar).bytes)
             return -EINVAL;
         q.buffer = fd;
-        return 0;
-    }
-    case VIDIOC_DQBUF: {
-        auto& a = *static_cast<v4l2_buffer*>(argument);
-        Queue& q = c.queue[!is_source(a.type)];
+    } else if (request == VIDIOC_DQBUF) {
+        auto& a = as<v4l2_buffer>(argument);
+        Queue& q = queue(a.type);
         if (!q.done)
             return -EAGAIN;
         a.flags = job_error ? V4L2_BUF_FLAG_ERROR : 0;
+        if (multiplanar)
+            a.m.planes[0].data_offset = is_source(a.type) ? 0 : data_offset;
         q.done = false;
         q.buffer = -1;
-        return 0;
-    }
-    default:
+    } else {
         return -ENOTTY;
     }
+    return 0;
 }
 
 int ScriptedEngine::wait(int fd, short events) {
     const std::lock_guard<std::mutex> lock(mutex_);
-    int error = 0;
-    if (fails("poll", error))
+    if (const int error = failure("poll"))
         return error;
     Context& c = contexts_.at(fd);
+    if (ready_too_early)
+        return events;
     if (!c.queue[0].streaming || !c.queue[1].streaming)
         return POLLERR;
     if (!c.queue[0].done && !c.queue[1].done) {
@@ -251,15 +250,20 @@ void ScriptedEngine::run(Context& c, bool with_garbage) {
         crop(make_view(to.data(), dst_format, static_cast<int>(df.width), static_cast<int>(df.height)),
              box(c.queue[1].box));
     const bool exchange = src.format->swapped != dst.format->swapped; // of formats with the same planes: red and blue
+    const bool flip_h = c.controls[V4L2_CID_HFLIP], flip_v = c.controls[V4L2_CID_VFLIP];
+    const bool sets_alpha = c.controls.count(V4L2_CID_ALPHA_COMPONENT); // of all pixels, as some engines do
     for (int i = 0; i < dst.planes(); ++i) {
         const PlaneView &s = src.plane[i], &d = dst.plane[i];
         for (int y = 0; y < d.rows; ++y) {
             for (int x = 0; x < d.cols; ++x) {
-                int from_x = x * s.cols / d.cols, from_y = y * s.rows / d.rows;
-                from_x = c.controls[V4L2_CID_HFLIP] ? s.cols - 1 - from_x : from_x;
-                from_y = c.controls[V4L2_CID_VFLIP] ? s.rows - 1 - from_y : from_y;
+                const int from_x = x * s.cols / d.cols, from_y = y * s.rows / d.rows;
+                const uint8_t* const pixel =
+                    s.at(flip_h ? s.cols - 1 - from_x : from_x, flip_v ? s.rows - 1 - from_y : from_y);
+                uint8_t* const result = d.at(x, y);
                 for (int k = 0; k < d.step; ++k)
-                    d.at(x, y)[k] = s.at(from_x, from_y)[exchange && k != 1 && k < 3 ? 2 - k : k];
+                    result[k] = pixel[exchange && k != 1 && k < 3 ? 2 - k : k];
+                if (sets_alpha && d.step == 4)
+                    result[3] = static_cast<uint8_t>(c.controls[V4L2_CID_ALPHA_COMPONENT]);
             }
         }
     }

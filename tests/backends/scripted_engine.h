@@ -9,11 +9,10 @@
 #include <mutex>
 #include <set>
 #include <string>
-#include <vector>
 
 #include <linux/videodev2.h>
 
-#include "backends/blit/v4l2_ops.h"
+#include "os/kernel_calls.h"
 
 namespace tavi::test {
 
@@ -31,27 +30,26 @@ struct ScriptedEngine {
     std::function<void(v4l2_format&)> adjust_format; ///< after S_FMT
     std::function<void(v4l2_rect&)> adjust_box;      ///< after S_SELECTION
     bool never_done = false;                         ///< jobs end only when the stream is stopped
+    bool ready_too_early = false;                    ///< poll says so, the buffers do not come
     bool job_error = false;
+    uint32_t data_offset = 0;    ///< of multi-planar results
     bool matrix_control = false; ///< results take SET_CSC
     bool clean = true;           ///< descriptors are DMA buffers
     int fail_call = -1;          ///< the call that fails once, counted from 0
+    int fail_every = 0;          ///< every nth call fails, mappings excepted
     int fail_errno = 0;
 
     // What happened.
     int calls = 0;
     int opens = 0;
     int jobs = 0;
-    std::vector<std::string> failed;
-    std::map<unsigned long, int> count; ///< of each ioctl
+    int mappings = 0;   ///< made and not undone
+    std::string failed; ///< the last call that failed
 
     ScriptedEngine(); ///< takes the place of the kernel's calls
     ~ScriptedEngine();
     ScriptedEngine(const ScriptedEngine&) = delete;
     ScriptedEngine& operator=(const ScriptedEngine&) = delete;
-
-    int open(const char* path);
-    int control(int fd, unsigned long request, void* argument);
-    int wait(int fd, short events);
 
 private:
     struct Queue {
@@ -67,11 +65,16 @@ private:
         std::map<uint32_t, int> controls;
     };
 
-    bool fails(const char* what, int& error);
+    int open(const char* path);
+    int control(int fd, unsigned long request, void* argument);
+    int wait(int fd, short events);
+    int map(int fd, size_t bytes, int protection, void** address);
+    void unmap(void* address, size_t bytes);
+    int failure(const std::string& what);
     int dispatch(Context& c, unsigned long request, void* argument);
     void run(Context& c, bool with_garbage);
 
-    V4l2Ops kernel_;
+    KernelCalls kernel_;
     ScriptedEngine* before_;
     std::mutex mutex_;
     std::map<int, Context> contexts_;

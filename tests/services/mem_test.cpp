@@ -107,7 +107,7 @@ TEST(Mem, DeviceMemoryIsZeroSharedAndGivenBackWhole) {
     EXPECT_EQ(::fcntl(r.fd, F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
     EXPECT_EQ(r.phys_addr, nullptr);
     EXPECT_GE(buffer_bytes(r.fd), 5000);
-    EXPECT_EQ(clean_for_device(r.fd), r.flags != TAVI_MEM_SOURCE_MEMFD);
+    EXPECT_EQ(clean_for_device(r.fd) == 0, r.flags != TAVI_MEM_SOURCE_MEMFD);
     auto* bytes = static_cast<uint8_t*>(r.virt_addr);
     EXPECT_TRUE(std::all_of(bytes, bytes + 5000, [](uint8_t b) { return b == 0; }));
     {

@@ -9,6 +9,7 @@
 
 #include <pthread.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "os/dma_sync.h"
 #include "services/log.h"
@@ -18,6 +19,7 @@ namespace tavi {
 namespace {
 
 constexpr int kMostNodes = 128;
+constexpr int kMostNaps = 3000; ///< of a millisecond each, for a conversation to become free
 
 void on_memory_event(MemEvent event, int fd) {
     Buffer buffer;
@@ -136,9 +138,13 @@ ContextPool::Lease ContextPool::lease(const Setup& setup, Why& why) {
         why.set("no engine");
         return lease;
     }
+    // Where all are busy the engine, which does one job at a time, is no slower for waiting; nobody would repeat a
+    // letterbox in software. No condition variable: a child of this process would inherit its waiters.
     Slot* slot = nullptr;
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
+    for (int naps = 0; !slot && naps < kMostNaps; ++naps) {
+        if (naps)
+            ::usleep(1000);
+        const std::lock_guard<std::mutex> lock(mutex_);
         slot = pick(setup);
         if (slot) {
             slot->busy = true;
@@ -149,7 +155,7 @@ ContextPool::Lease ContextPool::lease(const Setup& setup, Why& why) {
         }
     }
     if (!slot) {
-        why.set("%d conversations with the engine are busy, no more are opened", kMost);
+        why.set("%d conversations with the engine have been busy for %d ms, no more are opened", kMost, kMostNaps);
         return lease;
     }
     if (const int error = slot->context.prepare(info, setup, why)) {
@@ -182,7 +188,7 @@ ContextPool::Lease::~Lease() {
 void ContextPool::give_back(Slot* slot, int error) {
     if (error)
         slot->context.close();
-    if (error == -ENODEV || error == -ENXIO)
+    if (error == -ENODEV || error == -ENXIO || error == -ENOENT) // the last: its node is gone
         forget_engine();
     std::lock_guard<std::mutex> lock(mutex_);
     if (slot->doomed)

@@ -43,6 +43,8 @@ public:
         ~Lease();
 
         explicit operator bool() const { return pool_ != nullptr; }
+        /// Whether the conversation was opened for this lease.
+        bool opened() const { return slot_->context.opened(); }
         int run(const Buffer& src, const Buffer& dst, Why& why);
 
     private:
@@ -52,7 +54,8 @@ public:
         int error_ = 0;
     };
 
-    /// A conversation set up as asked; empty, with the reason, when the engine will not have it so.
+    /// A conversation set up as asked, when all are busy as soon as one is free; empty, with the reason, when the
+    /// engine will not have it so.
     Lease lease(const Setup& setup, Why& why);
 
     /// Closes every conversation that is not busy; busy ones are closed when their lease ends.

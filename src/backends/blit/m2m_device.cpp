@@ -11,7 +11,7 @@
 #include <poll.h>
 
 #include "backends/blit/blit_formats.h"
-#include "backends/blit/v4l2_ops.h"
+#include "os/kernel_calls.h"
 
 namespace tavi {
 namespace {
@@ -43,7 +43,7 @@ int64_t now_ms() {
 int open_node(const char* path) {
     int fd;
     do {
-        fd = v4l2_ops().open(path);
+        fd = kernel_calls().open(path);
     } while (fd == -EINTR);
     return fd;
 }
@@ -283,19 +283,24 @@ int M2mContext::set_controls(const Setup& setup, Why& why) {
         const char* name;
         uint32_t id;
         int value;
-    } controls[] = {{"horizontal flip", V4L2_CID_HFLIP, h},
-                    {"vertical flip", V4L2_CID_VFLIP, v},
-                    {"rotation", V4L2_CID_ROTATE, 0},
-                    {"alpha", V4L2_CID_ALPHA_COMPONENT, new_alpha ? 255 : 0}};
+        bool meant; ///< where the source has alpha, the engine's own rule stays
+    } controls[] = {{"horizontal flip", V4L2_CID_HFLIP, h, true},
+                    {"vertical flip", V4L2_CID_VFLIP, v, true},
+                    {"rotation", V4L2_CID_ROTATE, 0, true},
+                    {"alpha", V4L2_CID_ALPHA_COMPONENT, 255, new_alpha}};
     for (const auto& c : controls) {
+        if (!c.meant)
+            continue;
         v4l2_control control{c.id, c.value};
         int error = call_driver(fd_.get(), VIDIOC_S_CTRL, &control);
         if ((error == -EINVAL || error == -ENOTTY) && c.value == 0)
             continue; // the engine has no such control: nothing to switch off
         if (!error)
             error = call_driver(fd_.get(), VIDIOC_G_CTRL, &control);
-        if (error)
-            return fail(error, why, c.name);
+        if (error) {
+            why.set("%s: %d was asked for, the engine answers: %s", c.name, c.value, std::strerror(-error));
+            return error;
+        }
         if (control.value != c.value) {
             why.set("%s: the engine uses %d, %d was asked for", c.name, control.value, c.value);
             return -ERANGE;
@@ -349,8 +354,11 @@ int M2mContext::set_layout(Queue queue, const Side& side, const EngineInfo& engi
             want.range = is_rgb(side.format) ? V4L2_QUANTIZATION_FULL_RANGE : V4L2_QUANTIZATION_LIM_RANGE;
     }
     v4l2_format format = want.to_v4l2(buffer_type(queue), multiplanar_);
-    if (const int error = call_driver(fd_.get(), VIDIOC_S_FMT, &format))
-        return fail(error, why, queue == kSource ? "source format" : "result format");
+    if (const int error = call_driver(fd_.get(), VIDIOC_S_FMT, &format)) {
+        why.set("%s format: %.4s %dx%d was asked for, the engine answers: %s", kQueueName[queue],
+                reinterpret_cast<const char*>(&want.fourcc), side.width, side.height, std::strerror(-error));
+        return error;
+    }
     return check_layout(queue, want, Layout(format, multiplanar_), why);
 }
 
@@ -450,6 +458,7 @@ int M2mContext::open_new(const EngineInfo& engine, const Setup& setup, Why& why)
 }
 
 int M2mContext::prepare(const EngineInfo& engine, const Setup& setup, Why& why) {
+    opened_ = false;
     if (fd_ && same_layout(setup_, setup)) {
         if (same_boxes(setup_, setup))
             return 0;
@@ -463,6 +472,7 @@ int M2mContext::prepare(const EngineInfo& engine, const Setup& setup, Why& why) 
             return 0;
     }
     close();
+    opened_ = true;
     const int error = open_new(engine, setup, why);
     if (error)
         close();
@@ -512,13 +522,14 @@ int M2mContext::dequeue(Queue queue, Why& why) {
         entry.m.planes = &plane;
         entry.length = 1;
     }
-    const int error = call_driver(fd_.get(), VIDIOC_DQBUF, &entry);
-    if (error == -EAGAIN)
-        return error;
-    if (error)
+    if (const int error = call_driver(fd_.get(), VIDIOC_DQBUF, &entry))
         return fail(error, why, queue == kSource ? "source buffer back" : "result buffer back");
     if (entry.flags & V4L2_BUF_FLAG_ERROR) {
         why.set("job failed: the %s buffer came back with the error flag", kQueueName[queue]);
+        return -EIO;
+    }
+    if (plane.data_offset) { // the driver's choice on the result's side
+        why.set("%s buffer: the engine begins at byte %u, the image at 0", kQueueName[queue], plane.data_offset);
         return -EIO;
     }
     return 0;
@@ -535,7 +546,7 @@ int M2mContext::run(const Buffer& src, const Buffer& dst, Why& why) {
     while (waiting[kSource] || waiting[kResult]) {
         const int64_t left = deadline - now_ms();
         const short events = static_cast<short>((waiting[kSource] ? POLLOUT : 0) | (waiting[kResult] ? POLLIN : 0));
-        const int came = v4l2_ops().wait(fd_.get(), events, left > 0 ? static_cast<int>(left) : 0);
+        const int came = kernel_calls().wait(fd_.get(), events, left > 0 ? static_cast<int>(left) : 0);
         if (came == -EINTR && left > 0)
             continue;
         if (came < 0)
@@ -544,16 +555,14 @@ int M2mContext::run(const Buffer& src, const Buffer& dst, Why& why) {
             why.set("job not done after %d ms", kPatienceMs);
             return -ETIMEDOUT;
         }
+        // After POLLERR the buffers tell the reason, e.g. a device that went away.
         for (const Queue queue : {kSource, kResult}) {
             if (!waiting[queue] || !(came & (POLLERR | POLLHUP | (queue == kSource ? POLLOUT : POLLIN))))
                 continue;
-            error = dequeue(queue, why); // after POLLERR it tells the reason, e.g. a device that went away
-            if (!error)
-                waiting[queue] = false;
-            else if (error != -EAGAIN)
+            error = dequeue(queue, why);
+            if (error)
                 return error;
-            else if (came & POLLERR)
-                return fail(-EIO, why, "wait for the job");
+            waiting[queue] = false;
         }
     }
     return 0;

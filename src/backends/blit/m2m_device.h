@@ -78,6 +78,8 @@ public:
 
     /// Makes the conversation ready for `setup`: nothing to do, new rectangles, or everything anew. 0, or -errno.
     int prepare(const EngineInfo& engine, const Setup& setup, Why& why);
+    /// Whether that took opening the device.
+    bool opened() const { return opened_; }
     /// One job; returns when the engine has let go of both buffers. On failure the context must be closed.
     int run(const Buffer& src, const Buffer& dst, Why& why);
     /// Stops a job that may be running, which waits for its end, and lets go of the last buffers.
@@ -102,6 +104,7 @@ private:
 
     UniqueFd fd_;
     bool multiplanar_ = false;
+    bool opened_ = false;
     Setup setup_;
     uint64_t engine_bytes_[2] = {0, 0}; ///< what the engine may touch of each buffer
 };

@@ -5,13 +5,15 @@
 #include "backends/blit/tavi_blit.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 
+#include <fcntl.h>
+
 #include "backends/blit/blit_formats.h"
 #include "backends/blit/context_pool.h"
-#include "backends/blit/v4l2_ops.h"
 #include "image/letterbox.h"
 #include "image/numbers.h"
 #include "image/paint.h"
@@ -38,7 +40,7 @@ constexpr unsigned bit_of(uint32_t format) { return 1u << format; }
 bool owns_descriptor(const tavi_image_t& image, const Buffer& buffer) {
     tavi_mem_record_t record;
     if (tavi_mem_get_record_by_virt_addr(image.data, 1, &record) != 0)
-        return is_mapped_start(image.data, image.fd); // memory that the application mapped itself
+        return offset_in_buffer(image.data, image.fd) == 0; // memory that the application mapped itself
     Buffer own;
     return record.virt_addr == image.data &&
            (record.fd == image.fd || (identify_buffer(record.fd, own) && same_buffer(own, buffer)));
@@ -111,29 +113,34 @@ bool is_gray(const Side& side) { return find_format(side.format)->family == Fami
 
 /// A request that passed every check that needs no engine at hand.
 struct Request {
+    EngineInfo engine;
     Operand src, dst;
     tavi_image_transform_mode mode = TAVI_IMAGE_TRANSFORM_NONE;
+    bool opened = false; ///< the engine was opened for it
 
     Setup setup() const { return {src.side, dst.side, mode}; }
 };
 
 bool make_request(tavi_image_t* src, tavi_image_t* dst, tavi_image_transform_mode mode, Request& r, Why& why) {
-    EngineInfo info;
-    if (!ContextPool::instance().engine(info)) {
+    if (!ContextPool::instance().engine(r.engine)) {
         why.set("no engine");
         return false;
     }
     if (mode < TAVI_IMAGE_TRANSFORM_NONE || mode > TAVI_IMAGE_TRANSFORM_ROTATE_180) {
-        // The direction of a quarter turn is not laid down for engines; a wrong one would go unnoticed.
-        why.set("transform mode %d: 0 to 3 are given to engines", mode);
+        // Which way V4L2_CID_ROTATE turns is not laid down, and drivers differ; a wrong turn would go unnoticed.
+        why.set("transform mode %d: 0 to 3 are given to engines, whose quarter turns may go either way", mode);
         return false;
     }
     r.mode = mode;
-    if (!take_operand(src, "source", info.sources, r.src, why) ||
-        !take_operand(dst, "destination", info.results, r.dst, why))
+    if (!take_operand(src, "source", r.engine.sources, r.src, why) ||
+        !take_operand(dst, "destination", r.engine.results, r.dst, why))
         return false;
     if (same_buffer(r.src.buffer, r.dst.buffer)) {
         why.set("fd=%d and fd=%d are one buffer, two are needed", src->fd, dst->fd);
+        return false;
+    }
+    if ((::fcntl(dst->fd, F_GETFL) & O_ACCMODE) == O_RDONLY) { // drivers import it and write all the same
+        why.set("destination fd=%d is open for reading only", dst->fd);
         return false;
     }
     if ((is_gray(r.src.side) || is_gray(r.dst.side)) && r.src.side.format != r.dst.side.format) {
@@ -142,8 +149,9 @@ bool make_request(tavi_image_t* src, tavi_image_t* dst, tavi_image_transform_mod
         return false;
     }
     for (const Operand* o : {&r.src, &r.dst}) {
-        if (!v4l2_ops().clean(o->buffer.fd)) { // the CPU's pixels reach memory before the engine looks at it
-            why.set("fd=%d is no DMA buffer", o->buffer.fd);
+        // The CPU's pixels reach memory before the engine looks at it.
+        if (const int error = clean_for_device(o->buffer.fd)) {
+            why.set("fd=%d is no DMA buffer, or not a sound one: %s", o->buffer.fd, std::strerror(-error));
             return false;
         }
     }
@@ -204,22 +212,43 @@ private:
     std::unique_ptr<uint8_t, Free> saved_;
 };
 
-/// Runs a request. With `keep_rest` the destination's pixels outside its rectangle survive.
-bool run_request(const Request& r, bool keep_rest, Why& why) {
+/// Runs a request. With `keep_rest` the destination's pixels outside its rectangle survive, a failure too.
+bool run_request(Request& r, bool keep_rest, Why& why) {
     Surroundings rest;
+    int error;
     {
         ContextPool::Lease lease = ContextPool::instance().lease(r.setup(), why);
         if (!lease)
             return false;
         if (keep_rest && !is_whole(r.dst.side) && !rest.save(r.dst, why))
             return false;
-        if (lease.run(r.src.buffer, r.dst.buffer, why) != 0)
-            return false;
+        r.opened = lease.opened();
+        error = lease.run(r.src.buffer, r.dst.buffer, why);
     }
-    v4l2_ops().discard(r.dst.buffer.fd);
+    if (const int stale = discard_after_device(r.dst.buffer.fd); stale && !error) {
+        why.set("result buffer fd=%d cannot be made visible: %s", r.dst.buffer.fd, std::strerror(-stale));
+        error = stale;
+    }
     rest.restore(r.dst);
-    return true;
+    return error == 0;
 }
+
+/// What was done, in words, for the line that says so.
+struct Summary {
+    char text[300];
+    explicit Summary(const Request& r) {
+        char sides[2][80];
+        const Side* const side[] = {&r.src.side, &r.dst.side};
+        for (int i = 0; i < 2; ++i) {
+            const Side& s = *side[i];
+            const Format& f = *find_format(s.format);
+            std::snprintf(sides[i], sizeof(sides[i]), "%.*s %dx%d (%d %d) %dx%d", static_cast<int>(f.name.size()),
+                          f.name.data(), s.width, s.height, s.box.x, s.box.y, s.box.width, s.box.height);
+        }
+        std::snprintf(text, sizeof(text), "%.63s: %s to %s, mode %d, conversation %s", r.engine.path, sides[0],
+                      sides[1], r.mode, r.opened ? "opened" : "kept from before");
+    }
+};
 
 Box box_of(const tavi_rect_t& rect) {
     return {rect.left, rect.top, inclusive_span(rect.left, rect.right), inclusive_span(rect.top, rect.bottom)};
@@ -231,6 +260,30 @@ Letterbox letterbox_of(const Request& r, LetterboxPosition position) {
 }
 
 Box box_of(const Letterbox& l) { return {l.x, l.y, l.width, l.height}; }
+
+bool letterbox(tavi_image_t* src, tavi_image_t* dst, LetterboxPosition position, uint32_t color, Request& r,
+               Letterbox& picture, Why& why) {
+    if (!make_request(src, dst, TAVI_IMAGE_TRANSFORM_NONE, r, why))
+        return false;
+    picture = letterbox_of(r, position);
+    if (!take_box(box_of(picture), "destination", r.dst, why))
+        return false;
+    // Mapped before the job: once it has run, nothing may fail any more.
+    CpuMapping mapping;
+    if (!dst->data)
+        mapping = CpuMapping(dst->fd, static_cast<size_t>(r.dst.bytes), Access::read_write);
+    uint8_t* const data = dst->data ? dst->data : mapping.data();
+    if (!data) {
+        why.set("destination fd=%d cannot be mapped for its padding: %s", dst->fd, std::strerror(mapping.error()));
+        return false;
+    }
+    if (!run_request(r, false, why))
+        return false;
+    // After the job: the import of a buffer throws away what the CPU wrote before it.
+    const DmaSync pass(dst->fd, Access::write);
+    paint_padding(make_view(data, r.dst.side.format, r.dst.side.width, r.dst.side.height), box_of(picture), color);
+    return true;
+}
 
 } // namespace
 } // namespace tavi
@@ -253,7 +306,7 @@ int tavi_image_convert_blit(tavi_image_t* src, tavi_image_t* dst, tavi_image_tra
         LOG_INFO("refused: %s", why.text);
         return TAVI_RET_FAIL;
     }
-    LOG_INFO("done by the engine");
+    LOG_INFO("done by the engine %s", Summary(r).text);
     return TAVI_RET_SUCCESS;
 }
 
@@ -275,7 +328,7 @@ int tavi_image_convert_blit_with_crop(tavi_image_t* src, tavi_rect_t* src_rect, 
         LOG_INFO("refused: %s", why.text);
         return TAVI_RET_FAIL;
     }
-    LOG_INFO("done by the engine");
+    LOG_INFO("done by the engine %s", Summary(r).text);
     return TAVI_RET_SUCCESS;
 }
 
@@ -295,49 +348,30 @@ int tavi_blit_keep_ratio_resize_check(tavi_image_t* src, tavi_image_t* dst, int)
 
 int tavi_image_convert_keep_ratio_by_blit(tavi_image_t* src, tavi_image_t* dst, int param0, int param1, float* out0,
                                           float* out1, float* out2, float* out3, int) {
-    Request r;
-    Why why;
     if (param1 < 0 || param1 > 2) {
         LOG_ERROR("position param1=%d: allowed are 0 (centre), 1 (top-left) and 2 (bottom-right)", param1);
         return TAVI_RET_PARAM_ERR;
     }
-    if (!make_request(src, dst, TAVI_IMAGE_TRANSFORM_NONE, r, why)) {
-        LOG_INFO("refused: %s", why.text);
-        return TAVI_RET_UNSUPPORTED;
+    // Nobody repeats a letterbox in software: what failed is tried once more, by a conversation opened anew.
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        Request r;
+        Why why;
+        Letterbox picture;
+        if (!letterbox(src, dst, static_cast<LetterboxPosition>(param1), static_cast<uint32_t>(param0), r, picture,
+                       why)) {
+            LOG_INFO("refused: %s", why.text);
+            continue;
+        }
+        LOG_INFO("done by the engine %s", Summary(r).text);
+        if (out0)
+            *out0 = picture.scale_x;
+        if (out1)
+            *out1 = picture.scale_y;
+        if (out2)
+            *out2 = static_cast<float>(picture.x);
+        if (out3)
+            *out3 = static_cast<float>(picture.y);
+        return TAVI_RET_SUCCESS;
     }
-    const Letterbox picture = letterbox_of(r, static_cast<LetterboxPosition>(param1));
-    if (!take_box(box_of(picture), "destination", r.dst, why)) {
-        LOG_INFO("refused: %s", why.text);
-        return TAVI_RET_UNSUPPORTED;
-    }
-    // Mapped before the job: once it has run, nothing may fail any more.
-    CpuMapping mapping;
-    if (!dst->data)
-        mapping = CpuMapping(dst->fd, static_cast<size_t>(r.dst.bytes), Access::read_write);
-    uint8_t* const data = dst->data ? dst->data : mapping.data();
-    if (!data) {
-        LOG_INFO("refused: destination fd=%d cannot be mapped for its padding: %s", dst->fd,
-                 std::strerror(mapping.error()));
-        return TAVI_RET_FAIL;
-    }
-    if (!run_request(r, false, why)) {
-        LOG_INFO("refused: %s", why.text);
-        return TAVI_RET_FAIL;
-    }
-    {
-        // After the job: the import of a buffer throws away what the CPU wrote before it.
-        const DmaSync pass(dst->fd, Access::write);
-        paint_padding(make_view(data, r.dst.side.format, r.dst.side.width, r.dst.side.height), box_of(picture),
-                      static_cast<uint32_t>(param0));
-    }
-    LOG_INFO("done by the engine");
-    if (out0)
-        *out0 = picture.scale_x;
-    if (out1)
-        *out1 = picture.scale_y;
-    if (out2)
-        *out2 = static_cast<float>(picture.x);
-    if (out3)
-        *out3 = static_cast<float>(picture.y);
-    return TAVI_RET_SUCCESS;
+    return TAVI_RET_FAIL;
 }

@@ -295,7 +295,7 @@ int tavi_image_affine_transform_cpu(tavi_image_t* src, tavi_image_t* dst, const 
         LOG_ERROR("dst fmt=%d: allowed is the source's, %d", d.id(), s.id());
         return TAVI_RET_PARAM_ERR;
     }
-    if (from.overlaps(to)) {
+    if (from.overlap(to) != Overlap::none) {
         LOG_ERROR("src data=%p and dst data=%p overlap: allowed are separate images", static_cast<void*>(from.data()),
                   static_cast<void*>(to.data()));
         return TAVI_RET_PARAM_ERR;

@@ -56,7 +56,7 @@ int tavi_image_crop_and_resize_cpu_imp(tavi_image_t* src, tavi_rect_t* rect, tav
         if (!to) {
             LOG_ERROR("dst=" RECORD_TEXT ": %s", RECORD(dst), to.why());
             result = to.code();
-        } else if (from.overlaps(to)) {
+        } else if (from.overlap(to) != Overlap::none) {
             LOG_ERROR("src data=%p and dst data=%p overlap: allowed are separate images",
                       static_cast<void*>(from.data()), static_cast<void*>(to.data()));
             result = TAVI_RET_PARAM_ERR;

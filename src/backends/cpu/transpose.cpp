@@ -25,7 +25,7 @@ int tavi_image_transpose_cpu(tavi_image_t* src, tavi_image_t* dst) {
                   d.height, d.id(), s.height, s.width, s.id());
         return TAVI_RET_PARAM_ERR;
     }
-    if (from.overlaps(to)) {
+    if (from.overlap(to) != Overlap::none) {
         LOG_ERROR("src data=%p and dst data=%p overlap: allowed are separate images", static_cast<void*>(from.data()),
                   static_cast<void*>(to.data()));
         return TAVI_RET_PARAM_ERR;

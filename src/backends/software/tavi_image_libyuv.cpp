@@ -24,10 +24,8 @@ bool fits_in_place(const ImageView& s, const ImageView& d) {
            a.sample_bytes * a.bytes_mul == b.sample_bytes * b.bytes_mul && a.bytes_shift == b.bytes_shift;
 }
 
-/// The source itself, or in place a copy of it in `scratch`; an empty view when there is no memory for one.
-ImageView readable_source(const CpuImage& src, const CpuImage& dst, Scratch& scratch) {
-    if (src.data() != dst.data())
-        return src.view();
+/// A copy of the source in `scratch`; an empty view when there is no memory for one.
+ImageView copy_of(const CpuImage& src, Scratch& scratch) {
     uint8_t* copy = scratch.take<uint8_t>(src.bytes());
     if (!copy)
         return {};
@@ -44,7 +42,7 @@ using namespace tavi;
 
 // The common part: both images opened, and neither in the other's way.
 static int open_failure(const CpuImage& src, const tavi_image_t* src_record, const CpuImage& dst,
-                        const tavi_image_t* dst_record, const char* caller) {
+                        const tavi_image_t* dst_record, bool& in_place, const char* caller) {
     if (!src) {
         LOG_ERROR("%s: src=" RECORD_TEXT ": %s", caller, RECORD(src_record), src.why());
         return src.code();
@@ -53,7 +51,9 @@ static int open_failure(const CpuImage& src, const tavi_image_t* src_record, con
         LOG_ERROR("%s: dst=" RECORD_TEXT ": %s", caller, RECORD(dst_record), dst.why());
         return dst.code();
     }
-    if (src.data() != dst.data() && src.overlaps(dst)) {
+    const Overlap overlap = src.overlap(dst);
+    in_place = overlap == Overlap::same_start;
+    if (overlap == Overlap::partial) {
         LOG_ERROR(
             "%s: src data=%p bytes=%zu and dst data=%p bytes=%zu overlap partly: allowed are separate memory, or "
             "the same start",
@@ -69,26 +69,26 @@ int tavi_image_convert_libyuv(tavi_image_t* src, tavi_image_t* dst, tavi_image_t
         return TAVI_RET_UNSUPPORTED;
     }
     const CpuImage from(src, Access::read), to(dst, Access::write);
-    if (const int code = open_failure(from, src, to, dst, __func__))
+    bool in_place = false;
+    if (const int code = open_failure(from, src, to, dst, in_place, __func__))
         return code;
-    Scratch scratch;
-    if (from.data() == to.data()) {
-        if (!fits_in_place(from.view(), to.view())) {
-            LOG_ERROR("in place: src size=%dx%d fmt=%d and dst size=%dx%d fmt=%d: allowed are equal sizes and equal "
-                      "bytes per pixel",
-                      from.view().width, from.view().height, from.view().id(), to.view().width, to.view().height,
-                      to.view().id());
-            return TAVI_RET_UNSUPPORTED;
-        }
+    if (in_place && !fits_in_place(from.view(), to.view())) {
+        LOG_ERROR("in place: src size=%dx%d fmt=%d and dst size=%dx%d fmt=%d: allowed are equal sizes and equal "
+                  "bytes per pixel",
+                  from.view().width, from.view().height, from.view().id(), to.view().width, to.view().height,
+                  to.view().id());
+        return TAVI_RET_UNSUPPORTED;
     }
     const bool same_shape = from.view().id() == to.view().id() && from.view().width == to.view().width &&
                             from.view().height == to.view().height;
     if (same_shape && mode == TAVI_IMAGE_TRANSFORM_NONE) {
-        if (from.data() != to.data())
+        LOG_DEBUG("same format and size: %zu bytes %s", to.bytes(), in_place ? "stay" : "copied");
+        if (!in_place)
             std::memcpy(to.data(), from.data(), to.bytes());
         return TAVI_RET_SUCCESS;
     }
-    const ImageView source = readable_source(from, to, scratch);
+    Scratch scratch;
+    const ImageView source = in_place ? copy_of(from, scratch) : from.view();
     if (source)
         to.clear_tail(); // in place it holds pixels of the source until here
 
@@ -111,9 +111,10 @@ int tavi_image_convert2_libyuv(tavi_image_t* src, tavi_image_t* dst, int keep_ra
         return TAVI_RET_PARAM_ERR;
     }
     const CpuImage from(src, Access::read), to(dst, Access::write);
-    if (const int code = open_failure(from, src, to, dst, __func__))
+    bool in_place = false;
+    if (const int code = open_failure(from, src, to, dst, in_place, __func__))
         return code;
-    if (from.data() == to.data()) {
+    if (in_place) {
         LOG_ERROR("src and dst are the same memory %p: allowed are separate images", static_cast<void*>(to.data()));
         return TAVI_RET_UNSUPPORTED;
     }

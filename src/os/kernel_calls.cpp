@@ -1,13 +1,12 @@
 // SPDX-License-Identifier: MIT
-#include "backends/blit/v4l2_ops.h"
+#include "os/kernel_calls.h"
 
 #include <cerrno>
 
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/ioctl.h>
-
-#include "os/dma_sync.h"
+#include <sys/mman.h>
 
 namespace tavi {
 namespace {
@@ -27,17 +26,24 @@ int kernel_wait(int fd, short events, int timeout_ms) {
     return ready < 0 ? -errno : entry.revents;
 }
 
+int kernel_map(int fd, size_t bytes, int protection, void** address) {
+    *address = ::mmap(nullptr, bytes, protection, MAP_SHARED, fd, 0);
+    return *address == MAP_FAILED ? -errno : 0;
+}
+
+void kernel_unmap(void* address, size_t bytes) { ::munmap(address, bytes); }
+
 } // namespace
 
-V4l2Ops& v4l2_ops() {
-    static V4l2Ops ops{kernel_open, kernel_control, kernel_wait, clean_for_device, discard_after_device};
-    return ops;
+KernelCalls& kernel_calls() {
+    static KernelCalls calls{kernel_open, kernel_control, kernel_wait, kernel_map, kernel_unmap};
+    return calls;
 }
 
 int call_driver(int fd, unsigned long request, void* argument) {
     int result;
     do {
-        result = v4l2_ops().control(fd, request, argument);
+        result = kernel_calls().control(fd, request, argument);
     } while (result == -EINTR);
     return result;
 }
