@@ -415,7 +415,8 @@ bool convert_image(const ImageView& src, const ImageView& dst) {
         const ImageView middle = make_view(pixels, between, src.width, src.height);
         return convert_image(src, middle) && convert_image(middle, dst);
     }
-    const bool subsampled = (is_subsampled(src) || is_subsampled(dst)) && src.id() != dst.id();
+    // Within one format too when it is packed: a part of a picture has chroma where its odd last column has none.
+    const bool subsampled = (is_subsampled(src) || is_subsampled(dst)) && (src.id() != dst.id() || dst.planes() == 1);
     const int even_width = subsampled ? dst.width & ~1 : dst.width;
     const bool halved = subsampled && (is_420(src) || is_420(dst));
     const int even_height = halved ? dst.height & ~1 : dst.height;
