@@ -13,18 +13,16 @@
 
 #include "backends/cpu/drawing/stroke_font.h"
 #include "backends/cpu/tavi_image_cpu.h"
-#include "image/view.h"
 #include "support/captured_log.h"
-#include "support/fence_buffer.h"
-#include "support/reference.h"
+#include "support/picture.h"
 
 namespace {
 
-using tavi::test::FenceBuffer;
+using namespace tavi::test;
 using Real = long double;
 
 /// What the model says of a pixel. Centres on a shape's very edge may go either way where the edge is not exact.
-enum class Is { out, in, edge };
+enum class Is { out, edge, in };
 
 Is compare(Real distance, Real limit) {
     return distance < limit - 1e-3L ? Is::in : distance > limit + 1e-3L ? Is::out : Is::edge;
@@ -93,73 +91,50 @@ int draw(tavi_image_t* img, const Shape& s, tavi_color_t color) {
                                    : tavi_image_draw_rect_cpu(img, s.a, s.b, color, s.thickness);
 }
 
-tavi_image_t describe(int format, int width, int height, uint8_t* data) {
-    tavi_image_t img = {};
-    img.pixel_format = static_cast<tavi_pixel_format>(format);
-    img.width = static_cast<uint32_t>(width);
-    img.height = static_cast<uint32_t>(height);
-    img.data = data;
-    return img;
-}
-
-bool same(const tavi::test::Color& a, const tavi::test::Color& b, bool chroma) {
-    return chroma ? std::abs(a.b - b.b) <= 0.51 && std::abs(a.c - b.c) <= 0.51 : std::abs(a.a - b.a) <= 0.51;
-}
-
-/// Draws one shape on noise and asks the model of every pixel, its chroma included.
+/// Draws one shape on noise and asks the model of every pixel, its chroma and alpha included.
 void check(const Shape& s, int format, int width, int height, std::mt19937& random) {
     const tavi_color_t color = {static_cast<uint8_t>(random()), static_cast<uint8_t>(random()),
                                 static_cast<uint8_t>(random())};
-    FenceBuffer memory(tavi::test::ref_bytes(format, width, height), random() % 3);
-    std::generate_n(memory.data(), memory.size(), std::ref(random));
-    const auto before = tavi::test::ref_read(memory.data(), format, width, height);
-    tavi_image_t img = describe(format, width, height, memory.data());
-    ASSERT_EQ(draw(&img, s, color), 0);
-    ASSERT_TRUE(memory.intact());
-    const auto after = tavi::test::ref_read(memory.data(), format, width, height);
-    tavi::test::RefImage one{tavi::test::Model::rgb, 1, 1, {{double(color.r), double(color.g), double(color.b)}}};
-    const tavi::test::Color ink = tavi::test::ref_convert(one, format).at(0, 0);
-    const tavi::Format& f = tavi::kFormats[format];
-    const bool yuv = tavi::is_yuv(format), half = f.family == tavi::Family::yuv420;
+    Picture picture(format, width, height, random() % 3);
+    const RefImage before = picture.noise(random()).colors();
+    const std::vector<uint8_t> bytes = picture.bytes();
+    ASSERT_EQ(draw(&picture.img, s, color), 0);
+    ASSERT_TRUE(picture.intact());
+    const RefImage after = picture.colors();
+    const RefImage dot(Model::rgb, 1, 1, {double(color.r), double(color.g), double(color.b)});
+    const Color ink = ref_convert(dot, format).at(0, 0);
+    const bool yuv = tavi::is_yuv(format), half = tavi::kFormats[format].family == tavi::Family::yuv420;
     const auto sample = [&](int x, int y) { // the chroma sample of a pixel, as a number
-        return std::min(y >> half, (height >> half) - 1) * width + std::min(x >> 1, (width >> 1) - 1);
+        return !yuv ? y * width + x
+                    : std::min(y >> half, (height >> half) - 1) * width + std::min(x >> 1, (width >> 1) - 1);
     };
-    std::vector<Is> chroma(static_cast<size_t>(width) * height, Is::out);
-    for (int y = 0; y < height; ++y) {
+    std::vector<Is> luma, chroma(static_cast<size_t>(width) * height, Is::out);
+    for (int y = 0; y < height; ++y)
         for (int x = 0; x < width; ++x) {
-            const Is is = model(s, x, y);
-            if (yuv && is != Is::out && chroma[sample(x, y)] != Is::in)
-                chroma[sample(x, y)] = is;
-            if (is != Is::edge) {
-                ASSERT_TRUE(same(after.at(x, y), is == Is::in ? ink : before.at(x, y), false)) << x << "," << y;
-            }
-            if (f.family == tavi::Family::rgb && is != Is::edge) {
-                ASSERT_TRUE(same(after.at(x, y), is == Is::in ? ink : before.at(x, y), true)) << x << "," << y;
+            luma.push_back(model(s, x, y));
+            chroma[sample(x, y)] = std::max(chroma[sample(x, y)], luma.back());
+        }
+    for (int y = 0; y < height; ++y)
+        for (int x = 0; x < width; ++x) {
+            const size_t at = static_cast<size_t>(y) * width + x;
+            for (int c = 0; c < 3; ++c)
+                if (const Is is = c ? chroma[sample(x, y)] : luma[at]; is != Is::edge) {
+                    ASSERT_NEAR(after.at(x, y)[c], is == Is::in ? ink[c] : before.at(x, y)[c], 0.51)
+                        << x << "," << y << " component " << c;
+                }
+            if ((format == 3 || format == 4) && luma[at] != Is::edge) {
+                ASSERT_EQ(picture.data()[4 * at + 3], luma[at] == Is::in ? 255 : bytes[4 * at + 3]) << x << "," << y;
             }
         }
-    }
-    for (int y = 0; yuv && y < height; ++y)
-        for (int x = 0; x < width; ++x)
-            if (const Is is = chroma[sample(x, y)]; is != Is::edge) {
-                ASSERT_TRUE(same(after.at(x, y), is == Is::in ? ink : before.at(x, y), true))
-                    << "chroma " << x << "," << y;
-            }
 }
 
 Shape random_shape(std::mt19937& random, bool extreme) {
-    const auto coordinate = [&]() -> int32_t {
-        switch (extreme ? random() % 6 : 9) {
-        case 0:
-            return INT_MIN + static_cast<int>(random() % 3);
-        case 1:
-            return INT_MAX - static_cast<int>(random() % 3);
-        case 2:
-            return static_cast<int32_t>(random());
-        case 3:
-            return static_cast<int>(random() % 20001) - 10000;
-        default:
-            return static_cast<int>(random() % 40) - 10;
-        }
+    const auto coordinate = [&] {
+        const int32_t any[] = {static_cast<int32_t>(INT_MIN + random() % 3),
+                               static_cast<int32_t>(INT_MAX - random() % 3), static_cast<int32_t>(random()),
+                               static_cast<int32_t>(random() % 20001) - 10000};
+        const unsigned kind = random() % 6;
+        return extreme && kind < 4 ? any[kind] : static_cast<int32_t>(random() % 40) - 10;
     };
     const auto point = [&] { return tavi_point_t{coordinate(), coordinate(), 0}; };
     static constexpr int kThickness[] = {-1, 0, 1, 1, 2, 3, 4, 5, 8, 13, 1001, INT_MAX, INT_MIN};
@@ -184,112 +159,79 @@ TEST(Drawing, CoversThePixelsWhoseCentresAreInside) {
     }
 }
 
-TEST(Drawing, LinesOfOnePixelAreTheSameInBothDirections) {
-    std::mt19937 random(5);
-    for (int i = 0; i < 500; ++i) {
-        Shape s = random_shape(random, i % 2);
-        s.kind = Shape::line;
-        s.thickness = 1;
-        std::vector<uint8_t> one(32 * 32), other(32 * 32);
-        tavi_image_t a = describe(0, 32, 32, one.data()), b = describe(0, 32, 32, other.data());
-        draw(&a, s, {255, 255, 255});
-        std::swap(s.a, s.b);
-        draw(&b, s, {255, 255, 255});
-        EXPECT_EQ(one, other) << i;
-    }
-}
-
-TEST(Drawing, GivesNewPixelsFullAlpha) {
-    std::vector<uint8_t> pixels(4 * 4 * 4, 7);
-    tavi_image_t img = describe(TAVI_PIXEL_FORMAT_BGRA8888, 4, 4, pixels.data());
-    ASSERT_EQ(tavi_image_draw_line_cpu(&img, {0, 0, 0}, {3, 0, 0}, {1, 2, 3}, 1), 0);
-    EXPECT_EQ(std::vector<uint8_t>(pixels.begin(), pixels.begin() + 4), (std::vector<uint8_t>{3, 2, 1, 255}));
-}
-
 // ------------------------------------------------------------------------------------------------------------ text
 
-struct Canvas {
-    Canvas(int w, int h) : width(w), height(h), pixels(static_cast<size_t>(w) * h) {}
+struct Canvas : Picture {
+    Canvas(int w, int h) : Picture(TAVI_PIXEL_FORMAT_GRAY8, w, h) { memset(data(), 0, size()); }
     Canvas& text(const std::string& s, int x, int y, int size, int thickness) {
-        tavi_image_t img = describe(0, width, height, pixels.data());
         EXPECT_EQ(tavi_image_draw_text_cpu(&img, s.c_str(), {x, y, size}, {255, 255, 255}, thickness), 0);
         return *this;
     }
-    int row(int y) const { return static_cast<int>(std::count(&pixels[y * width], &pixels[y * width] + width, 255)); }
-    bool column_is_blank(int x) const {
-        for (int y = 0; y < height; ++y)
-            if (pixels[static_cast<size_t>(y) * width + x])
-                return false;
-        return true;
+    int row(int y) const {
+        return static_cast<int>(std::count(view().plane[0].row(y), view().plane[0].row(y + 1), 255));
     }
-    bool operator==(const Canvas& other) const { return pixels == other.pixels; }
-
-    int width, height;
-    std::vector<uint8_t> pixels;
+    int column(int x) const {
+        int ink = 0;
+        for (unsigned y = 0; y < img.height; ++y)
+            ink += *view().plane[0].at(x, y) == 255;
+        return ink;
+    }
 };
 
-std::string utf8(uint32_t code) {
-    std::string s;
-    for (int shift = code < 0x80 ? 0 : code < 0x800 ? 6 : 12; shift >= 0; shift -= 6)
-        s += static_cast<char>(s.empty() ? (code < 0x80    ? 0
-                                            : code < 0x800 ? 0xc0
-                                                           : 0xe0) |
-                                               code >> shift
-                                         : 0x80 | (code >> shift & 0x3f));
-    return s;
+std::vector<uint8_t> picture_of(const std::string& s, int size, int thickness) {
+    return Canvas(300, 80).text(s, 10, 16, size, thickness).bytes();
 }
 
-std::vector<uint32_t> promised() {
-    std::vector<uint32_t> codes;
-    for (auto [first, last] : {std::pair{0x21u, 0x7eu},
-                               {0xa1u, 0xffu},
-                               {0x391u, 0x3a1u},
-                               {0x3a3u, 0x3ceu},
-                               {0x400u, 0x45fu},
-                               {0x2190u, 0x2199u}})
-        for (uint32_t c = first; c <= last; ++c)
-            codes.push_back(c);
-    return codes;
+std::string utf8(uint32_t code) {
+    const auto tail = [code](int shift) { return static_cast<char>(0x80 | (code >> shift & 0x3f)); };
+    if (code < 0x80)
+        return {static_cast<char>(code)};
+    if (code < 0x800)
+        return {static_cast<char>(0xc0 | code >> 6), tail(0)};
+    return {static_cast<char>(0xe0 | code >> 12), tail(6), tail(0)};
 }
+
+constexpr uint32_t kPromised[][2] = {{0x21, 0x7e},   {0xa1, 0xff},   {0x391, 0x3a1},
+                                     {0x3a3, 0x3ce}, {0x400, 0x45f}, {0x2190, 0x2199}};
 
 TEST(Text, HasEveryPromisedGlyphInsideItsCell) {
-    const Canvas box = Canvas(60, 80).text("\uE000", 10, 16, 48, 1);
     std::set<std::vector<uint8_t>> pictures;
-    for (uint32_t code : promised()) {
-        SCOPED_TRACE(testing::Message() << std::hex << code);
-        EXPECT_TRUE(tavi::has_glyph(code));
-        const Canvas glyph = Canvas(60, 80).text(utf8(code), 10, 16, 48, 1);
-        EXPECT_FALSE(glyph == box);
-        pictures.insert(glyph.pixels);
-        for (auto [size, thickness] : {std::pair{12, 1}, {24, 2}, {48, 3}}) {
-            const Canvas c = Canvas(60, 80).text(utf8(code), 10, 16, size, thickness);
-            int ink = 0;
-            for (int y = 0; y < 80; ++y) {
-                ink += c.row(y);
-                EXPECT_TRUE(c.row(y) == 0 || (y >= 16 && y < 16 + size)) << "row " << y - 16 << " of " << size;
+    for (const auto& [first, last] : kPromised)
+        for (uint32_t code = first; code <= last; ++code) {
+            SCOPED_TRACE(testing::Message() << std::hex << code);
+            EXPECT_TRUE(tavi::has_glyph(code));
+            pictures.insert(picture_of(utf8(code), 48, 1));
+            for (auto [size, thickness] : {std::pair{12, 1}, {24, 2}, {48, 3}}) {
+                Canvas c(60, 80);
+                c.text(utf8(code), 10, 16, size, thickness);
+                int ink = 0;
+                for (int y = 0; y < 80; ++y) {
+                    ink += c.row(y);
+                    EXPECT_TRUE(c.row(y) == 0 || (y >= 16 && y < 16 + size)) << "row " << y - 16 << " of " << size;
+                }
+                EXPECT_GT(ink, 0);
+                for (int x = 0; x < 10; ++x)
+                    EXPECT_EQ(c.column(x), 0) << "column " << x - 10;
             }
-            EXPECT_GT(ink, 0);
-            for (int x = 0; x < 10; ++x)
-                EXPECT_TRUE(c.column_is_blank(x)) << "column " << x - 10;
         }
-    }
+    EXPECT_EQ(pictures.count(picture_of("\uE000", 48, 1)), 0u); // the box of a missing one
     EXPECT_GT(pictures.size(), 240u); // the rest are letters of one alphabet that look like another's
 }
 
 TEST(Text, StrokesAreAsThickAsThePen) {
     for (int size : {12, 17, 24, 40}) {
         for (int t = 1; t <= 6; ++t) {
-            const Canvas bar = Canvas(40, 60).text("|", 8, 8, size, t);
-            EXPECT_EQ(bar.row(8 + size / 2), t) << size;
-            const Canvas both = Canvas(80, 60).text("||", 8, 8, size, t); // never closer than a pixel
-            EXPECT_TRUE(both.column_is_blank(8 + t));
-            EXPECT_FALSE(both.column_is_blank(8 + t - 1));
+            Canvas bar(40, 60), dash(40, 60), both(80, 60);
+            EXPECT_EQ(bar.text("|", 8, 8, size, t).row(8 + size / 2), t) << size;
+            EXPECT_EQ(dash.text("-", 8, 8, size, t).column(8 + size / 8), t) << size;
+            both.text("||", 8, 8, size, t); // never closer than a pixel
+            EXPECT_EQ(both.column(8 + t), 0);
+            EXPECT_GT(both.column(8 + t - 1), 0);
         }
     }
 }
 
 TEST(Text, ReadsUtf8AndShowsABoxForEachBadByte) {
-    const auto show = [](const std::string& s) { return Canvas(300, 60).text(s, 3, 3, 0, 1); };
     const std::string box = "\uE000";
     for (auto [text, like] : {std::pair<std::string, std::string>{"\xff", box},
                               {"a\xc3(", "a" + box + "("},
@@ -299,16 +241,15 @@ TEST(Text, ReadsUtf8AndShowsABoxForEachBadByte) {
                               {"\xed\xa0\x80", box + box + box}, // half a surrogate pair
                               {"\xf4\x90\x80\x80z", box + box + box + box + "z"}, // beyond the last code point
                               {"\t", box}})
-        EXPECT_TRUE(show(text) == show(like)) << text;
-    EXPECT_TRUE(show("25\u00b0C\nabc") == show("25\xc2\xb0"
-                                               "C")
-                                              .text("abc", 3, 3 + 24, 0, 1));
+        EXPECT_EQ(picture_of(text, 0, 1), picture_of(like, 0, 1)) << text;
+    Canvas two_lines(300, 80);
+    two_lines.text("25\u00b0C", 10, 16, 24, 1).text("abc", 10, 16 + 24, 24, 1);
+    EXPECT_EQ(picture_of("25\u00b0C\nabc", 0, 1), two_lines.bytes());
     for (const char* end : {"\xf0", "\xe2\x86", "\xc3", "ab\xf0\x9f\x98"}) { // nothing beyond the string is read
         FenceBuffer memory(std::strlen(end) + 1);
         std::memcpy(memory.data(), end, memory.size());
         Canvas canvas(60, 60);
-        tavi_image_t img = describe(0, 60, 60, canvas.pixels.data());
-        EXPECT_EQ(tavi_image_draw_text_cpu(&img, reinterpret_cast<char*>(memory.data()), {0, 0, 0}, {}, 3), 0);
+        EXPECT_EQ(tavi_image_draw_text_cpu(&canvas.img, reinterpret_cast<char*>(memory.data()), {0, 0, 0}, {}, 3), 0);
     }
 }
 
@@ -316,34 +257,38 @@ TEST(Text, IsClippedAtAnyPlaceAndSize) {
     std::mt19937 random(4);
     const std::string all = "Aq\u00c5\u03b2\u0416\u2192\n@|\u00e7";
     for (int i = 0; i < 2000; ++i) {
-        const int format = static_cast<int>(random() % 16), w = 2 + random() % 20, h = 2 + random() % 20;
-        FenceBuffer memory(tavi::test::ref_bytes(format, w, h));
-        tavi_image_t img = describe(format, w, h, memory.data());
+        Picture picture(i % 16, 2 + random() % 20, 2 + random() % 20);
         const Shape s = random_shape(random, true);
         const tavi_point_t at = {s.a.x, s.a.y, i % 3 ? static_cast<int>(random() % 60) : s.radius};
-        ASSERT_EQ(tavi_image_draw_text_cpu(&img, all.c_str(), at, {1, 2, 3}, s.thickness), 0);
-        ASSERT_TRUE(memory.intact()) << i;
+        ASSERT_EQ(tavi_image_draw_text_cpu(&picture.img, all.c_str(), at, {1, 2, 3}, s.thickness), 0);
+        ASSERT_TRUE(picture.intact()) << i;
+    }
+}
+
+TEST(Text, IsTheSameWhereTheEdgeCutsIt) {
+    Canvas whole(80, 60);
+    whole.text("@", 40, 8, 40, 3);
+    for (int shift = 1; shift < 80; ++shift) {
+        Canvas cut(80, 60);
+        cut.text("@", 40 - shift, 8, 40, 3);
+        for (int x = 0; x + shift < 80; ++x)
+            ASSERT_EQ(cut.column(x), whole.column(x + shift)) << shift;
     }
 }
 
 TEST(Drawing, RefusesByName) {
-    uint8_t pixels[16] = {};
-    tavi_image_t good = describe(0, 4, 4, pixels), bad = good, big = good;
+    Picture picture(0, 4, 4);
+    tavi_image_t *good = &picture.img, bad = *good, big = *good;
     bad.pixel_format = static_cast<tavi_pixel_format>(16);
     big.width = 16385;
     const tavi_point_t p = {0, 0, 0}, q = {0, 0, -1};
-    const auto refused = [](int expected, const char* names, auto call) {
-        CapturedLog log;
-        EXPECT_EQ(call(), expected);
-        ASSERT_EQ(log.lines.size(), 1u);
-        EXPECT_NE(log.lines[0].message.find(names), std::string::npos) << log.lines[0].message;
-    };
-    refused(TAVI_RET_PARAM_ERR, "radius=-1", [&] { return tavi_image_draw_circle_cpu(&good, p, -1, {}, 1); });
-    refused(TAVI_RET_PARAM_ERR, "text", [&] { return tavi_image_draw_text_cpu(&good, nullptr, p, {}, 1); });
-    refused(TAVI_RET_PARAM_ERR, "size=-1", [&] { return tavi_image_draw_text_cpu(&good, "a", q, {}, 1); });
-    refused(TAVI_RET_PARAM_ERR, "0 to 15", [&] { return tavi_image_draw_line_cpu(&bad, p, p, {}, 1); });
-    refused(TAVI_RET_PARAM_ERR, "null", [&] { return tavi_image_draw_rect_cpu(nullptr, p, p, {}, 1); });
-    refused(TAVI_RET_UNSUPPORTED, "16384", [&] { return tavi_image_draw_rect_cpu(&big, p, p, {}, 1); });
+    const int param = TAVI_RET_PARAM_ERR;
+    expect_refused(param, "radius=-1", [&] { return tavi_image_draw_circle_cpu(good, p, -1, {}, 1); });
+    expect_refused(param, "text", [&] { return tavi_image_draw_text_cpu(good, nullptr, p, {}, 1); });
+    expect_refused(param, "size=-1", [&] { return tavi_image_draw_text_cpu(good, "a", q, {}, 1); });
+    expect_refused(param, "0 to 15", [&] { return tavi_image_draw_line_cpu(&bad, p, p, {}, 1); });
+    expect_refused(param, "null", [&] { return tavi_image_draw_rect_cpu(nullptr, p, p, {}, 1); });
+    expect_refused(TAVI_RET_UNSUPPORTED, "16384", [&] { return tavi_image_draw_rect_cpu(&big, p, p, {}, 1); });
 }
 
 } // namespace

@@ -3,25 +3,14 @@
 
 #include <algorithm>
 #include <array>
-#include <vector>
 
 #include "backends/software/tavi_image_libyuv.h"
 #include "image/letterbox.h"
-#include "support/fence_buffer.h"
-#include "support/reference.h"
+#include "support/picture.h"
 #include "tavi_letterbox.h"
 
 namespace tavi::test {
 namespace {
-
-tavi_image_t record(const FenceBuffer& b, int format, int w, int h) {
-    tavi_image_t r = {};
-    r.data = b.data();
-    r.pixel_format = static_cast<tavi_pixel_format>(format);
-    r.width = w;
-    r.height = h;
-    return r;
-}
 
 // Every source side from 1 to 4096 against the usual inputs: a source column mapped into the picture and back is the
 // same column, and the corners of the picture are the corners of the source.
@@ -49,39 +38,46 @@ TEST(Letterbox, MapsThereAndBackExactly) {
                 }
 }
 
+TEST(Letterbox, RoundsToPixelsAndWholeChromaSamples) {
+    const struct {
+        int src_width, src_height, dst_width, dst_height, grid;
+        Box picture;
+    } rows[] = {
+        {1000, 333, 100, 100, 1, {0, 33, 100, 33}}, {1000, 336, 100, 100, 1, {0, 33, 100, 34}},
+        {1000, 345, 100, 100, 1, {0, 32, 100, 35}}, {345, 1000, 100, 100, 1, {32, 0, 35, 100}},
+        {1000, 345, 100, 100, 2, {0, 32, 100, 36}}, {1000, 1, 100, 100, 1, {0, 49, 100, 1}},
+        {1, 1000, 100, 100, 2, {48, 0, 2, 100}},    {101, 100, 101, 101, 2, {0, 0, 101, 100}},
+    };
+    for (const auto& row : rows) {
+        const Letterbox g = letterbox_geometry(row.src_width, row.src_height, row.dst_width, row.dst_height,
+                                               {row.grid, row.grid}, LetterboxPosition::centre);
+        EXPECT_EQ((std::array{g.x, g.y, g.width, g.height}),
+                  (std::array{row.picture.x, row.picture.y, row.picture.width, row.picture.height}))
+            << row.src_width << "x" << row.src_height << " grid " << row.grid;
+    }
+}
+
 TEST(Letterbox, ReportsWhatItPainted) {
     for (int s : {1, 7, 13, 15})
         for (int d = 0; d < 16; ++d)
             for (int position = 0; position < 3; ++position)
                 for (const auto& z :
                      {std::array<int, 4>{64, 36, 40, 40}, {30, 60, 41, 33}, {9, 9, 33, 17}, {200, 10, 20, 31}}) {
-                    FenceBuffer src(ref_bytes(s, z[0], z[1])), dst(ref_bytes(d, z[2], z[3]));
-                    RefImage white;
-                    white.model = Model::rgb;
-                    white.width = z[0], white.height = z[1];
-                    white.pixel.assign(static_cast<size_t>(z[0]) * z[1], {255, 255, 255});
-                    const std::vector<double> samples = ref_samples(ref_convert(white, s), s);
-                    for (size_t i = 0; i < samples.size(); ++i)
-                        src.data()[i] = static_cast<uint8_t>(samples[i] + 0.5);
-                    for (size_t i = 0; s == 15 && i < src.size(); ++i)
-                        src.data()[i] = 255;
-                    tavi_image_t from = record(src, s, z[0], z[1]), to = record(dst, d, z[2], z[3]);
+                    Picture src(s, z[0], z[1]), dst(d, z[2], z[3]);
+                    src.flat({255, 255, 255});
                     float sx, sy, left, top;
-                    ASSERT_EQ(tavi_image_convert2_libyuv(&from, &to, 1, 0x204080, position, &sx, &sy, &left, &top, 0),
+                    ASSERT_EQ(tavi_image_convert2_libyuv(&src.img, &dst.img, 1, 0x204080, position, &sx, &sy, &left,
+                                                         &top, 0),
                               0);
                     ASSERT_TRUE(dst.intact());
                     const int x0 = int(left), y0 = int(top), x1 = x0 + int(sx * z[0] + 0.5f),
                               y1 = y0 + int(sy * z[1] + 0.5f);
-                    RefImage expected;
-                    expected.model = Model::rgb;
-                    expected.width = z[2], expected.height = z[3];
-                    const RefImage back = ref_convert(ref_read(src.data(), s, z[0], z[1]), d);
-                    expected.pixel.assign(static_cast<size_t>(z[2]) * z[3], {0x20, 0x40, 0x80});
-                    expected = ref_convert(expected, d);
+                    RefImage expected = ref_convert(RefImage(Model::rgb, z[2], z[3], {0x20, 0x40, 0x80}), d);
+                    const Color picture = ref_convert(src.colors(), d).at(0, 0);
                     for (int y = y0; y < y1; ++y)
                         for (int x = x0; x < x1; ++x)
-                            expected.at(x, y) = back.at(0, 0);
-                    ASSERT_LE(ref_difference(ref_samples(expected, d), dst.data(), d), 1.01)
+                            expected.at(x, y) = picture;
+                    ASSERT_LE(dst.error(expected), 1.01)
                         << "format " << s << " to " << d << " " << z[2] << "x" << z[3] << " position " << position;
                 }
 }

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "services/tavi_logger.h"
 
 class CapturedLog {
@@ -25,3 +27,13 @@ private:
         static_cast<CapturedLog*>(self)->lines.push_back({level, tag, func, message});
     }
 };
+
+/// A call that answers with a code and one line, at the error level, that has the words in it.
+template <typename Call>
+void expect_refused(int code, const char* words, Call call) {
+    CapturedLog log;
+    EXPECT_EQ(call(), code) << words;
+    ASSERT_EQ(log.lines.size(), 1u) << words;
+    EXPECT_EQ(log.lines[0].level, TAVI_LOG_ERROR);
+    EXPECT_NE(log.lines[0].message.find(words), std::string::npos) << log.lines[0].message;
+}

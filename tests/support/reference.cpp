@@ -8,69 +8,67 @@ namespace tavi::test {
 namespace {
 
 // Formats by number: 0 grey, 1 RGB, 2 BGR, 3 RGBA, 4 BGRA, 5 to 8 4:2:0, 9 to 14 4:2:2, 15 grey of 16 bits.
-bool yuv(int f) { return f >= 5 && f <= 14; }
 bool halved_down(int f) { return f >= 5 && f <= 8; }
-bool packed(int f) { return f == 13 || f == 14; }
 
-// Where U (0) or V (1) of chroma sample (x, y) lies.
-size_t chroma_index(int f, int w, int h, int x, int y, int which) {
-    const size_t cols = w / 2, luma = static_cast<size_t>(w) * h, rows = halved_down(f) ? h / 2 : h;
-    if (packed(f))
-        return static_cast<size_t>(y) * 2 * w + 4 * x + 2 * which + (f == 13 ? 1 : 0);
-    const bool v_first = f == 6 || f == 8 || f == 10 || f == 12;
-    const size_t plane = v_first ? 1 - which : which;
-    const bool pairs = f == 7 || f == 8 || f == 11 || f == 12;
-    const size_t at = static_cast<size_t>(y) * cols + x;
-    return pairs ? luma + 2 * at + plane : luma + plane * cols * rows + at;
-}
+Model model_of(int f) { return f >= 5 && f <= 14 ? Model::yuv : f >= 1 && f <= 4 ? Model::rgb : Model::gray; }
 
-size_t luma_index(int f, int w, int x, int y) {
+int components(int f) { return model_of(f) == Model::gray ? 1 : 3; }
+
+// Where a component of pixel (x, y) lies. An odd last column or row has no chroma of its own: it has its neighbour's.
+size_t index(int f, int w, int h, int x, int y, int c) {
     const size_t at = static_cast<size_t>(y) * w + x;
-    return packed(f) ? 2 * at + (f == 14) : at;
+    const bool swapped = f % 2 == 0; // B or V first
+    if (model_of(f) == Model::gray)
+        return at << (f == 15);
+    if (model_of(f) == Model::rgb)
+        return at * (f <= 2 ? 3 : 4) + (swapped ? 2 - c : c);
+    const bool packed = f == 13 || f == 14;
+    if (c == 0)
+        return packed ? 2 * at + (f == 14) : at;
+    const int cols = w / 2, rows = halved_down(f) ? h / 2 : h;
+    const int cx = std::min(x / 2, cols - 1), cy = std::min(halved_down(f) ? y / 2 : y, rows - 1);
+    if (packed)
+        return static_cast<size_t>(y) * 2 * w + 4 * cx + 2 * (c - 1) + (f == 13);
+    const bool pairs = f == 7 || f == 8 || f == 11 || f == 12;
+    const size_t luma = static_cast<size_t>(w) * h, sample = static_cast<size_t>(cy) * cols + cx;
+    const size_t plane = swapped ? 2 - c : c - 1;
+    return pairs ? luma + 2 * sample + plane : luma + plane * cols * rows + sample;
 }
-
-double clamp(double v, double lo, double hi) { return std::min(std::max(v, lo), hi); }
 
 Color yuv_to_rgb(const Color& p) {
-    const double y = (p.a - 16) * 255 / 219, u = (p.b - 128) * 255 / 224, v = (p.c - 128) * 255 / 224;
-    return {clamp(y + 1.402 * v, 0, 255), clamp(y - (0.114 * 1.772 * u + 0.299 * 1.402 * v) / 0.587, 0, 255),
-            clamp(y + 1.772 * u, 0, 255)};
+    const double y = (p[0] - 16) * 255 / 219, u = (p[1] - 128) * 255 / 224, v = (p[2] - 128) * 255 / 224;
+    return {std::clamp(y + 1.402 * v, 0.0, 255.0),
+            std::clamp(y - (0.114 * 1.772 * u + 0.299 * 1.402 * v) / 0.587, 0.0, 255.0),
+            std::clamp(y + 1.772 * u, 0.0, 255.0)};
 }
 
-double luma(const Color& p) { return 0.299 * p.a + 0.587 * p.b + 0.114 * p.c; }
+double luma(const Color& p) { return 0.299 * p[0] + 0.587 * p[1] + 0.114 * p[2]; }
 
 Color rgb_to_yuv(const Color& p) {
     const double y = luma(p);
-    return {16 + y * 219 / 255, 128 + (p.c - y) / 1.772 * 224 / 255, 128 + (p.a - y) / 1.402 * 224 / 255};
+    return {16 + y * 219 / 255, 128 + (p[2] - y) / 1.772 * 224 / 255, 128 + (p[0] - y) / 1.402 * 224 / 255};
 }
 
-double tap(const std::vector<double>& line, int count, double at) {
-    return line[static_cast<size_t>(clamp(at, 0, count - 1))];
-}
-
-std::vector<double> scale_line(const std::vector<double>& line, int dst, int num, int den, double offset,
-                               int method) {
-    const int count = static_cast<int>(line.size());
+void scale_line(const double* in, double* out, size_t stride, const RefAxis& a, int method) {
+    const auto tap = [&](double at) { return in[static_cast<size_t>(std::clamp(at, 0.0, a.src - 1.0)) * stride]; };
     if (method == 0)
-        method = 2 * den < num ? 3 : 2;
-    std::vector<double> out(dst);
-    for (int i = 0; i < dst; ++i) {
-        const double begin = static_cast<double>(i) * num / den + offset;
-        const double end = static_cast<double>(i + 1) * num / den + offset;
-        const double centre = (i + 0.5) * num / den + offset;
+        method = 2 * a.den < a.num ? 3 : 2;
+    for (int i = 0; i < a.dst; ++i) {
+        const double begin = static_cast<double>(i) * a.num / a.den + a.offset;
+        const double end = static_cast<double>(i + 1) * a.num / a.den + a.offset;
+        const double centre = (i + 0.5) * a.num / a.den + a.offset;
+        double sum = 0;
         if (method == 1) {
-            out[i] = tap(line, count, std::floor(centre));
+            sum = tap(std::floor(centre));
         } else if (method == 2) {
             const double at = centre - 0.5, left = std::floor(at);
-            out[i] = tap(line, count, left) * (1 - (at - left)) + tap(line, count, left + 1) * (at - left);
+            sum = tap(left) * (1 - (at - left)) + tap(left + 1) * (at - left);
         } else {
-            double sum = 0;
             for (double k = std::floor(begin); k < end; ++k)
-                sum += tap(line, count, k) * (std::min(end, k + 1) - std::max(begin, k));
-            out[i] = sum / (end - begin);
+                sum += tap(k) * (std::min(end, k + 1) - std::max(begin, k)) / (end - begin);
         }
+        out[i * stride] = sum;
     }
-    return out;
 }
 
 } // namespace
@@ -81,80 +79,50 @@ size_t ref_bytes(int f, int w, int h) {
 }
 
 RefImage ref_read(const uint8_t* d, int f, int w, int h) {
-    RefImage image;
-    image.model = yuv(f) ? Model::yuv : f >= 1 && f <= 4 ? Model::rgb : Model::gray;
-    image.width = w, image.height = h;
-    image.pixel.resize(static_cast<size_t>(w) * h);
+    RefImage image(model_of(f), w, h);
     for (int y = 0; y < h; ++y)
-        for (int x = 0; x < w; ++x) {
-            Color& p = image.at(x, y);
-            const size_t at = static_cast<size_t>(y) * w + x;
-            if (yuv(f)) {
-                const int cx = std::min(x / 2, w / 2 - 1), cy = halved_down(f) ? std::min(y / 2, h / 2 - 1) : y;
-                p = {double(d[luma_index(f, w, x, y)]), double(d[chroma_index(f, w, h, cx, cy, 0)]),
-                     double(d[chroma_index(f, w, h, cx, cy, 1)])};
-            } else if (f == 0) {
-                p.a = d[at];
-            } else if (f == 15) {
-                p.a = (d[2 * at] + 256.0 * d[2 * at + 1]) / 257;
-            } else {
-                const uint8_t* q = d + at * (f <= 2 ? 3 : 4);
-                p = f == 1 || f == 3 ? Color{double(q[0]), double(q[1]), double(q[2])}
-                                     : Color{double(q[2]), double(q[1]), double(q[0])};
+        for (int x = 0; x < w; ++x)
+            for (int c = 0; c < components(f); ++c) {
+                const uint8_t* const p = d + index(f, w, h, x, y, c);
+                image.at(x, y)[c] = f == 15 ? (p[0] + 256.0 * p[1]) / 257 : p[0];
             }
-        }
     return image;
 }
 
 RefImage ref_convert(const RefImage& in, int f) {
     RefImage out = in;
-    out.model = yuv(f) ? Model::yuv : f >= 1 && f <= 4 ? Model::rgb : Model::gray;
+    out.model = model_of(f);
     for (Color& p : out.pixel) {
         if (in.model == out.model)
             continue;
         if (in.model == Model::gray)
-            p = out.model == Model::rgb ? Color{p.a, p.a, p.a} : Color{p.a, 128, 128};
+            p = out.model == Model::rgb ? Color{p[0], p[0], p[0]} : Color{p[0], 128, 128};
         else if (in.model == Model::rgb)
             p = out.model == Model::yuv ? rgb_to_yuv(p) : Color{luma(p), 0, 0};
         else
-            p = out.model == Model::rgb ? yuv_to_rgb(p) : Color{p.a, 0, 0};
+            p = out.model == Model::rgb ? yuv_to_rgb(p) : Color{p[0], 0, 0};
     }
     return out;
 }
 
 std::vector<double> ref_samples(const RefImage& image, int f) {
-    const int w = image.width, h = image.height;
+    const int w = image.width, h = image.height, tall = halved_down(f) ? 2 : 1;
     std::vector<double> out(ref_bytes(f, w, h), 128);
     for (int y = 0; y < h; ++y)
-        for (int x = 0; x < w; ++x) {
-            const Color& p = image.at(x, y);
-            const size_t at = static_cast<size_t>(y) * w + x;
-            if (yuv(f)) {
-                out[luma_index(f, w, x, y)] = p.a;
-            } else if (f == 0) {
-                out[at] = p.a;
-            } else if (f == 15) {
-                out[2 * at] = p.a;
-            } else {
-                double* q = &out[at * (f <= 2 ? 3 : 4)];
-                q[f == 1 || f == 3 ? 0 : 2] = p.a;
-                q[1] = p.b;
-                q[f == 1 || f == 3 ? 2 : 0] = p.c;
-                if (f >= 3)
-                    q[3] = 255;
+        for (int x = 0; x < w; ++x)
+            for (int c = 0; c < components(f); ++c) {
+                const double value = image.at(x, y)[c];
+                const size_t at = index(f, w, h, x, y, c);
+                const bool chroma = c > 0 && image.model == Model::yuv;
+                if (!chroma)
+                    out[at] = value;
+                else if (x < w / 2 * 2 && y < h / tall * tall) // the mean of the pixels that it covers
+                    out[at] = value / (2 * tall) + (x % 2 || y % tall ? out[at] : 0);
+                if (f == 15)
+                    out[at + 1] = value;
+                else if ((f == 3 || f == 4) && c == 1)
+                    out[at + 2] = 255;
             }
-        }
-    const int tall = halved_down(f) ? 2 : 1;
-    for (int cy = 0; yuv(f) && cy < h / tall; ++cy)
-        for (int cx = 0; cx < w / 2; ++cx) {
-            double u = 0, v = 0;
-            for (int k = 0; k < 2 * tall; ++k) {
-                const Color& p = image.at(2 * cx + k % 2, tall * cy + k / 2);
-                u += p.b / (2 * tall), v += p.c / (2 * tall);
-            }
-            out[chroma_index(f, w, h, cx, cy, 0)] = u;
-            out[chroma_index(f, w, h, cx, cy, 1)] = v;
-        }
     return out;
 }
 
@@ -166,59 +134,26 @@ double ref_difference(const std::vector<double>& s, const uint8_t* d, int f) {
 }
 
 RefImage ref_transform(const RefImage& in, int mode) {
-    RefImage out = in;
-    if (mode == 4 || mode == 7 || mode == 8)
-        std::swap(out.width, out.height);
-    const int w = in.width, h = in.height;
+    const bool turned = mode == 4 || mode == 7 || mode == 8;
+    const bool from_right = mode == 1 || mode == 3 || mode == 7, from_below = mode == 2 || mode == 3 || mode == 4;
+    RefImage out(in.model, turned ? in.height : in.width, turned ? in.width : in.height);
     for (int y = 0; y < out.height; ++y)
-        for (int x = 0; x < out.width; ++x)
-            switch (mode) {
-            case 0:
-                out.at(x, y) = in.at(x, y);
-                break;
-            case 1:
-                out.at(x, y) = in.at(w - 1 - x, y);
-                break;
-            case 2:
-                out.at(x, y) = in.at(x, h - 1 - y);
-                break;
-            case 3:
-                out.at(x, y) = in.at(w - 1 - x, h - 1 - y);
-                break;
-            case 4:
-                out.at(x, y) = in.at(y, h - 1 - x);
-                break;
-            case 7:
-                out.at(x, y) = in.at(w - 1 - y, x);
-                break;
-            default:
-                out.at(x, y) = in.at(y, x);
-                break;
-            }
+        for (int x = 0; x < out.width; ++x) {
+            const int u = turned ? y : x, v = turned ? x : y;
+            out.at(x, y) = in.at(from_right ? in.width - 1 - u : u, from_below ? in.height - 1 - v : v);
+        }
     return out;
 }
 
-std::vector<double> ref_scale(const std::vector<double>& plane, int cols, int rows, int step, int dst_cols,
-                              int dst_rows, int num_x, int den_x, double offset_x, int num_y, int den_y,
-                              double offset_y, int method) {
-    std::vector<double> out(static_cast<size_t>(dst_cols) * dst_rows * step),
-        wide(static_cast<size_t>(dst_cols) * rows);
-    for (int c = 0; c < step; ++c) {
-        std::vector<double> line(cols), down(rows);
-        for (int y = 0; y < rows; ++y) {
-            for (int x = 0; x < cols; ++x)
-                line[x] = plane[(static_cast<size_t>(y) * cols + x) * step + c];
-            const std::vector<double> scaled = scale_line(line, dst_cols, num_x, den_x, offset_x, method);
-            std::copy(scaled.begin(), scaled.end(), wide.begin() + static_cast<ptrdiff_t>(y) * dst_cols);
-        }
-        for (int x = 0; x < dst_cols; ++x) {
-            for (int y = 0; y < rows; ++y)
-                down[y] = wide[static_cast<size_t>(y) * dst_cols + x];
-            const std::vector<double> scaled = scale_line(down, dst_rows, num_y, den_y, offset_y, method);
-            for (int y = 0; y < dst_rows; ++y)
-                out[(static_cast<size_t>(y) * dst_cols + x) * step + c] = scaled[y];
-        }
-    }
+std::vector<double> ref_scale(const std::vector<double>& plane, int step, const RefAxis& x, const RefAxis& y,
+                              int method) {
+    const size_t from = static_cast<size_t>(x.src) * step, to = static_cast<size_t>(x.dst) * step;
+    std::vector<double> wide(to * y.src), out(to * y.dst);
+    for (int row = 0; row < y.src; ++row)
+        for (int c = 0; c < step; ++c)
+            scale_line(&plane[row * from + c], &wide[row * to + c], step, x, method);
+    for (size_t k = 0; k < to; ++k)
+        scale_line(&wide[k], &out[k], to, y, method);
     return out;
 }
 

@@ -3,22 +3,24 @@
 // formats, BT.601 and the filters mean.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
 
 namespace tavi::test {
 
-struct Color {
-    double a = 0, b = 0, c = 0; ///< Y U V, or R G B, or grey in `a`
-};
+using Color = std::array<double, 3>; ///< Y U V, or R G B, or grey and nothing
 
 enum class Model { gray, rgb, yuv };
 
 /// An image as one colour per pixel; its chroma is not yet subsampled.
 struct RefImage {
-    Model model = Model::gray;
-    int width = 0, height = 0;
+    RefImage(Model m, int w, int h, const Color& fill = {})
+        : model(m), width(w), height(h), pixel(size_t(w) * h, fill) {}
+
+    Model model;
+    int width, height;
     std::vector<Color> pixel;
 
     Color& at(int x, int y) { return pixel[static_cast<size_t>(y) * width + x]; }
@@ -33,7 +35,8 @@ RefImage ref_read(const uint8_t* data, int format, int width, int height);
 /// Converts the colours to what `format` holds, clamped but not rounded.
 RefImage ref_convert(const RefImage& image, int format);
 
-/// The samples of a format in memory order, not rounded; 128 for bytes that hold none.
+/// The samples of a format in memory order, not rounded; 128 for bytes that hold none, and twice the value of 8 bits
+/// for 16-bit grey.
 std::vector<double> ref_samples(const RefImage& image, int format);
 
 /// The largest difference between samples and pixels in memory (16-bit grey in units of 1/257).
@@ -41,10 +44,16 @@ double ref_difference(const std::vector<double>& samples, const uint8_t* data, i
 
 RefImage ref_transform(const RefImage& image, int mode);
 
-/// One plane of `step` interleaved channels scaled in double precision. Sample i covers the source interval
-/// [i * num / den + offset, (i + 1) * num / den + offset). Method 1 nearest, 2 bilinear, 3 area, 0 the default.
-std::vector<double> ref_scale(const std::vector<double>& plane, int cols, int rows, int step, int dst_cols,
-                              int dst_rows, int num_x, int den_x, double offset_x, int num_y, int den_y,
-                              double offset_y, int method);
+/// How one axis is scaled: sample i covers the source interval [i * num / den + offset, (i + 1) * num / den +
+/// offset).
+struct RefAxis {
+    int src, dst, num, den;
+    double offset;
+};
+
+/// One plane of `step` interleaved channels scaled in double precision. Method 1 nearest, 2 bilinear, 3 area, 0 the
+/// default.
+std::vector<double> ref_scale(const std::vector<double>& plane, int step, const RefAxis& x, const RefAxis& y,
+                              int method);
 
 } // namespace tavi::test

@@ -49,6 +49,8 @@ const Case kCrop[] = {
      kW + "src_img size=(1920 480) fmt=1 src_roi=(100 0 1699 99) dst_img size=(100 240) | probe | " + kW +
          "resize ratio (16.00 0.42) > 16, set use_blit=0 | " + kW +
          "process roi with cpu | crop src (100 0 1699 99) dst"},
+    {"RatioOfSixteenDownwards", TAVI_LOG_ERROR, "src.fmt=1 src.h=1700 probe=1 roi=0,0,99,1599 dst.h=100", with_crop,
+     0, "probe | env | crop src (0 0 99 1599) dst"},
     {"RatioJustBelowSixteenIsTaken", TAVI_LOG_ERROR, "probe=1 src.w=1920 roi=0,0,1598,99 dst.w=100", with_crop, 0,
      "probe | env | blit_crop src (0 0 1598 99) dst (1 2 3 4) 0"},
 };

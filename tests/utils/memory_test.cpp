@@ -6,38 +6,26 @@
 namespace {
 
 TEST(Record, ChannelsSampleSizeAndBytes) {
-    const struct {
-        uint32_t format, width, height;
-        int channels, sample, bytes;
-    } rows[] = {
-        {0, 3, 3, 1, 1, 9},
-        {1, 4, 2, 3, 1, 24},
-        {2, 4, 2, 3, 1, 24},
-        {3, 4, 2, 4, 1, 32},
-        {4, 4, 2, 4, 1, 32},
-        {5, 3, 3, -2, 1, 13},
-        {6, 3, 3, -2, 1, 13},
-        {7, 640, 480, -2, 1, 460800},
-        {8, 3, 3, -2, 1, 13},
-        {9, 3, 3, -2, 1, 18},
-        {10, 3, 3, -2, 1, 18},
-        {11, 3, 3, -2, 1, 18},
-        {12, 3, 3, -2, 1, 18},
-        {13, 4, 2, -2, 1, 16},
-        {14, 4, 2, -2, 1, 16},
-        {15, 4, 2, 1, 2, 16},
-        {16, 4, 2, -2, 1, -2},
-        {0xffffffff, 4, 2, -2, 1, -2},
-        {3, 32768, 32768, 4, 1, 0},       // wraps at 32 bits
-        {0, 65535, 65535, 1, 1, -131071}, // 2 GiB and more reads as negative
-        {7, 65536, 21846, -2, 1, 65536},  // wraps before it is halved
+    constexpr int kNone = TAVI_RET_PARAM_ERR;
+    constexpr int kChannels[] = {1,     3,     3,     4,     4,     kNone, kNone, kNone,
+                                 kNone, kNone, kNone, kNone, kNone, kNone, kNone, 1};
+    constexpr int kBytes[] = {9, 27, 27, 36, 36, 13, 13, 13, 13, 18, 18, 18, 18, 18, 18, 18}; // of 3 x 3 pixels
+    Scene s("src.w=3 src.h=3");
+    for (int format = -1; format <= 16; ++format) {
+        const bool valid = format >= 0 && format < 16;
+        s.src.pixel_format = static_cast<tavi_pixel_format>(format);
+        EXPECT_EQ(tavi_image_get_channels(&s.src), valid ? kChannels[format] : kNone) << format;
+        EXPECT_EQ(tavi_image_type_size(&s.src), format == 15 ? 2 : 1) << format;
+        EXPECT_EQ(tavi_image_get_size(&s.src), valid ? kBytes[format] : kNone) << format;
+    }
+    const std::pair<const char*, int> large[] = {
+        {"src.fmt=3 src.w=32768 src.h=32768", 0},       // wraps at 32 bits
+        {"src.fmt=0 src.w=65535 src.h=65535", -131071}, // 2 GiB and more reads as negative
+        {"src.fmt=7 src.w=65536 src.h=21846", 65536},   // wraps before it is halved
     };
-    for (const auto& row : rows) {
-        tavi_image_t img{};
-        img.pixel_format = static_cast<tavi_pixel_format>(row.format), img.width = row.width, img.height = row.height;
-        EXPECT_EQ(tavi_image_get_channels(&img), row.channels) << row.format;
-        EXPECT_EQ(tavi_image_type_size(&img), row.sample) << row.format;
-        EXPECT_EQ(tavi_image_get_size(&img), row.bytes) << row.format << " " << row.width << "x" << row.height;
+    for (const auto& [changes, bytes] : large) {
+        Scene wide(changes);
+        EXPECT_EQ(tavi_image_get_size(&wide.src), bytes) << changes;
     }
     EXPECT_EQ(tavi_image_get_channels(nullptr), -2);
     EXPECT_EQ(tavi_image_type_size(nullptr), -2);
