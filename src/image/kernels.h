@@ -15,16 +15,39 @@ enum ChromaKind : int { kPlanar, kPairsUV, kPairsVU, kPackedYUYV, kPackedUYVY, k
 /// Byte order of an RGB pixel.
 enum RgbKind : int { kRGB, kBGR, kRGBA, kBGRA, kRgbKinds };
 
-/// One row of a vertical area average: `first` and `last` are the rows cut by the interval's ends.
+/// One row of a vertical area average: the rows that the interval covers whole, which weigh the same, and those cut
+/// by its ends.
 struct BoxRows {
-    const uint8_t* first;    ///< first row; the others follow at `pitch`
-    ptrdiff_t pitch;         ///< bytes between rows
-    int count;               ///< rows touched, 1 or more
-    uint16_t first_weight;   ///< of the first row, of the whole, Q15
-    uint16_t last_weight;    ///< of the last row, Q15; unused when count is 1
-    uint16_t inner_weight;   ///< of the sum of the rows between, after the shift, Q16
-    uint8_t inner_shift;     ///< how far that sum is shifted up first
-    double inner_weight_big; ///< weight of the sum where there are too many rows for 16 bits
+    const uint8_t* top;    ///< cut row before the others, or null
+    const uint8_t* bottom; ///< cut row after them, or null
+    const uint8_t* inner;  ///< first whole row
+    ptrdiff_t pitch;       ///< bytes between whole rows
+    int count;             ///< whole rows
+    int16_t top_weight;    ///< of the average, Q15
+    int16_t bottom_weight; ///< likewise
+    int16_t inner_weight;  ///< of the sum of the whole rows, shifted up by `inner_shift`: to six fractional bits, Q15
+    uint8_t inner_shift;   ///< the shifted sum fits in 15 bits
+    double inner_weight_big; ///< weight of the sum where there are more than kBoxRowsIn16Bits
+};
+
+constexpr int kBoxRowsIn16Bits = 128;
+
+/// The same for 16-bit samples. One row has the weight 1.
+struct WideRows {
+    const uint8_t* first;
+    ptrdiff_t pitch;
+    int count;
+    float first_weight;
+    float inner_weight; ///< of each row between the first and the last
+    float last_weight;
+};
+
+/// Weights of a horizontal filter of 16-bit samples: `taps` rows of one weight per output column.
+struct WideFir {
+    const int32_t* start; ///< first source column
+    const float* weight;
+    int taps;
+    int cols; ///< output columns
 };
 
 /// Weights of a horizontal filter: output column i is the sum of `taps` source columns from `start[i]`.
@@ -88,6 +111,10 @@ struct Kernels {
 
     /// The mean of two by two columns, rounded: what bilinear and area reduction to half the size come down to.
     void (*halve[4])(const uint8_t* a, const uint8_t* b, uint8_t* out, int cols); ///< by channels - 1
+
+    // 16-bit samples at any alignment, single precision between the two.
+    void (*wide_rows)(const WideRows& rows, float* out, int n);
+    void (*wide_fir)(const float* row, const WideFir& table, uint8_t* out);
 
     void (*affine_span[4])(const AffineSpan& span, uint8_t* out, int n); ///< by channels - 1
 

@@ -436,37 +436,80 @@ void blend16_to_8(const uint16_t* a, const uint16_t* b, int weight, uint8_t* out
 }
 
 void box_rows(const BoxRows& rows, uint16_t* out, int n) {
-    const int inner = rows.count - 2;
-    if (n < 32 || inner > kBoxRowsIn16Bits)
+    if (n < 32 || rows.count > kBoxRowsIn16Bits)
         return box_rows_loop(rows, out, n);
-    const uint8_t* last = rows.first + (rows.count - 1) * rows.pitch;
-    const V w_first = set16(rows.first_weight), w_last = set16(rows.last_weight), w_inner = set16(rows.inner_weight);
+    const V top_weight = set16(rows.top_weight), bottom_weight = set16(rows.bottom_weight);
+    const V inner_weight = set16(rows.inner_weight);
     const H shift = _mm_cvtsi32_si128(rows.inner_shift);
-    const auto weighed = [](V words, V w) { return _mm256_mulhrs_epi16(_mm256_slli_epi16(words, 6), w); };
     for (int i = 0;; i = i + 64 <= n ? i + 32 : n - 32) {
-        const V first = load(rows.first + i);
-        V lo = weighed(widen_lo(first), w_first), hi = weighed(widen_hi(first), w_first);
-        if (rows.count > 1) {
-            const V end = load(last + i);
-            lo = _mm256_add_epi16(lo, weighed(widen_lo(end), w_last));
-            hi = _mm256_add_epi16(hi, weighed(widen_hi(end), w_last));
-        }
-        if (inner > 0) {
-            V sum_lo = _mm256_setzero_si256(), sum_hi = sum_lo;
-            const uint8_t* p = rows.first + i;
-            for (int k = 0; k < inner; ++k) {
-                const V row = load(p += rows.pitch);
-                sum_lo = _mm256_add_epi16(sum_lo, widen_lo(row));
-                sum_hi = _mm256_add_epi16(sum_hi, widen_hi(row));
+        V lo = _mm256_setzero_si256(), hi = lo;
+        if (rows.count > 0) {
+            const uint8_t* p = rows.inner + i;
+            for (int k = rows.count; k > 0; --k, p += rows.pitch) {
+                const V row = load(p);
+                lo = _mm256_add_epi16(lo, widen_lo(row));
+                hi = _mm256_add_epi16(hi, widen_hi(row));
             }
-            lo = _mm256_add_epi16(lo, _mm256_mulhi_epu16(_mm256_sll_epi16(sum_lo, shift), w_inner));
-            hi = _mm256_add_epi16(hi, _mm256_mulhi_epu16(_mm256_sll_epi16(sum_hi, shift), w_inner));
+            lo = _mm256_mulhrs_epi16(_mm256_sll_epi16(lo, shift), inner_weight);
+            hi = _mm256_mulhrs_epi16(_mm256_sll_epi16(hi, shift), inner_weight);
         }
+        const auto cut_row = [&](const uint8_t* p, V weight) {
+            const V row = load(p + i);
+            lo = _mm256_add_epi16(lo, _mm256_mulhrs_epi16(_mm256_slli_epi16(widen_lo(row), 6), weight));
+            hi = _mm256_add_epi16(hi, _mm256_mulhrs_epi16(_mm256_slli_epi16(widen_hi(row), 6), weight));
+        };
+        if (rows.top)
+            cut_row(rows.top, top_weight);
+        if (rows.bottom)
+            cut_row(rows.bottom, bottom_weight);
         store(out + i, _mm256_permute2x128_si256(lo, hi, 0x20));
         store(out + i + 16, _mm256_permute2x128_si256(lo, hi, 0x31));
         if (i + 32 >= n)
             return;
     }
+}
+
+// 16-bit samples.
+
+void wide_rows(const WideRows& rows, float* out, int n) {
+    const uint8_t* last = rows.first + (rows.count - 1) * rows.pitch;
+    const auto load8 = [](const uint8_t* row, int i) { return _mm256_cvtepu16_epi32(load16(row + 2 * i)); };
+    int i = 0;
+    for (; i + 8 <= n; i += 8) {
+        __m256 v = _mm256_cvtepi32_ps(load8(rows.first, i));
+        const auto add = [&](V samples, float weight) {
+            v = _mm256_add_ps(v, _mm256_mul_ps(_mm256_cvtepi32_ps(samples), _mm256_set1_ps(weight)));
+        };
+        if (rows.count > 1) {
+            v = _mm256_mul_ps(v, _mm256_set1_ps(rows.first_weight));
+            add(load8(last, i), rows.last_weight);
+        }
+        if (rows.count > 2) {
+            V sum = _mm256_setzero_si256();
+            const uint8_t* p = rows.first;
+            for (int k = rows.count - 2; k > 0; --k)
+                sum = _mm256_add_epi32(sum, load8(p += rows.pitch, i));
+            add(sum, rows.inner_weight);
+        }
+        _mm256_storeu_ps(out + i, v);
+    }
+    wide_rows_loop(rows, out, n, i);
+}
+
+void wide_fir(const float* row, const WideFir& t, uint8_t* out) {
+    int i = 0;
+    for (; i + 8 <= t.cols; i += 8) {
+        const V start = load(t.start + i);
+        __m256 sum = _mm256_setzero_ps();
+        for (int k = 0; k < t.taps; ++k) {
+            const __m256 p = _mm256_i32gather_ps(row + k, start, 4), w = _mm256_loadu_ps(t.weight + k * t.cols + i);
+            sum = _mm256_add_ps(sum, _mm256_mul_ps(p, w));
+        }
+        sum = _mm256_min_ps(_mm256_add_ps(sum, _mm256_set1_ps(0.5f)), _mm256_set1_ps(65535.0f));
+        const V v = _mm256_cvttps_epi32(sum);
+        store16(out + 2 * i, low(_mm256_permute4x64_epi64(_mm256_packus_epi32(v, v), 0xD8)));
+    }
+    wide_fir_loop(row, t, out, i);
 }
 
 // Words c0 c1 .. of two neighbouring columns to pairs (c0 of the first, c0 of the second) ..., by channels.
@@ -952,6 +995,8 @@ Kernels make_table() {
     k.blend8_to_8 = blend8_to_8;
     k.blend16_to_8 = blend16_to_8;
     k.box_rows = box_rows;
+    k.wide_rows = wide_rows;
+    k.wide_fir = wide_fir;
     k.fir_to_8[0] = fir1;
     k.fir_to_8[1] = fir2;
     k.fir_to_8[2] = fir_wide<3>;

@@ -206,25 +206,53 @@ inline void blend16_to_8_loop(const uint16_t* a, const uint16_t* b, int weight, 
         out[i] = clamp8((blend(a[i], b[i], weight) + 32) >> 6);
 }
 
-constexpr int kBoxRowsIn16Bits = 256; // that many 255s fit
-
 inline void box_rows_loop(const BoxRows& rows, uint16_t* out, int n) {
-    const uint8_t* first = rows.first;
-    const uint8_t* last = rows.first + (rows.count - 1) * rows.pitch;
-    const int inner = rows.count - 2;
     for (int i = 0; i < n; ++i) {
-        int32_t v = mulhrs(first[i] << 6, rows.first_weight);
-        if (rows.count > 1)
-            v += mulhrs(last[i] << 6, rows.last_weight);
+        int32_t v = rows.top ? mulhrs(rows.top[i] << 6, rows.top_weight) : 0;
+        if (rows.bottom)
+            v += mulhrs(rows.bottom[i] << 6, rows.bottom_weight);
         uint32_t sum = 0;
-        const uint8_t* p = first + i;
-        for (int k = 0; k < inner; ++k)
-            sum += *(p += rows.pitch);
-        if (inner > kBoxRowsIn16Bits)
+        for (int k = 0; k < rows.count; ++k)
+            sum += rows.inner[k * rows.pitch + i];
+        if (rows.count > kBoxRowsIn16Bits)
             v += static_cast<int32_t>(sum * rows.inner_weight_big);
-        else if (inner > 0)
-            v += static_cast<int32_t>(((sum << rows.inner_shift) * rows.inner_weight) >> 16);
+        else if (rows.count > 0)
+            v += mulhrs(static_cast<int32_t>(sum << rows.inner_shift), rows.inner_weight);
         out[i] = static_cast<uint16_t>(v);
+    }
+}
+
+inline uint16_t wide_sample(const uint8_t* row, int i) {
+    uint16_t v;
+    std::memcpy(&v, row + 2 * i, sizeof v);
+    return v;
+}
+
+inline void wide_rows_loop(const WideRows& rows, float* out, int n, int from = 0) {
+    const uint8_t* last = rows.first + (rows.count - 1) * rows.pitch;
+    for (int i = from; i < n; ++i) {
+        float v = wide_sample(rows.first, i);
+        if (rows.count > 1)
+            v = v * rows.first_weight + static_cast<float>(wide_sample(last, i)) * rows.last_weight;
+        if (rows.count > 2) {
+            int32_t sum = 0;
+            for (int k = 1; k < rows.count - 1; ++k)
+                sum += wide_sample(rows.first + k * rows.pitch, i);
+            v = v + static_cast<float>(sum) * rows.inner_weight;
+        }
+        out[i] = v;
+    }
+}
+
+inline void wide_fir_loop(const float* row, const WideFir& t, uint8_t* out, int from = 0) {
+    for (int i = from; i < t.cols; ++i) {
+        const float *p = row + t.start[i], *w = t.weight + i;
+        float sum = 0;
+        for (int k = 0; k < t.taps; ++k, w += t.cols)
+            sum = sum + p[k] * *w;
+        sum = sum + 0.5f;
+        const uint16_t v = static_cast<uint16_t>(sum < 65535.0f ? sum : 65535.0f);
+        std::memcpy(out + 2 * i, &v, sizeof v);
     }
 }
 
@@ -344,6 +372,9 @@ void bilinear(const uint8_t* a, const uint8_t* b, int weight, const FirTable& t,
     bilinear_at_loop<C>(a, b, weight, t, out);
 }
 
+inline void wide_rows_plain(const WideRows& rows, float* out, int n) { wide_rows_loop(rows, out, n); }
+inline void wide_fir_plain(const float* row, const WideFir& t, uint8_t* out) { wide_fir_loop(row, t, out); }
+
 // A table of the loops above; SIMD builds start from it and replace entries.
 template <int Chroma>
 void fill_yuv_to_rgb(Kernels& k) {
@@ -400,6 +431,8 @@ inline Kernels loop_kernels(const char* name) {
     k.blend8_to_8 = blend8_to_8_loop;
     k.blend16_to_8 = blend16_to_8_loop;
     k.box_rows = box_rows_loop;
+    k.wide_rows = wide_rows_plain;
+    k.wide_fir = wide_fir_plain;
     fill_channels<1>(k);
     fill_channels<2>(k);
     fill_channels<3>(k);

@@ -16,13 +16,14 @@ namespace {
 
 // ---------------------------------------------------------------------------------------------- YUV to RGB
 
+/// Eight pixels.
 template <int Kind>
-inline void store_pixels(uint8_t* out, uint8x16_t r, uint8x16_t g, uint8x16_t b) {
+inline void store_pixels8(uint8_t* out, uint8x8_t r, uint8x8_t g, uint8x8_t b) {
     constexpr bool swapped = Kind == kBGR || Kind == kBGRA;
     if (rgb_bytes<Kind>() == 3)
-        vst3q_u8(out, {{swapped ? b : r, g, swapped ? r : b}});
+        vst3_u8(out, {{swapped ? b : r, g, swapped ? r : b}});
     else
-        vst4q_u8(out, {{swapped ? b : r, g, swapped ? r : b, vdupq_n_u8(255)}});
+        vst4_u8(out, {{swapped ? b : r, g, swapped ? r : b, vdup_n_u8(255)}});
 }
 
 /// Sixteen pixels: the even and the odd ones, which share their chroma.
@@ -32,54 +33,59 @@ struct YuvBlock {
 };
 
 template <int Chroma>
-inline YuvBlock load_yuv(const uint8_t* y, const uint8_t* u, const uint8_t* v, int x) {
+inline YuvBlock load_yuv(const uint8_t* y, const uint8_t* u, const uint8_t* v) {
     if (Chroma == kPackedYUYV || Chroma == kPackedUYVY) {
-        const uint8x8x4_t p = vld4_u8(y + 2 * x); // y u y v, or u y v y
+        const uint8x8x4_t p = vld4_u8(y); // y u y v, or u y v y
         constexpr int luma = Chroma == kPackedYUYV ? 0 : 1, chroma = 1 - luma;
         return {p.val[luma], p.val[luma + 2], p.val[chroma], p.val[chroma + 2]};
     }
-    const uint8x8x2_t luma = vld2_u8(y + x);
+    const uint8x8x2_t luma = vld2_u8(y);
     if (Chroma == kPlanar)
-        return {luma.val[0], luma.val[1], vld1_u8(u + x / 2), vld1_u8(v + x / 2)};
-    const uint8x8x2_t pairs = vld2_u8(u + x);
+        return {luma.val[0], luma.val[1], vld1_u8(u), vld1_u8(v)};
+    const uint8x8x2_t pairs = vld2_u8(u);
     return {luma.val[0], luma.val[1], pairs.val[Chroma == kPairsVU], pairs.val[Chroma == kPairsUV]};
 }
 
-/// Kept in registers over a row.
-struct YuvFactors {
-    int16x8_t v_to_r = vdupq_n_s16(kVtoR), u_to_g = vdupq_n_s16(kUtoG), v_to_g = vdupq_n_s16(kVtoG),
-              u_to_b = vdupq_n_s16(kUtoB);
-    int16x8_t bias = vdupq_n_s16(kYuvBias);
-};
+/// V to red, U to green, V to green, U to blue.
+constexpr int16_t kChromaFactors[4] = {kVtoR, kUtoG, kVtoG, kUtoB};
 
 template <int Kind>
-inline void store_yuv_as_rgb(const YuvFactors& k, const YuvBlock& block, uint8_t* out) {
+inline void store_yuv_as_rgb(int16x4_t factors, const YuvBlock& block, uint8_t* out) {
     const uint8x8_t sign = vdup_n_u8(0x80), scale = vdup_n_u8(149);
+    const int16x8_t bias = vdupq_n_s16(kYuvBias);
     const int16x8_t u = vshll_n_s8(vreinterpret_s8_u8(veor_u8(block.u, sign)), 8);
     const int16x8_t v = vshll_n_s8(vreinterpret_s8_u8(veor_u8(block.v, sign)), 8);
-    const int16x8_t r = vqrdmulhq_s16(v, k.v_to_r), b = vqrdmulhq_s16(u, k.u_to_b);
-    const int16x8_t g = vaddq_s16(vqrdmulhq_s16(u, k.u_to_g), vqrdmulhq_s16(v, k.v_to_g));
+    const int16x8_t r = vqrdmulhq_lane_s16(v, factors, 0), b = vqrdmulhq_lane_s16(u, factors, 3);
+    const int16x8_t g = vaddq_s16(vqrdmulhq_lane_s16(u, factors, 1), vqrdmulhq_lane_s16(v, factors, 2));
     const auto luma = [&](uint8x8_t y) {
-        return vaddq_s16(vreinterpretq_s16_u16(vshrq_n_u16(vmull_u8(y, scale), 1)), k.bias);
+        return vaddq_s16(vreinterpretq_s16_u16(vshrq_n_u16(vmull_u8(y, scale), 1)), bias);
     };
     const int16x8_t even = luma(block.even), odd = luma(block.odd);
     const auto channel = [](int16x8_t first, int16x8_t second) {
-        const uint8x8x2_t p = vzip_u8(vqshrun_n_s16(first, 6), vqshrun_n_s16(second, 6));
-        return vcombine_u8(p.val[0], p.val[1]);
+        return vzip_u8(vqshrun_n_s16(first, 6), vqshrun_n_s16(second, 6));
     };
-    store_pixels<Kind>(out, channel(vqaddq_s16(even, r), vqaddq_s16(odd, r)),
-                       channel(vqsubq_s16(even, g), vqsubq_s16(odd, g)),
-                       channel(vqaddq_s16(even, b), vqaddq_s16(odd, b)));
+    const uint8x8x2_t red = channel(vqaddq_s16(even, r), vqaddq_s16(odd, r));
+    const uint8x8x2_t green = channel(vqsubq_s16(even, g), vqsubq_s16(odd, g));
+    const uint8x8x2_t blue = channel(vqaddq_s16(even, b), vqaddq_s16(odd, b));
+    store_pixels8<Kind>(out, red.val[0], green.val[0], blue.val[0]);
+    store_pixels8<Kind>(out + 8 * rgb_bytes<Kind>(), red.val[1], green.val[1], blue.val[1]);
 }
 
 template <int Chroma, int Kind>
 void yuv_to_rgb(const uint8_t* y, const uint8_t* u, const uint8_t* v, uint8_t* rgb, int width) {
     if (width < 16)
         return plain_kernels().yuv_to_rgb[Chroma][Kind](y, u, v, rgb, width);
-    const YuvFactors factors;
-    for (int x = 0;; x = x + 32 <= width ? x + 16 : width - 16) {
-        store_yuv_as_rgb<Kind>(factors, load_yuv<Chroma>(y, u, v, x), rgb + x * rgb_bytes<Kind>());
-        if (x + 16 >= width)
+    const int16x4_t factors = vld1_s16(kChromaFactors);
+    const auto advance = [&](int pixels) {
+        y += Chroma >= kPackedYUYV ? 2 * pixels : pixels;
+        u += Chroma == kPlanar ? pixels / 2 : pixels;
+        v += pixels / 2;
+        rgb += pixels * rgb_bytes<Kind>();
+    };
+    for (;; advance(width - 16), width = 16) { // a last block that overlaps the one before
+        for (; width >= 16; width -= 16, advance(16))
+            store_yuv_as_rgb<Kind>(factors, load_yuv<Chroma>(y, u, v), rgb);
+        if (width == 0)
             return;
     }
 }
@@ -271,135 +277,204 @@ void gray16_to_8(const uint8_t* gray16, uint8_t* gray, int width) {
 
 // ------------------------------------------------------------------------------------------------- scaling
 
-inline int16x8_t scaled(uint8x8_t v) { return vreinterpretq_s16_u16(vshll_n_u8(v, 6)); }
+// Rows are read and written with the loads and stores of pairs, which move 32 bytes at once: what is done to each
+// element does not care that evens and odds are apart.
 
-inline int16x8_t mix8(uint8x8_t a, uint8x8_t b, int16_t weight) {
-    const int16x8_t d = vshlq_n_s16(vreinterpretq_s16_u16(vsubl_u8(b, a)), 6);
-    return vaddq_s16(scaled(a), vqrdmulhq_n_s16(d, weight));
+/// Calls `wide` for blocks of 32 elements and `block` for what is left, in blocks of 16 of which the last may
+/// overlap.
+template <class Wide, class Block>
+inline void along_row(int n, Wide wide, Block block) {
+    int i = 0;
+    for (; i + 32 <= n; i += 32)
+        wide(i);
+    for (; i < n; i += 16)
+        block(std::min(i, n - 16));
 }
+
+/// Eight-bit elements to words, by an operation on eight of each of the rows.
+template <class Op>
+inline void to_words(const uint8_t* row, uint16_t* out, int n, Op op) {
+    along_row(
+        n,
+        [=](int i) {
+            const uint8x16x2_t p = vld2q_u8(row + i);
+            vst2q_u16(out + i, {{op(vget_low_u8(p.val[0])), op(vget_low_u8(p.val[1]))}});
+            vst2q_u16(out + i + 16, {{op(vget_high_u8(p.val[0])), op(vget_high_u8(p.val[1]))}});
+        },
+        [=](int i) {
+            const uint8x8x2_t p = vld2_u8(row + i);
+            vst2q_u16(out + i, {{op(p.val[0]), op(p.val[1])}});
+        });
+}
+
+inline int16x8_t scaled(uint8x8_t v) { return vreinterpretq_s16_u16(vshll_n_u8(v, 6)); }
 
 inline uint16x8_t words(int16x8_t v) { return vreinterpretq_u16_s16(v); }
 
+inline int16x8_t mix8(uint8x8_t a, uint8x8_t b, int16x8_t weight) {
+    const int16x8_t d = vshlq_n_s16(vreinterpretq_s16_u16(vsubl_u8(b, a)), 6);
+    return vaddq_s16(scaled(a), vqrdmulhq_s16(d, weight));
+}
+
+inline int16x8_t weights8(int weight) { return vdupq_n_s16(static_cast<int16_t>(weight)); }
+
 void widen(const uint8_t* row, uint16_t* out, int n) {
-    if (n < 8)
+    if (n < 16)
         return plain_kernels().widen(row, out, n);
-    for (int i = 0;; i = i + 16 <= n ? i + 8 : n - 8) {
-        vst1q_u16(out + i, vshll_n_u8(vld1_u8(row + i), 6));
-        if (i + 8 >= n)
-            return;
-    }
+    to_words(row, out, n, [](uint8x8_t v) { return vshll_n_u8(v, 6); });
 }
 
 void narrow(const uint16_t* row, uint8_t* out, int n) {
-    if (n < 8)
+    if (n < 16)
         return plain_kernels().narrow(row, out, n);
-    for (int i = 0;; i = i + 16 <= n ? i + 8 : n - 8) {
-        vst1_u8(out + i, vqrshrn_n_u16(vld1q_u16(row + i), 6));
-        if (i + 8 >= n)
-            return;
-    }
+    const auto block = [=](int i) {
+        const uint16x8x2_t v = vld2q_u16(row + i);
+        vst2_u8(out + i, {{vqrshrn_n_u16(v.val[0], 6), vqrshrn_n_u16(v.val[1], 6)}});
+    };
+    for (int i = 0; i < n; i += 16)
+        block(std::min(i, n - 16));
 }
 
 void blend8(const uint8_t* a, const uint8_t* b, int weight, uint16_t* out, int n) {
     if (n < 16)
         return plain_kernels().blend8(a, b, weight, out, n);
-    const int16_t w = static_cast<int16_t>(weight);
-    for (int i = 0;; i = i + 32 <= n ? i + 16 : n - 16) {
-        const uint8x16_t p = vld1q_u8(a + i), q = vld1q_u8(b + i);
-        vst1q_u16(out + i, words(mix8(vget_low_u8(p), vget_low_u8(q), w)));
-        vst1q_u16(out + i + 8, words(mix8(vget_high_u8(p), vget_high_u8(q), w)));
-        if (i + 16 >= n)
-            return;
-    }
+    const int16x8_t w = weights8(weight);
+    const auto mix = [w](uint8x8_t p, uint8x8_t q) { return words(mix8(p, q, w)); };
+    along_row(
+        n,
+        [=](int i) {
+            const uint8x16x2_t p = vld2q_u8(a + i), q = vld2q_u8(b + i);
+            vst2q_u16(out + i, {{mix(vget_low_u8(p.val[0]), vget_low_u8(q.val[0])),
+                                 mix(vget_low_u8(p.val[1]), vget_low_u8(q.val[1]))}});
+            vst2q_u16(out + i + 16, {{mix(vget_high_u8(p.val[0]), vget_high_u8(q.val[0])),
+                                      mix(vget_high_u8(p.val[1]), vget_high_u8(q.val[1]))}});
+        },
+        [=](int i) {
+            const uint8x8x2_t p = vld2_u8(a + i), q = vld2_u8(b + i);
+            vst2q_u16(out + i, {{mix(p.val[0], q.val[0]), mix(p.val[1], q.val[1])}});
+        });
 }
 
 void blend8_to_8(const uint8_t* a, const uint8_t* b, int weight, uint8_t* out, int n) {
     if (n < 16)
         return plain_kernels().blend8_to_8(a, b, weight, out, n);
-    const int16_t w = static_cast<int16_t>(weight);
-    for (int i = 0;; i = i + 32 <= n ? i + 16 : n - 16) {
-        const uint8x16_t p = vld1q_u8(a + i), q = vld1q_u8(b + i);
-        vst1q_u8(out + i, vcombine_u8(vqrshrun_n_s16(mix8(vget_low_u8(p), vget_low_u8(q), w), 6),
-                                      vqrshrun_n_s16(mix8(vget_high_u8(p), vget_high_u8(q), w), 6)));
-        if (i + 16 >= n)
-            return;
+    const int16x8_t w = weights8(weight);
+    for (int at = 0; at < n; at += 16) {
+        const int i = std::min(at, n - 16);
+        const uint8x8x2_t p = vld2_u8(a + i), q = vld2_u8(b + i);
+        vst2_u8(out + i,
+                {{vqrshrun_n_s16(mix8(p.val[0], q.val[0], w), 6), vqrshrun_n_s16(mix8(p.val[1], q.val[1], w), 6)}});
     }
 }
 
 void blend16_to_8(const uint16_t* a, const uint16_t* b, int weight, uint8_t* out, int n) {
-    if (n < 8)
+    if (n < 16)
         return plain_kernels().blend16_to_8(a, b, weight, out, n);
-    for (int i = 0;; i = i + 16 <= n ? i + 8 : n - 8) {
-        const int16x8_t p = vreinterpretq_s16_u16(vld1q_u16(a + i)), q = vreinterpretq_s16_u16(vld1q_u16(b + i));
-        const int16x8_t v = vaddq_s16(p, vqrdmulhq_n_s16(vsubq_s16(q, p), static_cast<int16_t>(weight)));
-        vst1_u8(out + i, vqrshrun_n_s16(v, 6));
-        if (i + 8 >= n)
-            return;
+    const int16x8_t w = weights8(weight);
+    const auto mix = [w](uint16x8_t first, uint16x8_t second) {
+        const int16x8_t p = vreinterpretq_s16_u16(first), q = vreinterpretq_s16_u16(second);
+        return vqrshrun_n_s16(vaddq_s16(p, vqrdmulhq_s16(vsubq_s16(q, p), w)), 6);
+    };
+    for (int at = 0; at < n; at += 16) {
+        const int i = std::min(at, n - 16);
+        const uint16x8x2_t p = vld2q_u16(a + i), q = vld2q_u16(b + i);
+        vst2_u8(out + i, {{mix(p.val[0], q.val[0]), mix(p.val[1], q.val[1])}});
     }
 }
 
-void box_rows(const BoxRows& rows, uint16_t* out, int n) {
-    const int inner = rows.count - 2;
-    if (n < 16 || inner > kBoxRowsIn16Bits)
+/// 32 elements as words: evens and odds of the first half, then of the second.
+struct Words32 {
+    uint16x8_t a, b, c, d;
+};
+
+void box_rows(const BoxRows& table, uint16_t* out, int n) {
+    const BoxRows rows = table; // which stores to `out` cannot change
+    if (n < 32 || rows.count > kBoxRowsIn16Bits)
         return plain_kernels().box_rows(rows, out, n);
-    const uint8_t* last = rows.first + (rows.count - 1) * rows.pitch;
-    const int16_t w_first = static_cast<int16_t>(rows.first_weight), w_last = static_cast<int16_t>(rows.last_weight);
-    const int16x8_t shift = vdupq_n_s16(rows.inner_shift);
-    const auto of_inner = [&](uint16x8_t sum) {
-        const uint16x8_t s = vshlq_u16(sum, shift);
-        return vcombine_u16(vshrn_n_u32(vmull_n_u16(vget_low_u16(s), rows.inner_weight), 16),
-                            vshrn_n_u32(vmull_n_u16(vget_high_u16(s), rows.inner_weight), 16));
+    const int16x8_t shift = vdupq_n_s16(rows.inner_shift), inner_weight = weights8(rows.inner_weight);
+    const int16x8_t top_weight = weights8(rows.top_weight), bottom_weight = weights8(rows.bottom_weight);
+    const auto of_sum = [&](uint16x8_t v) {
+        return words(vqrdmulhq_s16(vreinterpretq_s16_u16(vshlq_u16(v, shift)), inner_weight));
     };
-    for (int i = 0;; i = i + 32 <= n ? i + 16 : n - 16) {
-        const uint8x16_t first = vld1q_u8(rows.first + i);
-        uint16x8_t lo = words(vqrdmulhq_n_s16(scaled(vget_low_u8(first)), w_first));
-        uint16x8_t hi = words(vqrdmulhq_n_s16(scaled(vget_high_u8(first)), w_first));
-        if (rows.count > 1) {
-            const uint8x16_t end = vld1q_u8(last + i);
-            lo = vaddq_u16(lo, words(vqrdmulhq_n_s16(scaled(vget_low_u8(end)), w_last)));
-            hi = vaddq_u16(hi, words(vqrdmulhq_n_s16(scaled(vget_high_u8(end)), w_last)));
-        }
-        if (inner > 0) {
-            uint16x8_t sum_lo = vdupq_n_u16(0), sum_hi = sum_lo;
-            const uint8_t* p = rows.first + i;
-            for (int k = 0; k < inner; ++k) {
-                const uint8x16_t row = vld1q_u8(p += rows.pitch);
-                sum_lo = vaddw_u8(sum_lo, vget_low_u8(row));
-                sum_hi = vaddw_u8(sum_hi, vget_high_u8(row));
+    const auto cut_row = [](Words32& v, const uint8_t* row, int16x8_t weight) {
+        const uint8x16x2_t p = vld2q_u8(row);
+        const auto add = [&](uint16x8_t sum, uint8x8_t bytes) {
+            return vaddq_u16(sum, words(vqrdmulhq_s16(scaled(bytes), weight)));
+        };
+        v = {add(v.a, vget_low_u8(p.val[0])), add(v.b, vget_low_u8(p.val[1])), add(v.c, vget_high_u8(p.val[0])),
+             add(v.d, vget_high_u8(p.val[1]))};
+    };
+    for (int at = 0; at < n; at += 32) {
+        const int i = std::min(at, n - 32);
+        Words32 v = {vdupq_n_u16(0), vdupq_n_u16(0), vdupq_n_u16(0), vdupq_n_u16(0)};
+        if (rows.count > 0) {
+            const uint8_t* row = rows.inner + i;
+            for (int k = rows.count; k > 0; --k, row += rows.pitch) {
+                const uint8x16x2_t p = vld2q_u8(row);
+                v.a = vaddw_u8(v.a, vget_low_u8(p.val[0]));
+                v.b = vaddw_u8(v.b, vget_low_u8(p.val[1]));
+                v.c = vaddw_u8(v.c, vget_high_u8(p.val[0]));
+                v.d = vaddw_u8(v.d, vget_high_u8(p.val[1]));
             }
-            lo = vaddq_u16(lo, of_inner(sum_lo));
-            hi = vaddq_u16(hi, of_inner(sum_hi));
+            v = {of_sum(v.a), of_sum(v.b), of_sum(v.c), of_sum(v.d)};
         }
-        vst1q_u16(out + i, lo);
-        vst1q_u16(out + i + 8, hi);
-        if (i + 16 >= n)
-            return;
+        if (rows.top)
+            cut_row(v, rows.top + i, top_weight);
+        if (rows.bottom)
+            cut_row(v, rows.bottom + i, bottom_weight);
+        vst2q_u16(out + i, {{v.a, v.b}});
+        vst2q_u16(out + i + 16, {{v.c, v.d}});
     }
 }
 
 inline int16x4_t signed4(uint16x4_t v) { return vreinterpret_s16_u16(v); }
 
-/// Sum of one column of three or four channels.
-template <int C>
-inline int32x4_t fir_column(const uint16_t* p, const int16_t* w, int taps) {
-    int32x4_t acc = vdupq_n_s32(0);
-    for (int k = 0; k < taps; k += 2) {
-        const int16x4x2_t pair = vld2_dup_s16(w + k);
-        acc = vmlal_s16(acc, signed4(vld1_u16(p + k * C)), pair.val[0]);
-        acc = vmlal_s16(acc, signed4(vld1_u16(p + (k + 1) * C)), pair.val[1]);
-    }
-    return acc;
+struct Starts {
+    int32_t a, b, c, d;
+};
+
+/// The starts of four columns.
+inline Starts four_starts(const int32_t* start) {
+#ifdef __thumb2__ // in two loads: the compiler takes four, and every instruction counts in these loops
+    int32_t a, b, c, d;
+    asm("ldrd %0, %1, [%4]\n\tldrd %2, %3, [%4, #8]"
+        : "=&r"(a), "=&r"(b), "=&r"(c), "=&r"(d)
+        : "r"(start), "m"(*reinterpret_cast<const int32_t(*)[4]>(start)));
+    return {a, b, c, d};
+#else
+    return {start[0], start[1], start[2], start[3]};
+#endif
 }
+
+/// The upper halves of eight sums.
+inline uint16x8_t upper_halves(int32x4_t a, int32x4_t b) {
+    return vuzpq_u16(vreinterpretq_u16_s32(a), vreinterpretq_u16_s32(b)).val[1];
+}
+
+/// Eight sums to bytes: (sum + 2^19) >> 20, in two steps that round once.
+inline uint8x8_t bytes_of(int32x4_t a, int32x4_t b) { return vqrshrn_n_u16(upper_halves(a, b), 4); }
 
 inline void store_bytes4(uint8_t* out, uint8x8_t v) {
     vst1_lane_u32(reinterpret_cast<uint32_t*>(out), vreinterpret_u32_u8(v), 0);
 }
 
-/// Two columns rounded to bytes. With three channels a store runs one byte into the next column.
+/// The same of four columns of three or four channels.
 template <int C>
-inline void store_columns2(uint8_t* out, int32x4_t a, int32x4_t b) {
-    const uint16x8_t v = vcombine_u16(vqmovun_s32(vrshrq_n_s32(a, 20)), vqmovun_s32(vrshrq_n_s32(b, 20)));
-    const uint8x8_t bytes = vqmovn_u16(v);
+inline void store_columns4(uint8_t* out, int32x4_t a, int32x4_t b, int32x4_t c, int32x4_t d) {
+    if (C == 4) {
+        const uint16x8_t ab = vrshrq_n_u16(upper_halves(a, b), 4), cd = vrshrq_n_u16(upper_halves(c, d), 4);
+        vst1q_u8(out, vuzpq_u8(vreinterpretq_u8_u16(ab), vreinterpretq_u8_u16(cd)).val[0]);
+    } else {
+        const uint8x8_t first = vcreate_u8(0x0908060504020100u), last = vcreate_u8(0xFFFFFFFF0E0D0C0Au);
+        const uint8x8x2_t bytes = {{bytes_of(a, b), bytes_of(c, d)}};
+        vst1_u8(out, vtbl2_u8(bytes, first));
+        store_bytes4(out + 8, vtbl2_u8(bytes, last));
+    }
+}
+
+/// Two columns, each in four bytes. With three channels a store runs one byte into the next column.
+template <int C>
+inline void store_columns2(uint8_t* out, uint8x8_t bytes) {
     if (C == 4) {
         vst1_u8(out, bytes);
     } else {
@@ -412,160 +487,215 @@ inline void store_columns2(uint8_t* out, int32x4_t a, int32x4_t b) {
 template <int C, int Lane>
 inline int32x4_t two_taps(const uint16_t* p, int16x4_t w) {
     const int16x8_t v = vreinterpretq_s16_u16(vld1q_u16(p));
-    const int16x4_t second = C == 4 ? vget_high_s16(v) : vget_low_s16(vextq_s16(v, v, C));
+    const int16x4_t second = C == 4 ? vget_high_s16(v) : vext_s16(vget_low_s16(v), vget_high_s16(v), C % 4);
     return vmlal_lane_s16(vmull_lane_s16(vget_low_s16(v), w, Lane), second, w, Lane + 1);
 }
 
-/// Eight sums to bytes: (sum + 2^19) >> 20, in two steps that round once.
-inline uint8x8_t bytes_of(int32x4_t a, int32x4_t b) {
-    return vqrshrn_n_u16(vreinterpretq_u16_s16(vcombine_s16(vshrn_n_s32(a, 16), vshrn_n_s32(b, 16))), 4);
-}
-
-/// Four columns of three or four channels, each in four bytes.
+/// Four more taps of one column.
 template <int C>
-inline void store_columns4(uint8_t* out, uint8x8_t a, uint8x8_t b) {
-    if (C == 4) {
-        vst1q_u8(out, vcombine_u8(a, b));
-        return;
-    }
-    const uint8x8x2_t both = {{a, b}};
-    const uint8x8_t first = vcreate_u8(0x0908060504020100u), last = vcreate_u8(0xFFFFFFFF0E0D0C0Au);
-    vst1_u8(out, vtbl2_u8(both, first));
-    store_bytes4(out + 8, vtbl2_u8(both, last));
-}
-
-template <int C>
-void fir_wide(const uint16_t* row, const FirTable& t, uint8_t* out) {
-    int i = 0;
-    if (t.taps == 2)
-        for (; i + 4 <= t.cols; i += 4) {
-            const int16x8_t w = vld1q_s16(t.weight + 2 * i);
-            const int16x4_t w01 = vget_low_s16(w), w23 = vget_high_s16(w);
-            const int32_t* start = t.start + i;
-            store_columns4<C>(out + i * C,
-                              bytes_of(two_taps<C, 0>(row + start[0], w01), two_taps<C, 2>(row + start[1], w01)),
-                              bytes_of(two_taps<C, 0>(row + start[2], w23), two_taps<C, 2>(row + start[3], w23)));
-        }
-    for (; i + 3 <= t.cols; i += 2)
-        store_columns2<C>(out + i * C, fir_column<C>(row + t.start[i], t.weight + i * t.taps, t.taps),
-                          fir_column<C>(row + t.start[i + 1], t.weight + (i + 1) * t.taps, t.taps));
-    fir_to_8_loop<C>(row, t, out, i);
-}
-
-template <int C>
-void fir_wide_to_16(const uint16_t* row, const FirTable& t, uint16_t* out) {
-    int i = 0;
-    for (; i + 2 <= t.cols; ++i) { // a store of four words may run into the next column's
-        const int32x4_t acc = fir_column<C>(row + t.start[i], t.weight + i * t.taps, t.taps);
-        vst1_u16(out + i * C, vqrshrun_n_s32(acc, 14));
-    }
-    fir_to_16_loop<C>(row, t, out, i);
-}
-
-inline int16x4_t two_pairs(const uint16_t* a, const uint16_t* b) {
-    const uint32x2_t v = vld1_lane_u32(reinterpret_cast<const uint32_t*>(a), vdup_n_u32(0), 0);
-    return vreinterpret_s16_u32(vld1_lane_u32(reinterpret_cast<const uint32_t*>(b), v, 1));
-}
-
-inline int32x4_t add_pairs(int32x4_t a, int32x4_t b) {
-    return vcombine_s32(vpadd_s32(vget_low_s32(a), vget_high_s32(a)), vpadd_s32(vget_low_s32(b), vget_high_s32(b)));
-}
-
-/// Two taps of four columns of one channel.
-inline int32x4_t fir1_two_taps(const uint16_t* row, const int32_t* start, const int16_t* weight) {
-    const int16x8_t w = vld1q_s16(weight);
-    return add_pairs(vmull_s16(two_pairs(row + start[0], row + start[1]), vget_low_s16(w)),
-                     vmull_s16(two_pairs(row + start[2], row + start[3]), vget_high_s16(w)));
-}
-
-/// Two taps of two columns of two channels.
-inline int32x4_t fir2_two_taps(const uint16_t* row, const int32_t* start, const int16_t* weight) {
+inline int32x4_t four_taps(int32x4_t acc, const uint16_t* p, const int16_t* weight) {
     const int16x4_t w = vld1_s16(weight);
-    const int16x4x2_t twice = vzip_s16(w, w); // w0 w0 w1 w1 of each column
-    const int32x4_t a = vmull_s16(signed4(vld1_u16(row + start[0])), twice.val[0]);
-    const int32x4_t b = vmull_s16(signed4(vld1_u16(row + start[1])), twice.val[1]);
-    return vcombine_s32(vadd_s32(vget_low_s32(a), vget_high_s32(a)), vadd_s32(vget_low_s32(b), vget_high_s32(b)));
+    const int16x8_t a = vreinterpretq_s16_u16(vld1q_u16(p));
+    const int16x8_t b = vreinterpretq_s16_u16(vld1q_u16(p + (C == 4 ? 8 : 4))); // of three channels: 4 to 11
+    const int16x4_t a_low = vget_low_s16(a), a_high = vget_high_s16(a), b_low = vget_low_s16(b),
+                    b_high = vget_high_s16(b);
+    acc = vmlal_lane_s16(acc, a_low, w, 0);
+    acc = vmlal_lane_s16(acc, C == 4 ? a_high : vext_s16(a_low, a_high, 3), w, 1);
+    acc = vmlal_lane_s16(acc, C == 4 ? b_low : vext_s16(b_low, b_high, 2), w, 2);
+    return vmlal_lane_s16(acc, C == 4 ? b_high : vext_s16(b_high, b_high, 1), w, 3);
 }
 
-/// Sums of four columns of one channel.
-inline int32x4_t fir1_four(const uint16_t* row, const FirTable& t, int i) {
+/// Any even number of taps of one column.
+template <int C>
+inline int32x4_t many_taps(const uint16_t* p, const int16_t* weight, int taps) {
     int32x4_t acc = vdupq_n_s32(0);
-    const int32_t* start = t.start + i;
-    const int16_t* w = t.weight + i * t.taps;
-    const auto two = [](const void* a, const void* b) {
-        const uint32x2_t v = vld1_lane_u32(static_cast<const uint32_t*>(a), vdup_n_u32(0), 0);
-        return vreinterpret_s16_u32(vld1_lane_u32(static_cast<const uint32_t*>(b), v, 1));
-    };
-    for (int k = 0; k < t.taps; k += 2) {
-        const int32x4_t p = vmull_s16(two(row + start[0] + k, row + start[1] + k), two(w + k, w + t.taps + k));
-        const int32x4_t q =
-            vmull_s16(two(row + start[2] + k, row + start[3] + k), two(w + 2 * t.taps + k, w + 3 * t.taps + k));
-        acc = vaddq_s32(acc, vcombine_s32(vpadd_s32(vget_low_s32(p), vget_high_s32(p)),
-                                          vpadd_s32(vget_low_s32(q), vget_high_s32(q))));
+    for (; taps >= 4; taps -= 4, p += 4 * C, weight += 4)
+        acc = four_taps<C>(acc, p, weight);
+    if (taps) {
+        const int16x4x2_t w = vld2_dup_s16(weight);
+        acc = vmlal_s16(acc, signed4(vld1_u16(p)), w.val[0]);
+        acc = vmlal_s16(acc, signed4(vld1_u16(p + C)), w.val[1]);
     }
     return acc;
 }
 
-/// Sums of one column of two channels.
-inline int32x2_t fir2_one(const uint16_t* p, const int16_t* w, int taps) {
-    int32x4_t acc = vdupq_n_s32(0);
-    for (int k = 0; k < taps; k += 2) {
-        const int16x4x2_t pair = vld2_dup_s16(w + k);
-        const int16x4_t both = vreinterpret_s16_s32(
-            vzip_s32(vreinterpret_s32_s16(pair.val[0]), vreinterpret_s32_s16(pair.val[1])).val[0]);
-        acc = vmlal_s16(acc, signed4(vld1_u16(p + 2 * k)), both);
+template <int C>
+void fir_wide(const uint16_t* row, const FirTable& table, uint8_t* out) {
+    const FirTable t = table;
+    const int done = t.cols & ~3;
+    const int32_t *start = t.start, *const end = start + done;
+    const int16_t* w = t.weight;
+    if (t.taps == 2) {
+        for (; start != end; start += 4, w += 8, out += 4 * C) {
+            const int16x8_t pairs = vld1q_s16(w);
+            const int16x4_t w01 = vget_low_s16(pairs), w23 = vget_high_s16(pairs);
+            const Starts at = four_starts(start);
+            store_columns4<C>(out, two_taps<C, 0>(row + at.a, w01), two_taps<C, 2>(row + at.b, w01),
+                              two_taps<C, 0>(row + at.c, w23), two_taps<C, 2>(row + at.d, w23));
+        }
+    } else if (t.taps == 4) {
+        const int32x4_t zero = vdupq_n_s32(0);
+        for (; start != end; start += 4, w += 16, out += 4 * C) {
+            const Starts at = four_starts(start);
+            store_columns4<C>(out, four_taps<C>(zero, row + at.a, w), four_taps<C>(zero, row + at.b, w + 4),
+                              four_taps<C>(zero, row + at.c, w + 8), four_taps<C>(zero, row + at.d, w + 12));
+        }
+    } else {
+        for (; start != end; out += 4 * C) {
+            int32x4_t sum[4];
+#pragma GCC unroll 1
+            for (int c = 0; c < 4; ++c, ++start, w += t.taps)
+                sum[c] = many_taps<C>(row + *start, w, t.taps);
+            store_columns4<C>(out, sum[0], sum[1], sum[2], sum[3]);
+        }
     }
-    return vadd_s32(vget_low_s32(acc), vget_high_s32(acc));
-}
-
-inline int32x4_t fir2_two(const uint16_t* row, const FirTable& t, int i) {
-    return vcombine_s32(fir2_one(row + t.start[i], t.weight + i * t.taps, t.taps),
-                        fir2_one(row + t.start[i + 1], t.weight + (i + 1) * t.taps, t.taps));
-}
-
-inline uint8x8_t bytes8(int32x4_t a, int32x4_t b) {
-    return vqmovn_u16(vcombine_u16(vqmovun_s32(vrshrq_n_s32(a, 20)), vqmovun_s32(vrshrq_n_s32(b, 20))));
-}
-
-void fir1(const uint16_t* row, const FirTable& t, uint8_t* out) {
-    int i = 0;
-    if (t.taps == 2)
-        for (; i + 8 <= t.cols; i += 8)
-            vst1_u8(out + i, bytes_of(fir1_two_taps(row, t.start + i, t.weight + 2 * i),
-                                      fir1_two_taps(row, t.start + i + 4, t.weight + 2 * i + 8)));
-    for (; i + 8 <= t.cols; i += 8)
-        vst1_u8(out + i, bytes8(fir1_four(row, t, i), fir1_four(row, t, i + 4)));
-    fir_to_8_loop<1>(row, t, out, i);
-}
-
-void fir1_to_16(const uint16_t* row, const FirTable& t, uint16_t* out) {
-    int i = 0;
-    for (; i + 4 <= t.cols; i += 4)
-        vst1_u16(out + i, vqrshrun_n_s32(fir1_four(row, t, i), 14));
-    fir_to_16_loop<1>(row, t, out, i);
-}
-
-void fir2(const uint16_t* row, const FirTable& t, uint8_t* out) {
-    int i = 0;
-    if (t.taps == 2)
-        for (; i + 4 <= t.cols; i += 4)
-            vst1_u8(out + 2 * i, bytes_of(fir2_two_taps(row, t.start + i, t.weight + 2 * i),
-                                          fir2_two_taps(row, t.start + i + 2, t.weight + 2 * i + 4)));
-    for (; i + 4 <= t.cols; i += 4)
-        vst1_u8(out + 2 * i, bytes8(fir2_two(row, t, i), fir2_two(row, t, i + 2)));
-    fir_to_8_loop<2>(row, t, out, i);
-}
-
-void fir2_to_16(const uint16_t* row, const FirTable& t, uint16_t* out) {
-    int i = 0;
-    for (; i + 2 <= t.cols; i += 2)
-        vst1_u16(out + 2 * i, vqrshrun_n_s32(fir2_two(row, t, i), 14));
-    fir_to_16_loop<2>(row, t, out, i);
+    fir_to_8_loop<C>(row, t, out - done * C, done);
 }
 
 template <int C>
-void bilinear_wide(const uint8_t* a, const uint8_t* b, int weight, const FirTable& t, uint8_t* out) {
-    const int16_t down = static_cast<int16_t>(weight);
+void fir_wide_to_16(const uint16_t* row, const FirTable& table, uint16_t* out) {
+    const FirTable t = table;
+    int i = 0;
+    if (t.taps == 2)
+        for (; i + 4 < t.cols; i += 4) { // a store of four words may run into the next column's
+            const int16x8_t pairs = vld1q_s16(t.weight + 2 * i);
+            const int16x4_t w01 = vget_low_s16(pairs), w23 = vget_high_s16(pairs);
+            const Starts at = four_starts(t.start + i);
+            uint16_t* to = out + i * C;
+            vst1_u16(to, vqrshrun_n_s32(two_taps<C, 0>(row + at.a, w01), 14));
+            vst1_u16(to + C, vqrshrun_n_s32(two_taps<C, 2>(row + at.b, w01), 14));
+            vst1_u16(to + 2 * C, vqrshrun_n_s32(two_taps<C, 0>(row + at.c, w23), 14));
+            vst1_u16(to + 3 * C, vqrshrun_n_s32(two_taps<C, 2>(row + at.d, w23), 14));
+        }
+    fir_to_16_loop<C>(row, t, out, i);
+}
+
+inline uint32x2_t load_words2(const void* a, const void* b) {
+    return vld1_lane_u32(static_cast<const uint32_t*>(b), vld1_dup_u32(static_cast<const uint32_t*>(a)), 1);
+}
+
+struct Sums8 {
+    int32x4_t a, b;
+};
+
+/// Two taps of eight columns of one channel.
+inline Sums8 fir1_two_taps(const uint16_t* row, const int32_t* start, const int16_t* weight) {
+    const Starts s = four_starts(start), t = four_starts(start + 4);
+    const uint32x4_t first = vcombine_u32(load_words2(row + s.a, row + s.b), load_words2(row + s.c, row + s.d));
+    const uint32x4_t last = vcombine_u32(load_words2(row + t.a, row + t.b), load_words2(row + t.c, row + t.d));
+    const int16x8x2_t v = vuzpq_s16(vreinterpretq_s16_u32(first), vreinterpretq_s16_u32(last));
+    const int16x8x2_t w = vld2q_s16(weight);
+    const int32x4_t a = vmull_s16(vget_low_s16(v.val[0]), vget_low_s16(w.val[0]));
+    const int32x4_t b = vmull_s16(vget_high_s16(v.val[0]), vget_high_s16(w.val[0]));
+    return {vmlal_s16(a, vget_low_s16(v.val[1]), vget_low_s16(w.val[1])),
+            vmlal_s16(b, vget_high_s16(v.val[1]), vget_high_s16(w.val[1]))};
+}
+
+/// Four or more taps of four columns of one channel.
+inline int32x4_t fir1_four(const uint16_t* row, const FirTable& t, int i) {
+    const Starts at = four_starts(t.start + i);
+    const int16_t* w = t.weight + i * t.taps;
+    const auto column = [&](const uint16_t* p) {
+        int32x4_t acc = vmull_s16(signed4(vld1_u16(p)), vld1_s16(w));
+        int k = 4;
+        for (; k + 4 <= t.taps; k += 4)
+            acc = vmlal_s16(acc, signed4(vld1_u16(p + k)), vld1_s16(w + k));
+        if (k < t.taps) { // two more: of the last four weights the first two have been used
+            const int16x4_t rest = vreinterpret_s16_u64(vshr_n_u64(vreinterpret_u64_s16(vld1_s16(w + k - 2)), 32));
+            acc = vmlal_s16(acc, signed4(vld1_u16(p + k)), rest);
+        }
+        w += t.taps;
+        return vpadd_s32(vget_low_s32(acc), vget_high_s32(acc));
+    };
+    const int32x2_t a = column(row + at.a), b = column(row + at.b), c = column(row + at.c), d = column(row + at.d);
+    return vcombine_s32(vpadd_s32(a, b), vpadd_s32(c, d));
+}
+
+void fir1(const uint16_t* row, const FirTable& table, uint8_t* out) {
+    const FirTable t = table;
+    int i = 0;
+    if (t.taps == 2)
+        for (; i + 8 <= t.cols; i += 8) {
+            const Sums8 sums = fir1_two_taps(row, t.start + i, t.weight + 2 * i);
+            vst1_u8(out + i, bytes_of(sums.a, sums.b));
+        }
+    else
+        for (; i + 8 <= t.cols; i += 8)
+            vst1_u8(out + i, bytes_of(fir1_four(row, t, i), fir1_four(row, t, i + 4)));
+    fir_to_8_loop<1>(row, t, out, i);
+}
+
+void fir1_to_16(const uint16_t* row, const FirTable& table, uint16_t* out) {
+    const FirTable t = table;
+    int i = 0;
+    if (t.taps == 2)
+        for (; i + 8 <= t.cols; i += 8) {
+            const Sums8 sums = fir1_two_taps(row, t.start + i, t.weight + 2 * i);
+            vst1_u16(out + i, vqrshrun_n_s32(sums.a, 14));
+            vst1_u16(out + i + 4, vqrshrun_n_s32(sums.b, 14));
+        }
+    fir_to_16_loop<1>(row, t, out, i);
+}
+
+/// Two taps of two columns of two channels, from a pair of each; the weights are those of the one and of the other.
+inline int32x4_t fir2_two_taps(int32x4_t acc, const uint16_t* a, const uint16_t* b, int16x4_t first,
+                               int16x4_t second) {
+    const int32x2x2_t taps = vtrn_s32(vreinterpret_s32_u16(vld1_u16(a)), vreinterpret_s32_u16(vld1_u16(b)));
+    return vmlal_s16(vmlal_s16(acc, vreinterpret_s16_s32(taps.val[0]), first), vreinterpret_s16_s32(taps.val[1]),
+                     second);
+}
+
+/// Sums of four columns of two channels.
+inline Sums8 fir2_four(const uint16_t* row, const FirTable& t, int i) {
+    const Starts at = four_starts(t.start + i);
+    const uint16_t *a = row + at.a, *b = row + at.b, *c = row + at.c, *d = row + at.d;
+    const int16_t* w = t.weight + i * t.taps;
+    Sums8 sums = {vdupq_n_s32(0), vdupq_n_s32(0)};
+    const auto add = [&](int k, int16x8_t pairs) {
+        const int16x8x2_t twice = vtrnq_s16(pairs, pairs); // first weight of each column twice, then the second
+        sums.a = fir2_two_taps(sums.a, a + k, b + k, vget_low_s16(twice.val[0]), vget_low_s16(twice.val[1]));
+        sums.b = fir2_two_taps(sums.b, c + k, d + k, vget_high_s16(twice.val[0]), vget_high_s16(twice.val[1]));
+    };
+    if (t.taps == 2)
+        add(0, vld1q_s16(w));
+    else
+        for (int k = 0; k < t.taps; k += 2, w += 2)
+            add(2 * k, vreinterpretq_s16_u32(
+                           vcombine_u32(load_words2(w, w + t.taps), load_words2(w + 2 * t.taps, w + 3 * t.taps))));
+    return sums;
+}
+
+void fir2(const uint16_t* row, const FirTable& table, uint8_t* out) {
+    const FirTable t = table;
+    int i = 0;
+    for (; i + 4 <= t.cols; i += 4) {
+        const Sums8 sums = fir2_four(row, t, i);
+        vst1_u8(out + 2 * i, bytes_of(sums.a, sums.b));
+    }
+    fir_to_8_loop<2>(row, t, out, i);
+}
+
+void fir2_to_16(const uint16_t* row, const FirTable& table, uint16_t* out) {
+    const FirTable t = table;
+    int i = 0;
+    for (; i + 4 <= t.cols; i += 4) {
+        const Sums8 sums = fir2_four(row, t, i);
+        vst1_u16(out + 2 * i, vqrshrun_n_s32(sums.a, 14));
+        vst1_u16(out + 2 * i + 4, vqrshrun_n_s32(sums.b, 14));
+    }
+    fir_to_16_loop<2>(row, t, out, i);
+}
+
+/// Sums of neighbours.
+inline int32x4_t add_pairs(int32x4_t a, int32x4_t b) {
+    const int32x4x2_t apart = vuzpq_s32(a, b);
+    return vaddq_s32(apart.val[0], apart.val[1]);
+}
+
+template <int C>
+void bilinear_wide(const uint8_t* a, const uint8_t* b, int weight, const FirTable& table, uint8_t* out) {
+    const FirTable t = table;
+    const int16x8_t down = weights8(weight);
     int safe = t.cols; // loads of eight bytes stay inside the row
     while (safe > 0 && t.start[safe - 1] + 8 > t.row_elements)
         --safe;
@@ -576,15 +706,15 @@ void bilinear_wide(const uint8_t* a, const uint8_t* b, int weight, const FirTabl
     };
     int i = 0;
     for (; i + 3 <= safe; i += 2)
-        store_columns2<C>(out + i * C, column(i), column(i + 1));
+        store_columns2<C>(out + i * C, bytes_of(column(i), column(i + 1)));
     bilinear_at_loop<C>(a, b, weight, t, out, i);
 }
 
-void bilinear1(const uint8_t* a, const uint8_t* b, int weight, const FirTable& t, uint8_t* out) {
-    const int16_t down = static_cast<int16_t>(weight);
-    const auto four = [](const uint8_t* row, const int32_t* start) {
-        uint16x4_t v = vdup_n_u16(0); // two bytes of each of four columns
-        v = vld1_lane_u16(reinterpret_cast<const uint16_t*>(row + start[0]), v, 0);
+void bilinear1(const uint8_t* a, const uint8_t* b, int weight, const FirTable& table, uint8_t* out) {
+    const FirTable t = table;
+    const int16x8_t down = weights8(weight);
+    const auto four = [](const uint8_t* row, const int32_t* start) { // two bytes of each of four columns
+        uint16x4_t v = vld1_dup_u16(reinterpret_cast<const uint16_t*>(row + start[0]));
         v = vld1_lane_u16(reinterpret_cast<const uint16_t*>(row + start[1]), v, 1);
         v = vld1_lane_u16(reinterpret_cast<const uint16_t*>(row + start[2]), v, 2);
         v = vld1_lane_u16(reinterpret_cast<const uint16_t*>(row + start[3]), v, 3);
@@ -593,24 +723,20 @@ void bilinear1(const uint8_t* a, const uint8_t* b, int weight, const FirTable& t
     const auto sums = [&](int i) {
         const int16x8_t v = mix8(four(a, t.start + i), four(b, t.start + i), down);
         const int16x8_t w = vld1q_s16(t.weight + 2 * i);
-        const int32x4_t p = vmull_s16(vget_low_s16(v), vget_low_s16(w)),
-                        q = vmull_s16(vget_high_s16(v), vget_high_s16(w));
-        return vcombine_s32(vpadd_s32(vget_low_s32(p), vget_high_s32(p)),
-                            vpadd_s32(vget_low_s32(q), vget_high_s32(q)));
+        return add_pairs(vmull_s16(vget_low_s16(v), vget_low_s16(w)), vmull_s16(vget_high_s16(v), vget_high_s16(w)));
     };
     int i = 0;
     for (; i + 8 <= t.cols; i += 8)
-        vst1_u8(out + i, bytes8(sums(i), sums(i + 4)));
+        vst1_u8(out + i, bytes_of(sums(i), sums(i + 4)));
     bilinear_at_loop<1>(a, b, weight, t, out, i);
 }
 
-void bilinear2(const uint8_t* a, const uint8_t* b, int weight, const FirTable& t, uint8_t* out) {
-    const int16_t down = static_cast<int16_t>(weight);
+void bilinear2(const uint8_t* a, const uint8_t* b, int weight, const FirTable& table, uint8_t* out) {
+    const FirTable t = table;
+    const int16x8_t down = weights8(weight);
     const auto two = [](const uint8_t* row, const int32_t* start) { // four bytes of each of two columns
-        uint32x2_t v = vdup_n_u32(0);
-        v = vld1_lane_u32(reinterpret_cast<const uint32_t*>(row + start[0]), v, 0);
-        v = vld1_lane_u32(reinterpret_cast<const uint32_t*>(row + start[1]), v, 1);
-        return vreinterpret_u8_u32(v);
+        const uint32x2_t v = vld1_dup_u32(reinterpret_cast<const uint32_t*>(row + start[0]));
+        return vreinterpret_u8_u32(vld1_lane_u32(reinterpret_cast<const uint32_t*>(row + start[1]), v, 1));
     };
     const auto sums = [&](int i) {
         const int16x8_t v = mix8(two(a, t.start + i), two(b, t.start + i), down);
@@ -621,7 +747,7 @@ void bilinear2(const uint8_t* a, const uint8_t* b, int weight, const FirTable& t
     };
     int i = 0;
     for (; i + 4 <= t.cols; i += 4)
-        vst1_u8(out + 2 * i, bytes8(sums(i), sums(i + 2)));
+        vst1_u8(out + 2 * i, bytes_of(sums(i), sums(i + 2)));
     bilinear_at_loop<2>(a, b, weight, t, out, i);
 }
 
@@ -649,6 +775,62 @@ void halve(const uint8_t* a, const uint8_t* b, uint8_t* out, int cols) {
         if (x + 8 >= cols)
             return;
     }
+}
+
+// 16-bit samples. NEON adds and multiplies single precision as the plain loops do: none of these numbers is too small
+// for it.
+
+void wide_rows(const WideRows& table, float* out, int n) {
+    const WideRows rows = table;
+    const uint8_t* last = rows.first + (rows.count - 1) * rows.pitch;
+    const auto load = [](const uint8_t* row, int i) { return vreinterpretq_u16_u8(vld1q_u8(row + 2 * i)); };
+    const auto floats = [](uint16x4_t v) { return vcvtq_f32_u32(vmovl_u16(v)); };
+    int i = 0;
+    for (; i + 8 <= n; i += 8) {
+        const uint16x8_t first = load(rows.first, i);
+        float32x4_t lo = floats(vget_low_u16(first)), hi = floats(vget_high_u16(first));
+        const auto add = [&](float32x4_t l, float32x4_t h, float weight) {
+            lo = vaddq_f32(lo, vmulq_n_f32(l, weight));
+            hi = vaddq_f32(hi, vmulq_n_f32(h, weight));
+        };
+        if (rows.count > 1) {
+            const uint16x8_t end = load(last, i);
+            lo = vmulq_n_f32(lo, rows.first_weight), hi = vmulq_n_f32(hi, rows.first_weight);
+            add(floats(vget_low_u16(end)), floats(vget_high_u16(end)), rows.last_weight);
+        }
+        if (rows.count > 2) {
+            uint32x4_t sum_lo = vdupq_n_u32(0), sum_hi = sum_lo;
+            const uint8_t* p = rows.first;
+            for (int k = rows.count - 2; k > 0; --k) {
+                const uint16x8_t v = load(p += rows.pitch, i);
+                sum_lo = vaddw_u16(sum_lo, vget_low_u16(v));
+                sum_hi = vaddw_u16(sum_hi, vget_high_u16(v));
+            }
+            add(vcvtq_f32_u32(sum_lo), vcvtq_f32_u32(sum_hi), rows.inner_weight);
+        }
+        vst1q_f32(out + i, lo);
+        vst1q_f32(out + i + 4, hi);
+    }
+    wide_rows_loop(rows, out, n, i);
+}
+
+void wide_fir(const float* row, const WideFir& table, uint8_t* out) {
+    const WideFir t = table;
+    int i = 0;
+    for (; i + 4 <= t.cols; i += 4) {
+        const int32_t* start = t.start + i;
+        const float *a = row + start[0], *b = row + start[1], *c = row + start[2], *d = row + start[3];
+        const float* w = t.weight + i;
+        float32x4_t sum = vdupq_n_f32(0);
+        for (int k = 0; k < t.taps; ++k, w += t.cols) {
+            const float32x2_t ab = vld1_lane_f32(b++, vld1_dup_f32(a++), 1),
+                              cd = vld1_lane_f32(d++, vld1_dup_f32(c++), 1);
+            sum = vaddq_f32(sum, vmulq_f32(vcombine_f32(ab, cd), vld1q_f32(w)));
+        }
+        const uint32x4_t v = vcvtq_u32_f32(vaddq_f32(sum, vdupq_n_f32(0.5f)));
+        vst1_u8(out + 2 * i, vreinterpret_u8_u16(vqmovn_u32(v)));
+    }
+    wide_fir_loop(row, t, out, i);
 }
 
 // -------------------------------------------------------------------------------------------------- affine
@@ -831,6 +1013,8 @@ Kernels make_table() {
     k.blend8_to_8 = blend8_to_8;
     k.blend16_to_8 = blend16_to_8;
     k.box_rows = box_rows;
+    k.wide_rows = wide_rows;
+    k.wide_fir = wide_fir;
     k.fir_to_8[0] = fir1;
     k.fir_to_8[1] = fir2;
     k.fir_to_8[2] = fir_wide<3>;

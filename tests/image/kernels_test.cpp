@@ -14,6 +14,22 @@ namespace {
 
 constexpr int kWidths[] = {1, 2, 3, 5, 8, 14, 15, 16, 17, 18, 30, 31, 32, 33, 34, 47, 62, 64, 66, 97, 130};
 
+struct Row {
+    int width;
+    size_t off; ///< bytes between its end and the fence
+};
+
+/// Every width at the fence, and some at every alignment.
+std::vector<Row> rows_to_try() {
+    std::vector<Row> rows;
+    for (int w : kWidths)
+        rows.push_back({w, 0});
+    for (size_t off = 1; off < 16; ++off)
+        for (int w : {17, 34, 66})
+            rows.push_back({w, off});
+    return rows;
+}
+
 class KernelsTest : public testing::Test {
 protected:
     void SetUp() override {
@@ -35,8 +51,8 @@ protected:
         return p;
     }
 
-    const uint16_t* words(size_t count, size_t slack = 0) {
-        return reinterpret_cast<const uint16_t*>(noise((count + slack) * 2, 0, 16320));
+    const uint16_t* words(size_t count, size_t off = 0) {
+        return reinterpret_cast<const uint16_t*>(noise(count * 2, off & ~size_t{1}, 16320));
     }
 
     /// Runs a kernel of both builds into fenced outputs and compares them.
@@ -54,59 +70,91 @@ protected:
 };
 
 TEST_F(KernelsTest, Colour) {
-    for (int w : kWidths)
-        for (size_t off : {0, 1, 7}) {
-            const int even = (w + 1) & ~1;
-            const uint8_t *y = noise(even, off), *u = noise(even / 2, off), *v = noise(even / 2, off);
-            const uint8_t *pairs = noise(even, off), *packed = noise(2 * even, off);
-            for (int chroma = 0; chroma < kChromaKinds; ++chroma)
-                for (int rgb = 0; rgb < kRgbKinds; ++rgb)
-                    same(even * (rgb < kRGBA ? 3 : 4), off, [&](const Kernels& k, uint8_t* out) {
-                        k.yuv_to_rgb[chroma][rgb](chroma >= kPackedYUYV ? packed : y, chroma == kPlanar ? u : pairs,
-                                                  v, out, even);
-                    });
-            const uint8_t *a = noise(4 * even, off), *b = noise(4 * even, off);
-            for (int rgb = 0; rgb < kRgbKinds; ++rgb) {
-                const int n = rgb < kRGBA ? 3 : 4; // the rows end at the fence whatever the pixel size
-                const uint8_t *p = a + (4 - n) * even, *q = b + (4 - n) * even, *gray = a + (4 - n) * w;
-                for (int chroma = 0; chroma < 3; ++chroma) {
-                    same(3 * even, off, [&](const Kernels& k, uint8_t* out) {
-                        uint8_t* uv = out + 2 * even;
-                        k.rgb_to_yuv420[chroma][rgb](p, q, out, out + even, uv, uv + even / 2, even);
-                    });
-                    same(2 * even, off, [&](const Kernels& k, uint8_t* out) {
-                        k.rgb_to_yuv422[chroma][rgb](p, out, out + even, out + even + even / 2, even);
-                    });
-                }
-                same(w, off, [&](const Kernels& k, uint8_t* out) { k.rgb_to_gray[rgb](gray, out, w); });
+    for (const auto& [width, off] : rows_to_try()) {
+        const int w = width; // a lambda of this standard cannot take it from the binding
+        const int even = (w + 1) & ~1;
+        const uint8_t *y = noise(even, off), *u = noise(even / 2, off), *v = noise(even / 2, off);
+        const uint8_t *pairs = noise(even, off), *packed = noise(2 * even, off);
+        for (int chroma = 0; chroma < kChromaKinds; ++chroma)
+            for (int rgb = 0; rgb < kRgbKinds; ++rgb)
+                same(even * (rgb < kRGBA ? 3 : 4), off, [&](const Kernels& k, uint8_t* out) {
+                    k.yuv_to_rgb[chroma][rgb](chroma >= kPackedYUYV ? packed : y, chroma == kPlanar ? u : pairs, v,
+                                              out, even);
+                });
+        const uint8_t *a = noise(4 * even, off), *b = noise(4 * even, off);
+        for (int rgb = 0; rgb < kRgbKinds; ++rgb) {
+            const int n = rgb < kRGBA ? 3 : 4; // the rows end at the fence whatever the pixel size
+            const uint8_t *p = a + (4 - n) * even, *q = b + (4 - n) * even, *gray = a + (4 - n) * w;
+            for (int chroma = 0; chroma < 3; ++chroma) {
+                same(3 * even, off, [&](const Kernels& k, uint8_t* out) {
+                    uint8_t* uv = out + 2 * even;
+                    k.rgb_to_yuv420[chroma][rgb](p, q, out, out + even, uv, uv + even / 2, even);
+                });
+                same(2 * even, off, [&](const Kernels& k, uint8_t* out) {
+                    k.rgb_to_yuv422[chroma][rgb](p, out, out + even, out + even + even / 2, even);
+                });
             }
-            const uint8_t *gray = noise(w, off), *gray16 = noise(2 * w, off);
-            for (int n : {3, 4})
-                same(n * w, off, [&](const Kernels& k, uint8_t* out) { k.gray_to_rgb[n - 3](gray, out, w); });
-            same(w, off, [&](const Kernels& k, uint8_t* out) { k.gray16_to_8(gray16, out, w); });
+            same(w, off, [&](const Kernels& k, uint8_t* out) { k.rgb_to_gray[rgb](gray, out, w); });
         }
+        const uint8_t *gray = noise(w, off), *gray16 = noise(2 * w, off);
+        for (int n : {3, 4})
+            same(n * w, off, [&](const Kernels& k, uint8_t* out) { k.gray_to_rgb[n - 3](gray, out, w); });
+        same(w, off, [&](const Kernels& k, uint8_t* out) { k.gray16_to_8(gray16, out, w); });
+        buffers_.clear();
+    }
 }
 
 TEST_F(KernelsTest, VerticalScaling) {
-    for (int n : kWidths)
+    for (const Row& row : rows_to_try()) {
+        const int n = row.width;
+        const size_t off = row.off, even = off & ~size_t{1};
+        const auto u16 = [](uint8_t* p) { return reinterpret_cast<uint16_t*>(p); };
         for (int weight : {0, 1, 12345, 32767}) {
-            const uint8_t *a = noise(n), *b = noise(n);
-            const uint16_t *wa = words(n), *wb = words(n);
-            same(2 * n, 0, [&](const Kernels& k, uint8_t* o) { k.widen(a, reinterpret_cast<uint16_t*>(o), n); });
-            same(n, 0, [&](const Kernels& k, uint8_t* o) { k.narrow(wa, o, n); });
-            same(2 * n, 0,
-                 [&](const Kernels& k, uint8_t* o) { k.blend8(a, b, weight, reinterpret_cast<uint16_t*>(o), n); });
-            same(n, 0, [&](const Kernels& k, uint8_t* o) { k.blend8_to_8(a, b, weight, o, n); });
-            same(n, 0, [&](const Kernels& k, uint8_t* o) { k.blend16_to_8(wa, wb, weight, o, n); });
+            const uint8_t *a = noise(n, off), *b = noise(n, off);
+            const uint16_t *wa = words(n, off), *wb = words(n, off);
+            same(2 * n, even, [&](const Kernels& k, uint8_t* o) { k.widen(a, u16(o), n); });
+            same(n, off, [&](const Kernels& k, uint8_t* o) { k.narrow(wa, o, n); });
+            same(2 * n, even, [&](const Kernels& k, uint8_t* o) { k.blend8(a, b, weight, u16(o), n); });
+            same(n, off, [&](const Kernels& k, uint8_t* o) { k.blend8_to_8(a, b, weight, o, n); });
+            same(n, off, [&](const Kernels& k, uint8_t* o) { k.blend16_to_8(wa, wb, weight, o, n); });
         }
-    for (int n : {5, 32, 75, 200})
-        for (int count : {1, 2, 3, 7, 100, 300}) {
-            BoxRows rows = {noise(static_cast<size_t>(n) * count), n, count, 9000, 7000, 20000, 0, 0.25};
-            while (count > 2 && rows.inner_shift < 8 && ((count - 2) * 255) << (rows.inner_shift + 1) <= 65535)
+        for (int count : {0, 1, 2, 3, 7, 100, 300}) {
+            const uint8_t* plane = noise(static_cast<size_t>(n) * (count + 2), off);
+            BoxRows rows = {nullptr, nullptr, plane + n, n, count, 9000, 7000, 16000, 0, 0.25};
+            while (count > 0 && rows.inner_shift < 7 && (count * 255) << (rows.inner_shift + 1) <= 32767)
                 ++rows.inner_shift;
-            same(2 * n, 0,
-                 [&](const Kernels& k, uint8_t* o) { k.box_rows(rows, reinterpret_cast<uint16_t*>(o), n); });
+            for (int cut = count ? 0 : 1; cut < 4; ++cut) {
+                rows.top = cut & 1 ? plane : nullptr;
+                rows.bottom = cut & 2 ? plane + (count + 1) * n : nullptr;
+                same(2 * n, even, [&](const Kernels& k, uint8_t* o) { k.box_rows(rows, u16(o), n); });
+            }
         }
+        buffers_.clear();
+    }
+}
+
+TEST_F(KernelsTest, WideSamples) {
+    for (const Row& row : rows_to_try()) {
+        const int n = row.width;
+        for (int count : {1, 2, 3, 9}) {
+            const WideRows rows = {
+                noise(2 * static_cast<size_t>(n) * count, row.off), 2 * n, count, 0.11f, 0.23f, 0.31f};
+            same(4 * n, 0, [&](const Kernels& k, uint8_t* o) { k.wide_rows(rows, reinterpret_cast<float*>(o), n); });
+        }
+        std::vector<float> samples(n + 4), weight(5 * n);
+        std::vector<int32_t> start(n);
+        for (float& v : samples)
+            v = static_cast<float>(random_() % 65536);
+        for (int i = 0; i < n; ++i)
+            start[i] = static_cast<int32_t>(random_() % n);
+        for (float& w : weight)
+            w = static_cast<float>(random_() % 256) / 256; // sums beyond 1 reach the clamp
+        for (int taps : {1, 2, 5}) {
+            const WideFir t = {start.data(), weight.data(), taps, n};
+            same(2 * n, row.off, [&](const Kernels& k, uint8_t* o) { k.wide_fir(samples.data(), t, o); });
+        }
+        buffers_.clear();
+    }
 }
 
 TEST_F(KernelsTest, HorizontalScaling) {
@@ -126,18 +174,19 @@ TEST_F(KernelsTest, HorizontalScaling) {
                     }
                 }
                 const FirTable t = {start.data(), weight.data(), taps, cols, count * channels};
-                const uint16_t* row = words(static_cast<size_t>(count + 16) * channels, 32);
-                const size_t out = static_cast<size_t>(cols) * channels;
-                same(out, 0, [&](const Kernels& k, uint8_t* o) { k.fir_to_8[channels - 1](row, t, o); });
-                same(2 * out, 0, [&](const Kernels& k, uint8_t* o) {
+                const uint16_t* row = words(static_cast<size_t>(count + 16) * channels + 32);
+                const size_t out = static_cast<size_t>(cols) * channels, off = random_() % 16;
+                same(out, off, [&](const Kernels& k, uint8_t* o) { k.fir_to_8[channels - 1](row, t, o); });
+                same(2 * out, off & ~size_t{1}, [&](const Kernels& k, uint8_t* o) {
                     k.fir_to_16[channels - 1](row, t, reinterpret_cast<uint16_t*>(o));
                 });
                 if (taps != 2)
                     continue;
-                const uint8_t *a = noise(count * channels), *b = noise(count * channels);
+                const uint8_t *a = noise(count * channels, off), *b = noise(count * channels);
                 for (int down : {0, 20000})
-                    same(out, 0,
+                    same(out, off,
                          [&](const Kernels& k, uint8_t* o) { k.bilinear_at[channels - 1](a, b, down, t, o); });
+                buffers_.clear();
             }
 }
 
@@ -157,7 +206,7 @@ TEST_F(KernelsTest, AffineSpans) {
             const int n = 1 + static_cast<int>(random_() % 64);
             const auto inside = [&](int count) { return static_cast<int32_t>(random_() % ((count - 1) * 65536u)); };
             const int32_t x0 = inside(kCols), x1 = inside(kCols), y0 = inside(kRows), y1 = inside(kRows);
-            const AffineSpan s = {noise(kCols * kRows * channels),
+            const AffineSpan s = {noise(kCols * kRows * channels, i % 16),
                                   kCols * channels,
                                   kCols,
                                   kRows,
@@ -165,7 +214,7 @@ TEST_F(KernelsTest, AffineSpans) {
                                   y0,
                                   (x1 - x0) / n,
                                   (y1 - y0) / n};
-            same(static_cast<size_t>(n) * channels, 0,
+            same(static_cast<size_t>(n) * channels, i % 16,
                  [&](const Kernels& k, uint8_t* o) { k.affine_span[channels - 1](s, o, n); });
             buffers_.clear();
         }
@@ -173,14 +222,16 @@ TEST_F(KernelsTest, AffineSpans) {
 
 TEST_F(KernelsTest, Orientation) {
     for (int step = 1; step <= 4; ++step)
-        for (int cols : kWidths) {
-            const uint8_t* row = noise(static_cast<size_t>(step) * cols);
-            same(static_cast<size_t>(step) * cols, 0,
+        for (const Row& r : rows_to_try()) {
+            const int cols = r.width;
+            const uint8_t* row = noise(static_cast<size_t>(step) * cols, r.off);
+            same(static_cast<size_t>(step) * cols, r.off,
                  [&](const Kernels& k, uint8_t* o) { k.mirror[step - 1](row, o, cols); });
-            const uint8_t* rows = noise(static_cast<size_t>(step) * cols * 16);
-            same(static_cast<size_t>(step) * cols * 16, 0, [&](const Kernels& k, uint8_t* o) {
+            const uint8_t* rows = noise(static_cast<size_t>(step) * cols * 16, r.off);
+            same(static_cast<size_t>(step) * cols * 16, r.off, [&](const Kernels& k, uint8_t* o) {
                 k.transpose16[step - 1](rows, static_cast<ptrdiff_t>(step) * cols, o, 16 * step, cols);
             });
+            buffers_.clear();
         }
 }
 

@@ -9,13 +9,8 @@ namespace {
 
 constexpr int kMaxFirTaps = 16; // beyond, Q14 weights get too coarse and sums of spans are faster
 
-// Sides are at most 16384, so positions in units of 1 / (2 * den) fit in 31 bits: no 64-bit division, which a 32-bit
-// processor does in software.
+// Positions in units of 1 / (2 * den) fit in 31 bits.
 static_assert(kMaxSide <= 16384);
-
-int floor_div(int a, int b) { return a >= 0 ? a / b : -((-a + b - 1) / b); }
-
-int rounded_div(int a, int b) { return (a + b / 2) / b; } // both positive
 
 // Two samples and the share of the second.
 struct Tap {
@@ -23,19 +18,18 @@ struct Tap {
     int part; // of 2 * den
 };
 
-Tap bilinear_tap(const AxisMap& m, int i) {
-    const int at = (2 * i + 1) * m.num + (m.offset - 1) * m.den, unit = 2 * m.den;
-    const int index = floor_div(at, unit);
-    if (index < 0)
+Tap bilinear_tap(const AxisMap& m, const Divider& unit, int i) {
+    const int at = (2 * i + 1) * m.num + (m.offset - 1) * m.den;
+    if (at < 0)
         return {0, 0};
+    const auto [index, part] = unit(at);
     if (index >= m.src_count - 1)
         return {m.src_count - 1, 0};
-    return {index, at - index * unit};
+    return {index, part};
 }
 
-int nearest_tap(const AxisMap& m, int i) {
-    const int at = (2 * i + 1) * m.num + m.offset * m.den, unit = 2 * m.den;
-    return std::clamp(floor_div(at, unit), 0, m.src_count - 1);
+int nearest_tap(const AxisMap& m, const Divider& unit, int i) {
+    return std::min(unit((2 * i + 1) * m.num + m.offset * m.den).quotient, m.src_count - 1);
 }
 
 // The samples under an interval; coverage in units of 1 / (2 * den), summing to 2 * num.
@@ -46,32 +40,25 @@ struct Span {
     int last_cover; // 0 when first == last
 };
 
-Span box_span(const AxisMap& m, int i) {
-    const int unit = 2 * m.den, length = 2 * m.num;
+Span box_span(const AxisMap& m, const Divider& unit, int i) {
+    const int whole = 2 * m.den, length = 2 * m.num;
     const int begin = 2 * i * m.num + m.offset * m.den, end = begin + length;
     const int most = m.src_count - 1;
-    const int first = std::clamp(floor_div(begin, unit), 0, most);
-    const int last = std::clamp(floor_div(end - 1, unit), first, most);
-    if (first == last)
-        return {first, last, length, 0};
-    return {first, last, (first + 1) * unit - begin, end - last * unit};
+    const auto [begin_at, begin_part] = unit(begin);
+    const int first = std::min(begin_at, most);
+    const int last = std::min(unit(end - 1).quotient, most);
+    if (first >= last)
+        return {first, first, length, 0};
+    return {first, last, whole - begin_part, end - last * whole};
 }
 
-int longest_span(const AxisMap& m) {
+int longest_span(const AxisMap& m, const Divider& unit) {
     int most = 1;
     for (int i = 0; i < m.dst_count; ++i) {
-        const Span s = box_span(m, i);
+        const Span s = box_span(m, unit, i);
         most = std::max(most, s.last - s.first + 1);
     }
     return most;
-}
-
-float blend_float(float a, float b, float weight) { return a + (b - a) * weight; }
-
-uint16_t load16(const uint8_t* p) {
-    uint16_t v;
-    std::memcpy(&v, p, sizeof v);
-    return v;
 }
 
 void copy_rows(const PlaneView& src, int src_first, int y0, const PlaneView& dst) {
@@ -112,6 +99,8 @@ bool PlaneScaler::init(Scratch& scratch, int channels, bool wide, const AxisMap&
     kernels_ = &kernels();
     x_ = x;
     y_ = y;
+    y_unit_ = Divider(2 * y.den);
+    y_length_ = Divider(2 * y.num);
     channels_ = channels;
     wide_ = wide;
     step_ = wide ? 2 : channels;
@@ -125,7 +114,7 @@ bool PlaneScaler::init(Scratch& scratch, int channels, bool wide, const AxisMap&
         return build_nearest(scratch);
     }
     if (wide)
-        return build_float(scratch);
+        return build_wide(scratch);
     if (halves(x) && halves(y)) {
         way_ = Way::halve;
         return true;
@@ -151,7 +140,7 @@ bool PlaneScaler::init(Scratch& scratch, int channels, bool wide, const AxisMap&
     } else {
         way_ = Way::vertical_first;
     }
-    use_spans_ = x.filter == Filter::box && longest_span(x) > kMaxFirTaps;
+    use_spans_ = x.filter == Filter::box && longest_span(x, Divider(2 * x.den)) > kMaxFirTaps;
     return use_spans_ ? build_spans(scratch) : build_fir(scratch);
 }
 
@@ -159,13 +148,15 @@ bool PlaneScaler::build_nearest(Scratch& scratch) {
     start_ = scratch.take<int32_t>(x_.dst_count);
     if (!start_)
         return false;
+    const Divider unit(2 * x_.den);
     for (int i = 0; i < x_.dst_count; ++i)
-        start_[i] = nearest_tap(x_, i) * step_;
+        start_[i] = nearest_tap(x_, unit, i) * step_;
     return true;
 }
 
 bool PlaneScaler::build_fir(Scratch& scratch) {
-    const int taps = x_.filter == Filter::bilinear ? 2 : (longest_span(x_) + 1) & ~1;
+    const Divider unit(2 * x_.den), length(2 * x_.num);
+    const int taps = x_.filter == Filter::bilinear ? 2 : (longest_span(x_, unit) + 1) & ~1;
     int32_t* start = scratch.take<int32_t>(x_.dst_count);
     int16_t* weight = scratch.take<int16_t>(static_cast<size_t>(x_.dst_count) * taps);
     if (!start || !weight)
@@ -173,8 +164,8 @@ bool PlaneScaler::build_fir(Scratch& scratch) {
     fir_ = {start, weight, taps, x_.dst_count, x_.src_count * channels_};
     for (int i = 0; i < x_.dst_count; ++i, weight += taps) {
         if (x_.filter == Filter::bilinear) {
-            Tap t = bilinear_tap(x_, i);
-            int second = rounded_div(t.part * 16384, 2 * x_.den);
+            Tap t = bilinear_tap(x_, unit, i);
+            int second = unit.share(t.part, 14);
             if (t.index == x_.src_count - 1 && t.index > 0) { // never read behind the row
                 --t.index;
                 second = 16384;
@@ -184,15 +175,14 @@ bool PlaneScaler::build_fir(Scratch& scratch) {
             weight[1] = static_cast<int16_t>(second);
         } else {
             // Differences of rounded running sums: the weights add up to 16384 whatever the span.
-            const Span s = box_span(x_, i);
-            const int length = 2 * x_.num;
+            const Span s = box_span(x_, unit, i);
             int covered = 0;
             int before = 0;
             start[i] = s.first * channels_;
             for (int k = 0; k < taps; ++k) {
                 const int at = s.first + k;
                 covered += at > s.last ? 0 : at == s.first ? s.first_cover : at == s.last ? s.last_cover : 2 * x_.den;
-                const int now = rounded_div(covered * 16384, length);
+                const int now = length.share(covered, 14);
                 weight[k] = static_cast<int16_t>(now - before);
                 before = now;
             }
@@ -207,45 +197,48 @@ bool PlaneScaler::build_spans(Scratch& scratch) {
     uint16_t* weight = scratch.take<uint16_t>(2 * static_cast<size_t>(x_.dst_count));
     if (!start || !inner || !weight)
         return false;
-    const int unit = 2 * x_.den;
+    const Divider unit(2 * x_.den);
     for (int i = 0; i < x_.dst_count; ++i) {
-        const Span s = box_span(x_, i);
+        const Span s = box_span(x_, unit, i);
         start[i] = s.first * channels_;
         inner[i] = s.last - s.first - 1;
-        weight[2 * i] = static_cast<uint16_t>(rounded_div(s.first_cover * 4096, unit));
-        weight[2 * i + 1] = static_cast<uint16_t>(rounded_div(s.last_cover * 4096, unit));
+        weight[2 * i] = static_cast<uint16_t>(unit.share(s.first_cover, 12));
+        weight[2 * i + 1] = static_cast<uint16_t>(unit.share(s.last_cover, 12));
     }
     spans_ = {start, inner, weight, static_cast<double>(x_.den) / (64.0 * 4096.0 * x_.num), x_.dst_count};
     return true;
 }
 
 // 16-bit samples are scaled in single precision: 24 bits hold a sample and eight fractional bits.
-bool PlaneScaler::build_float(Scratch& scratch) {
+bool PlaneScaler::build_wide(Scratch& scratch) {
     way_ = Way::vertical_first;
-    ftaps_ = x_.filter == Filter::bilinear ? 2 : longest_span(x_);
-    start_ = scratch.take<int32_t>(x_.dst_count);
-    fweight_ = scratch.take<float>(static_cast<size_t>(x_.dst_count) * ftaps_);
-    frow_ = scratch.take<float>(static_cast<size_t>(x_.src_count) + ftaps_);
-    if (!start_ || !fweight_ || !frow_)
+    const Divider unit(2 * x_.den);
+    const int taps = x_.filter == Filter::bilinear ? 2 : longest_span(x_, unit);
+    int32_t* start = scratch.take<int32_t>(x_.dst_count);
+    float* weight = scratch.take<float>(static_cast<size_t>(x_.dst_count) * taps);
+    wide_row_ = scratch.take<float>(static_cast<size_t>(x_.src_count) + taps);
+    if (!start || !weight || !wide_row_)
         return false;
-    std::fill_n(frow_ + x_.src_count, ftaps_, 0.0f);
-    for (int i = 0; i < x_.dst_count; ++i) {
-        float* weight = fweight_ + static_cast<ptrdiff_t>(i) * ftaps_;
+    std::fill_n(wide_row_ + x_.src_count, taps, 0.0f);
+    wide_fir_ = {start, weight, taps, x_.dst_count};
+    const float part_of_unit = 1.0f / static_cast<float>(2 * x_.den);
+    const float part_of_length = 1.0f / static_cast<float>(2 * x_.num);
+    for (int i = 0; i < x_.dst_count; ++i, ++weight) {
         if (x_.filter == Filter::bilinear) {
-            const Tap t = bilinear_tap(x_, i);
-            start_[i] = t.index;
-            weight[1] = static_cast<float>(static_cast<double>(t.part) / (2.0 * x_.den));
-            weight[0] = 1.0f - weight[1];
+            const Tap t = bilinear_tap(x_, unit, i);
+            start[i] = t.index;
+            weight[x_.dst_count] = static_cast<float>(t.part) * part_of_unit;
+            weight[0] = 1.0f - weight[x_.dst_count];
         } else {
-            const Span s = box_span(x_, i);
-            start_[i] = s.first;
-            for (int k = 0; k < ftaps_; ++k) {
+            const Span s = box_span(x_, unit, i);
+            start[i] = s.first;
+            for (int k = 0; k < taps; ++k) {
                 const int at = s.first + k;
-                const double cover = at > s.last     ? 0
-                                     : at == s.first ? s.first_cover
-                                     : at == s.last  ? s.last_cover
-                                                     : 2 * x_.den;
-                weight[k] = static_cast<float>(cover / (2.0 * x_.num));
+                const int cover = at > s.last     ? 0
+                                  : at == s.first ? s.first_cover
+                                  : at == s.last  ? s.last_cover
+                                                  : 2 * x_.den;
+                weight[static_cast<ptrdiff_t>(k) * x_.dst_count] = static_cast<float>(cover) * part_of_length;
             }
         }
     }
@@ -255,41 +248,59 @@ bool PlaneScaler::build_float(Scratch& scratch) {
 PlaneScaler::Rows PlaneScaler::rows_for(int y) const {
     switch (y_.filter) {
     case Filter::nearest: {
-        const int row = nearest_tap(y_, y);
+        const int row = nearest_tap(y_, y_unit_, y);
         return {row, row, 0};
     }
     case Filter::bilinear: {
-        const Tap t = bilinear_tap(y_, y);
-        const int weight = rounded_div(t.part * 32768, 2 * y_.den);
+        const Tap t = bilinear_tap(y_, y_unit_, y);
+        const int weight = y_unit_.share(t.part, 15);
         if (weight > 32767)
             return {t.index + 1, t.index + 1, 0};
         return {t.index, weight ? t.index + 1 : t.index, weight};
     }
     default: {
-        const Span s = box_span(y_, y);
+        const Span s = box_span(y_, y_unit_, y);
         return {s.first, s.last, 0};
     }
     }
 }
 
 BoxRows PlaneScaler::box_for(int y, const PlaneView& src, int src_first) const {
-    const Span s = box_span(y_, y);
-    const int length = 2 * y_.num;
+    const Span s = box_span(y_, y_unit_, y);
+    const int whole = 2 * y_.den;
     BoxRows b = {};
-    b.first = src.row(s.first - src_first);
     b.pitch = src.pitch;
-    b.count = s.last - s.first + 1;
-    b.first_weight = static_cast<uint16_t>(std::min(32767, rounded_div(s.first_cover * 32768, length)));
-    b.last_weight = static_cast<uint16_t>(std::min(32767, rounded_div(s.last_cover * 32768, length)));
-    const int inner = b.count - 2;
-    if (inner > 0) {
-        while (b.inner_shift < 8 && (inner * 255) << (b.inner_shift + 1) <= 65535)
+    const auto weight = [&](int cover) { return static_cast<int16_t>(std::min(32767, y_length_.share(cover, 15))); };
+    int first = s.first, end = s.last + 1;
+    if (s.first == s.last || s.first_cover != whole) {
+        b.top = src.row(first++ - src_first);
+        b.top_weight = weight(s.first_cover);
+    }
+    if (first < end && s.last_cover != whole) {
+        b.bottom = src.row(--end - src_first);
+        b.bottom_weight = weight(s.last_cover);
+    }
+    b.count = end - first;
+    if (b.count > 0) {
+        b.inner = src.row(first - src_first);
+        while (b.inner_shift < 7 && (b.count * 255) << (b.inner_shift + 1) <= 32767)
             ++b.inner_shift;
-        b.inner_weight = static_cast<uint16_t>(
-            std::min<int64_t>(65535, ((int64_t{1} << (22 - b.inner_shift)) * y_.den + y_.num / 2) / y_.num));
+        b.inner_weight = static_cast<int16_t>(std::min(32767, y_length_.share(whole, 21 - b.inner_shift)));
         b.inner_weight_big = 64.0 * y_.den / y_.num;
     }
     return b;
+}
+
+WideRows PlaneScaler::wide_rows_for(int y, const PlaneView& src, int src_first) const {
+    if (y_.filter == Filter::bilinear) {
+        const Tap t = bilinear_tap(y_, y_unit_, y);
+        const float second = static_cast<float>(t.part) / static_cast<float>(2 * y_.den);
+        return {src.row(t.index - src_first), src.pitch, t.part ? 2 : 1, 1.0f - second, 0, second};
+    }
+    const Span s = box_span(y_, y_unit_, y);
+    const auto weight = [&](int cover) { return static_cast<float>(cover) / static_cast<float>(2 * y_.num); };
+    return {src.row(s.first - src_first), src.pitch,          s.last - s.first + 1,
+            weight(s.first_cover),        weight(2 * y_.den), weight(s.last_cover)};
 }
 
 RowRange PlaneScaler::source_rows(int y0, int y1) const {
@@ -302,10 +313,12 @@ void PlaneScaler::run(const PlaneView& src, int src_first, int y0, const PlaneVi
     if (way_ == Way::copy)
         return copy_rows(src, src_first, y0, dst);
     for (int y = 0; y < dst.rows; ++y) {
-        if (wide_ && way_ != Way::nearest)
-            run_row_wide(src, src_first, y0 + y, dst.row(y));
-        else
+        if (wide_ && way_ != Way::nearest) {
+            kernels_->wide_rows(wide_rows_for(y0 + y, src, src_first), wide_row_, x_.src_count);
+            kernels_->wide_fir(wide_row_, wide_fir_, dst.row(y));
+        } else {
             run_row(src, src_first, y0 + y, dst.row(y));
+        }
     }
 }
 
@@ -369,36 +382,6 @@ void PlaneScaler::run_row(const PlaneView& src, int src_first, int y, uint8_t* o
             return k.narrow(top, out, x_.dst_count * channels_);
         return k.blend16_to_8(top, expanded_row(src, src_first, r.last), r.weight, out, x_.dst_count * channels_);
     }
-    }
-}
-
-void PlaneScaler::run_row_wide(const PlaneView& src, int src_first, int y, uint8_t* out) {
-    const int cols = x_.src_count;
-    if (y_.filter == Filter::bilinear) {
-        const Tap t = bilinear_tap(y_, y);
-        const uint8_t* a = src.row(t.index - src_first);
-        const uint8_t* b = t.part ? src.row(t.index + 1 - src_first) : a;
-        const float weight = static_cast<float>(static_cast<double>(t.part) / (2.0 * y_.den));
-        for (int i = 0; i < cols; ++i)
-            frow_[i] = blend_float(load16(a + 2 * i), load16(b + 2 * i), weight);
-    } else {
-        const Span s = box_span(y_, y);
-        for (int row = s.first; row <= s.last; ++row) {
-            const uint8_t* p = src.row(row - src_first);
-            const double cover = row == s.first ? s.first_cover : row == s.last ? s.last_cover : 2 * y_.den;
-            const float weight = static_cast<float>(cover / (2.0 * y_.num));
-            for (int i = 0; i < cols; ++i)
-                frow_[i] = (row == s.first ? 0.0f : frow_[i]) + load16(p + 2 * i) * weight;
-        }
-    }
-    for (int i = 0; i < x_.dst_count; ++i) {
-        const float* p = frow_ + start_[i];
-        const float* weight = fweight_ + static_cast<ptrdiff_t>(i) * ftaps_;
-        float sum = 0;
-        for (int k = 0; k < ftaps_; ++k)
-            sum += p[k] * weight[k];
-        const uint16_t v = static_cast<uint16_t>(std::min(sum + 0.5f, 65535.0f));
-        std::memcpy(out + 2 * i, &v, sizeof v);
     }
 }
 

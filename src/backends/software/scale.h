@@ -36,6 +36,37 @@ struct RowRange {
     int end = 0;
 };
 
+/// Divides by one number many times over, by multiplication: a 32-bit processor divides in software.
+class Divider {
+public:
+    explicit Divider(int divisor)
+        : divisor_(static_cast<uint32_t>(divisor)), inverse_(UINT32_MAX / divisor_), q30_((1u << 30) / divisor_) {}
+
+    struct Result {
+        int quotient, rest;
+    };
+
+    /// Of a number from 0 on.
+    Result operator()(int number) const {
+        const auto n = static_cast<uint32_t>(number);
+        auto quotient = static_cast<uint32_t>((uint64_t{n} * inverse_) >> 32); // at most one short
+        uint32_t rest = n - quotient * divisor_;
+        if (rest >= divisor_)
+            ++quotient, rest -= divisor_;
+        return {static_cast<int>(quotient), static_cast<int>(rest)};
+    }
+
+    /// part / divisor with `bits` fractional bits, rounded; below 4.
+    int share(int part, int bits) const {
+        return static_cast<int>((static_cast<uint32_t>(part) * q30_ + (1u << (29 - bits))) >> (30 - bits));
+    }
+
+private:
+    uint32_t divisor_;
+    uint32_t inverse_; ///< 2^32 / divisor
+    uint32_t q30_;     ///< 2^30 / divisor
+};
+
 /// Scales one plane of 1 to 4 channels of 8 bits, or one of 16. Rows must be asked for in rising order.
 class PlaneScaler {
 public:
@@ -56,12 +87,12 @@ private:
     };
     Rows rows_for(int y) const;
     BoxRows box_for(int y, const PlaneView& src, int src_first) const;
+    WideRows wide_rows_for(int y, const PlaneView& src, int src_first) const;
     bool build_nearest(Scratch& scratch);
     bool build_fir(Scratch& scratch);
     bool build_spans(Scratch& scratch);
-    bool build_float(Scratch& scratch);
+    bool build_wide(Scratch& scratch);
     void run_row(const PlaneView& src, int src_first, int y, uint8_t* out);
-    void run_row_wide(const PlaneView& src, int src_first, int y, uint8_t* out);
     void horizontal(const uint16_t* row, uint8_t* out) const;
     const uint16_t* expanded_row(const PlaneView& src, int src_first, int y);
 
@@ -69,6 +100,7 @@ private:
 
     const Kernels* kernels_ = nullptr;
     AxisMap x_, y_;
+    Divider y_unit_{1}, y_length_{1}; ///< by 2 * den and by 2 * num
     int channels_ = 0;
     int step_ = 0; ///< bytes per column
     bool wide_ = false;
@@ -80,9 +112,8 @@ private:
     uint16_t* row_ = nullptr;      ///< one source row, reduced vertically
     uint16_t* expanded_[2] = {};   ///< source rows, already scaled across
     int expanded_y_[2] = {-1, -1}; ///< which rows those are
-    float* frow_ = nullptr;        ///< 16-bit samples: one row, reduced vertically
-    float* fweight_ = nullptr;     ///< 16-bit samples: `ftaps_` per column
-    int ftaps_ = 0;
+    float* wide_row_ = nullptr;    ///< 16-bit samples: one row, reduced vertically
+    WideFir wide_fir_ = {};
 };
 
 /// Scales an image plane by plane. The source box may start at odd pixels of a subsampled format.
