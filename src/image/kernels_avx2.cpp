@@ -193,142 +193,180 @@ void yuv_to_rgb(const uint8_t* y, const uint8_t* u, const uint8_t* v, uint8_t* r
 
 // ---------------------------------------------------------------------------------------------- RGB to YUV
 
-/// Sixteen pixels, eight a vector, as pairs of words: the first two channels, and the third with zero.
+/// Sixteen pixels, eight a vector, as pairs of words: the first and the third channel, and the second with nothing or
+/// alpha.
 struct Pixels16 {
-    V first_two[2];
-    V third[2];
+    V outer[2];
+    V green[2];
 };
 
+// Four pixels of three channels a lane; the last lane ends with the last pixel, and is shifted down. `last`: nothing
+// of the row follows the sixteen pixels.
 template <int Kind>
-Pixels16 load_pixels(const uint8_t* p) {
+V load_quads(const uint8_t* p, int i, bool last) {
+    if (rgb_bytes<Kind>() == 4)
+        return load(p + 32 * i);
+    p += 24 * i;
+    return join(load16(p), i && last ? _mm_srli_si128(load16(p + 8), 4) : load16(p + 12));
+}
+
+template <int Kind>
+Pixels16 load_pixels(const uint8_t* p, bool last) {
+    constexpr Shuffle kOuter = {{0, -1, 2, -1, 3, -1, 5, -1, 6, -1, 8, -1, 9, -1, 11, -1}};
+    constexpr Shuffle kGreen = {{1, -1, -1, -1, 4, -1, -1, -1, 7, -1, -1, -1, 10, -1, -1, -1}};
     Pixels16 out;
-    if (rgb_bytes<Kind>() == 4) {
-        constexpr Shuffle kFirstTwo = {{0, -1, 1, -1, 4, -1, 5, -1, 8, -1, 9, -1, 12, -1, 13, -1}};
-        constexpr Shuffle kThird = {{2, -1, -1, -1, 6, -1, -1, -1, 10, -1, -1, -1, 14, -1, -1, -1}};
-        for (int i = 0; i < 2; ++i) {
-            const V v = load(p + 32 * i);
-            out.first_two[i] = _mm256_shuffle_epi8(v, kFirstTwo.full());
-            out.third[i] = _mm256_shuffle_epi8(v, kThird.full());
-        }
-        return out;
+    for (int i = 0; i < 2; ++i) {
+        const V v = load_quads<Kind>(p, i, last);
+        constexpr bool four = rgb_bytes<Kind>() == 4;
+        out.outer[i] = four ? _mm256_and_si256(v, set16(255)) : _mm256_shuffle_epi8(v, kOuter.full());
+        out.green[i] = four ? _mm256_srli_epi16(v, 8) : _mm256_shuffle_epi8(v, kGreen.full());
     }
-    // Four pixels a lane; the last load ends with the sixteenth pixel and is shuffled four bytes further on.
-    constexpr Shuffle kFirstTwo = {{0, -1, 1, -1, 3, -1, 4, -1, 6, -1, 7, -1, 9, -1, 10, -1}};
-    constexpr Shuffle kThird = {{2, -1, -1, -1, 5, -1, -1, -1, 8, -1, -1, -1, 11, -1, -1, -1}};
-    constexpr Shuffle kFirstTwoLate = {{4, -1, 5, -1, 7, -1, 8, -1, 10, -1, 11, -1, 13, -1, 14, -1}};
-    constexpr Shuffle kThirdLate = {{6, -1, -1, -1, 9, -1, -1, -1, 12, -1, -1, -1, 15, -1, -1, -1}};
-    const V a = join(load16(p), load16(p + 12)), b = join(load16(p + 24), load16(p + 32));
-    out.first_two[0] = _mm256_shuffle_epi8(a, kFirstTwo.full());
-    out.third[0] = _mm256_shuffle_epi8(a, kThird.full());
-    out.first_two[1] = _mm256_shuffle_epi8(b, join(kFirstTwo.half(), kFirstTwoLate.half()));
-    out.third[1] = _mm256_shuffle_epi8(b, join(kThird.half(), kThirdLate.half()));
     return out;
 }
 
-/// Weights of the two words that pixels are kept in.
-struct Weights {
-    V first_two, third;
+/// Weighted sums of eight pixels.
+template <int Kind>
+V weigh(V outer, V green, int r, int g, int b) {
+    constexpr bool swapped = Kind == kBGR || Kind == kBGRA;
+    const unsigned first = swapped ? b : r, last = swapped ? r : b;
+    return _mm256_add_epi32(
+        _mm256_madd_epi16(outer, _mm256_set1_epi32(static_cast<int>((first & 0xFFFF) | last << 16))),
+        _mm256_madd_epi16(green, _mm256_set1_epi32(g & 0xFFFF)));
+}
+
+/// Bytes that stand in groups of four: 0 to 3, 8 to 11, ... in the lower lane, 4 to 7, ... in the upper one.
+V fours_in_order(V bytes) { return _mm256_permutevar8x32_epi32(bytes, _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7)); }
+
+/// Sixteen words, in groups of four as above.
+template <int Kind>
+V luma16(const Pixels16& p) {
+    V sum[2];
+    for (int i = 0; i < 2; ++i)
+        sum[i] = _mm256_srai_epi32(
+            _mm256_add_epi32(weigh<Kind>(p.outer[i], p.green[i], kRtoY, kGtoY, kBtoY), _mm256_set1_epi32(kLumaBias)),
+            15);
+    return _mm256_packs_epi32(sum[0], sum[1]);
+}
+
+/// Eight U and eight V of sixteen pixels which are sums of 1 << (Shift - 1) rows: 0, 1, 4, 5, then 2, 3, 6, 7.
+struct Chroma8 {
+    V u, v;
 };
 
-template <int Kind>
-Weights weights(int r, int g, int b) {
-    constexpr bool swapped = Kind == kBGR || Kind == kBGRA;
-    const int first = swapped ? b : r, last = swapped ? r : b;
-    return {_mm256_set1_epi32(static_cast<int>((first & 0xFFFFu) | (static_cast<unsigned>(g) << 16))),
-            _mm256_set1_epi32(last & 0xFFFF)};
-}
-
-/// Weighted sums of eight pixels.
-V weigh(const Pixels16& p, int i, const Weights& w) {
-    return _mm256_add_epi32(_mm256_madd_epi16(p.first_two[i], w.first_two), _mm256_madd_epi16(p.third[i], w.third));
-}
-
-V in_order(V words) { return _mm256_permute4x64_epi64(words, 0xD8); } // after packing two vectors
-
-template <int Kind>
-H luma16(const Pixels16& p) {
-    const Weights w = weights<Kind>(kRtoY, kGtoY, kBtoY);
-    const V bias = _mm256_set1_epi32(kLumaBias);
-    const V a = _mm256_srai_epi32(_mm256_add_epi32(weigh(p, 0, w), bias), 15);
-    const V b = _mm256_srai_epi32(_mm256_add_epi32(weigh(p, 1, w), bias), 15);
-    const V words = in_order(_mm256_packs_epi32(a, b));
-    return _mm_packus_epi16(low(words), high(words));
-}
-
-/// Eight U and eight V samples of sixteen pixels, which are sums of 1 << (Shift - 1) rows.
 template <int Kind, int Shift>
-H chroma8(const Pixels16& p) {
-    const V bias = _mm256_set1_epi32((128 << (15 + Shift)) + (1 << (14 + Shift)));
-    const auto difference = [&](const Weights& w) {
-        const V sum = _mm256_hadd_epi32(weigh(p, 0, w), weigh(p, 1, w)); // pairs of pixels
-        return _mm256_srai_epi32(_mm256_add_epi32(sum, bias), 15 + Shift);
+Chroma8 chroma8(const Pixels16& p) {
+    const auto pairs = [](const V* words) { // sums of neighbouring pixels
+        const __m256 a = _mm256_castsi256_ps(words[0]), b = _mm256_castsi256_ps(words[1]);
+        return _mm256_add_epi16(_mm256_castps_si256(_mm256_shuffle_ps(a, b, 0x88)),
+                                _mm256_castps_si256(_mm256_shuffle_ps(a, b, 0xDD)));
     };
-    const V words = _mm256_packs_epi32(difference(weights<Kind>(kRtoU, kGtoU, kBtoU)),
-                                       difference(weights<Kind>(kRtoV, kGtoV, kBtoV)));
-    const V bytes = _mm256_packus_epi16(words, words);
-    return _mm_unpacklo_epi16(low(bytes), high(bytes));
+    const V outer = pairs(p.outer), green = pairs(p.green);
+    const V bias = _mm256_set1_epi32((128 << (15 + Shift)) + (1 << (14 + Shift)));
+    const auto scaled = [&](V sum) { return _mm256_srai_epi32(_mm256_add_epi32(sum, bias), 15 + Shift); };
+    return {scaled(weigh<Kind>(outer, green, kRtoU, kGtoU, kBtoU)),
+            scaled(weigh<Kind>(outer, green, kRtoV, kGtoV, kBtoV))};
 }
 
+/// Sixteen pairs, of which `c` holds the first and the last eight.
 template <int Chroma>
-void store_chroma8(uint8_t* u, uint8_t* v, int x, H uv) {
+void store_chroma(uint8_t* u, uint8_t* v, int x, const Chroma8* c) {
+    constexpr Shuffle kTwos = {{0, 1, 8, 9, 2, 3, 10, 11, 4, 5, 12, 13, 6, 7, 14, 15}};
+    const V mixed = _mm256_packus_epi16(_mm256_packs_epi32(c[0].u, c[1].u), _mm256_packs_epi32(c[0].v, c[1].v));
+    const V planes = _mm256_shuffle_epi8(_mm256_permute4x64_epi64(mixed, 0xD8), kTwos.full());
+    const H us = low(planes), vs = high(planes);
     if (Chroma == kPlanar) {
-        store8(u + x / 2, uv);
-        store8(v + x / 2, _mm_srli_si128(uv, 8));
+        store16(u + x / 2, us);
+        store16(v + x / 2, vs);
     } else {
-        const H swapped = _mm_srli_si128(uv, 8);
-        store16(u + x, Chroma == kPairsUV ? _mm_unpacklo_epi8(uv, swapped) : _mm_unpacklo_epi8(swapped, uv));
+        const H first = Chroma == kPairsUV ? us : vs, second = Chroma == kPairsUV ? vs : us;
+        store16(u + x, _mm_unpacklo_epi8(first, second));
+        store16(u + x + 16, _mm_unpackhi_epi8(first, second));
+    }
+}
+
+/// One row or, for 4:2:0, two. Narrow rows are done in copies of 32 pixels.
+template <int Chroma, int Kind, int Rows>
+void rgb_to_yuv(const uint8_t* const* rgb, uint8_t* const* luma, uint8_t* u, uint8_t* v, int width) {
+    constexpr int n = rgb_bytes<Kind>();
+    if (width < 32) {
+        uint8_t pixels[Rows][128], ys[Rows][32], us[32], vs[16];
+        const uint8_t* from[Rows];
+        uint8_t* to[Rows];
+        for (int k = 0; k < Rows; ++k) {
+            from[k] = static_cast<uint8_t*>(std::memcpy(pixels[k], rgb[k], static_cast<size_t>(width) * n));
+            to[k] = ys[k];
+        }
+        rgb_to_yuv<Chroma, Kind, Rows>(from, to, us, vs, 32);
+        for (int k = 0; k < Rows; ++k)
+            std::memcpy(luma[k], ys[k], width);
+        std::memcpy(u, us, Chroma == kPlanar ? width / 2 : width);
+        if (Chroma == kPlanar)
+            std::memcpy(v, vs, width / 2);
+        return;
+    }
+    for (int x = 0;; x = std::min(x + 32, width - 32)) {
+        V words[Rows][2];
+        Chroma8 chroma[2];
+        for (int half = 0; half < 2; ++half) {
+            Pixels16 sum = load_pixels<Kind>(rgb[0] + (x + 16 * half) * n, half == 1);
+            words[0][half] = luma16<Kind>(sum);
+            if (Rows == 2) {
+                const Pixels16 p = load_pixels<Kind>(rgb[Rows - 1] + (x + 16 * half) * n, half == 1);
+                words[Rows - 1][half] = luma16<Kind>(p);
+                for (int i = 0; i < 2; ++i) {
+                    sum.outer[i] = _mm256_add_epi16(sum.outer[i], p.outer[i]);
+                    sum.green[i] = _mm256_add_epi16(sum.green[i], p.green[i]);
+                }
+            }
+            chroma[half] = chroma8<Kind, Rows>(sum);
+        }
+        for (int k = 0; k < Rows; ++k)
+            store(luma[k] + x, fours_in_order(_mm256_packus_epi16(words[k][0], words[k][1])));
+        store_chroma<Chroma>(u, v, x, chroma);
+        if (x == width - 32)
+            return;
     }
 }
 
 template <int Chroma, int Kind>
 void rgb_to_yuv420(const uint8_t* a, const uint8_t* b, uint8_t* ya, uint8_t* yb, uint8_t* u, uint8_t* v, int width) {
-    constexpr int n = rgb_bytes<Kind>();
-    if (width < 16)
-        return rgb_to_yuv420_loop<Chroma, Kind>(a, b, ya, yb, u, v, width);
-    for (int x = 0;; x = x + 32 <= width ? x + 16 : width - 16) {
-        const Pixels16 p = load_pixels<Kind>(a + x * n), q = load_pixels<Kind>(b + x * n);
-        store16(ya + x, luma16<Kind>(p));
-        store16(yb + x, luma16<Kind>(q));
-        Pixels16 sum;
-        for (int i = 0; i < 2; ++i) {
-            sum.first_two[i] = _mm256_add_epi16(p.first_two[i], q.first_two[i]);
-            sum.third[i] = _mm256_add_epi16(p.third[i], q.third[i]);
-        }
-        store_chroma8<Chroma>(u, v, x, chroma8<Kind, 2>(sum));
-        if (x + 16 >= width)
-            return;
-    }
+    const uint8_t* const rgb[2] = {a, b};
+    uint8_t* const luma[2] = {ya, yb};
+    rgb_to_yuv<Chroma, Kind, 2>(rgb, luma, u, v, width);
 }
 
 template <int Chroma, int Kind>
 void rgb_to_yuv422(const uint8_t* rgb, uint8_t* y, uint8_t* u, uint8_t* v, int width) {
-    constexpr int n = rgb_bytes<Kind>();
-    if (width < 16)
-        return rgb_to_yuv422_loop<Chroma, Kind>(rgb, y, u, v, width);
-    for (int x = 0;; x = x + 32 <= width ? x + 16 : width - 16) {
-        const Pixels16 p = load_pixels<Kind>(rgb + x * n);
-        store16(y + x, luma16<Kind>(p));
-        store_chroma8<Chroma>(u, v, x, chroma8<Kind, 1>(p));
-        if (x + 16 >= width)
-            return;
-    }
+    rgb_to_yuv<Chroma, Kind, 1>(&rgb, &y, u, v, width);
 }
 
+/// The loop's weights as sums of bytes: 299 = 8 * 32 + 43, 587 = 8 * 72 + 11, 114 = 8 * 8 + 50. The eighths of both
+/// parts fit in words.
 template <int Kind>
 void rgb_to_gray(const uint8_t* rgb, uint8_t* gray, int width) {
     constexpr int n = rgb_bytes<Kind>();
-    if (width < 16)
+    constexpr bool swapped = Kind == kBGR || Kind == kBGRA;
+    if (width < 32)
         return rgb_to_gray_loop<Kind>(rgb, gray, width);
-    const Weights w = weights<Kind>(299, 587, 114);
-    for (int x = 0;; x = x + 32 <= width ? x + 16 : width - 16) {
-        const Pixels16 p = load_pixels<Kind>(rgb + x * n);
-        const V half = _mm256_set1_epi32(500);
-        const V a = _mm256_srli_epi32(_mm256_add_epi32(weigh(p, 0, w), half), 3);
-        const V b = _mm256_srli_epi32(_mm256_add_epi32(weigh(p, 1, w), half), 3);
-        const V eighths = in_order(_mm256_packs_epi32(a, b));
-        const V words = _mm256_srli_epi16(_mm256_mulhi_epu16(eighths, set16(33555)), 6);
-        store16(gray + x, _mm_packus_epi16(low(words), high(words)));
-        if (x + 16 >= width)
+    constexpr Shuffle kPairs = {{0, 1, n, n + 1, 2 * n, 2 * n + 1, 3 * n, 3 * n + 1, 2, -1, n + 2, -1, 2 * n + 2, -1,
+                                 3 * n + 2,
+                                 -1}}; // the first two channels of four pixels, then the third with nothing
+    const auto sixteen = [&](const uint8_t* p, bool last) {
+        const V a = _mm256_shuffle_epi8(load_quads<Kind>(p, 0, last), kPairs.full());
+        const V b = _mm256_shuffle_epi8(load_quads<Kind>(p, 1, last), kPairs.full());
+        const V two = _mm256_unpacklo_epi64(a, b), third = _mm256_unpackhi_epi64(a, b);
+        const auto sums = [&](int red, int green, int blue) {
+            return _mm256_add_epi16(_mm256_maddubs_epi16(two, set16((swapped ? blue : red) | green << 8)),
+                                    _mm256_maddubs_epi16(third, set16(swapped ? red : blue)));
+        };
+        const V rest = _mm256_srli_epi16(_mm256_add_epi16(sums(43, 11, 50), set16(500)), 3);
+        const V eighths = _mm256_add_epi16(sums(32, 72, 8), rest);
+        return _mm256_srli_epi16(_mm256_mulhi_epu16(eighths, set16(33555)), 6);
+    };
+    for (int x = 0;; x = std::min(x + 32, width - 32)) {
+        const uint8_t* p = rgb + x * n;
+        store(gray + x, fours_in_order(_mm256_packus_epi16(sixteen(p, false), sixteen(p + 16 * n, true))));
+        if (x == width - 32)
             return;
     }
 }
