@@ -93,6 +93,9 @@ struct Kernels {
     void (*rgb_to_gray[kRgbKinds])(const uint8_t* rgb, uint8_t* gray, int width); ///< any width
     void (*gray_to_rgb[2])(const uint8_t* gray, uint8_t* rgb, int width);         ///< 3 and 4 channels, any width
 
+    /// Other channels or another order of them, any width; null where nothing changes.
+    void (*rgb_to_rgb[kRgbKinds][kRgbKinds])(const uint8_t* from, uint8_t* to, int width);
+
     void (*gray16_to_8)(const uint8_t* gray16, uint8_t* gray8, int width); ///< value / 257, rounded; any alignment
 
     // ---- scaling; n counts elements (columns times channels)

@@ -33,6 +33,18 @@ V set16(int v) { return _mm256_set1_epi16(static_cast<short>(v)); }
 V widen_lo(V v) { return _mm256_unpacklo_epi8(v, _mm256_setzero_si256()); }
 V widen_hi(V v) { return _mm256_unpackhi_epi8(v, _mm256_setzero_si256()); }
 
+/// For the copies in which narrow rows are done: any number of bytes, few of them.
+uint8_t* copy_row(uint8_t* to, const uint8_t* from, int n) {
+    int i = 0;
+    for (; i + 16 <= n; i += 16)
+        store16(to + i, load16(from + i));
+    if (n < 16)
+        std::memcpy(to, from, n);
+    else if (i < n)
+        store16(to + n - 16, load16(from + n - 16));
+    return to;
+}
+
 /// Two loads of eight bytes as words, one in each lane.
 V load_words(const void* a, const void* b) {
     return _mm256_cvtepu8_epi16(
@@ -175,11 +187,11 @@ void yuv_to_rgb(const uint8_t* y, const uint8_t* u, const uint8_t* v, uint8_t* r
     const int count = std::max(width, 32);
     if (width < 32) { // one block, of copies
         constexpr bool packed = Chroma == kPackedYUYV || Chroma == kPackedUYVY;
-        y = static_cast<uint8_t*>(std::memcpy(ys, y, packed ? 2 * width : width));
+        y = copy_row(ys, y, packed ? 2 * width : width);
         if (!packed)
-            u = static_cast<uint8_t*>(std::memcpy(us, u, Chroma == kPlanar ? width / 2 : width));
+            u = copy_row(us, u, Chroma == kPlanar ? width / 2 : width);
         if (Chroma == kPlanar)
-            v = static_cast<uint8_t*>(std::memcpy(vs, v, width / 2));
+            v = copy_row(vs, v, width / 2);
         to = out;
     }
     for (int x = 0;; x = std::min(x + 32, count - 32)) {
@@ -188,7 +200,7 @@ void yuv_to_rgb(const uint8_t* y, const uint8_t* u, const uint8_t* v, uint8_t* r
             break;
     }
     if (to == out)
-        std::memcpy(rgb, out, static_cast<size_t>(width) * n);
+        copy_row(rgb, out, width * n);
 }
 
 // ---------------------------------------------------------------------------------------------- RGB to YUV
@@ -293,15 +305,15 @@ void rgb_to_yuv(const uint8_t* const* rgb, uint8_t* const* luma, uint8_t* u, uin
         const uint8_t* from[Rows];
         uint8_t* to[Rows];
         for (int k = 0; k < Rows; ++k) {
-            from[k] = static_cast<uint8_t*>(std::memcpy(pixels[k], rgb[k], static_cast<size_t>(width) * n));
+            from[k] = copy_row(pixels[k], rgb[k], width * n);
             to[k] = ys[k];
         }
         rgb_to_yuv<Chroma, Kind, Rows>(from, to, us, vs, 32);
         for (int k = 0; k < Rows; ++k)
-            std::memcpy(luma[k], ys[k], width);
-        std::memcpy(u, us, Chroma == kPlanar ? width / 2 : width);
+            copy_row(luma[k], ys[k], width);
+        copy_row(u, us, Chroma == kPlanar ? width / 2 : width);
         if (Chroma == kPlanar)
-            std::memcpy(v, vs, width / 2);
+            copy_row(v, vs, width / 2);
         return;
     }
     for (int x = 0;; x = std::min(x + 32, width - 32)) {
@@ -392,6 +404,58 @@ void gray_to_rgb(const uint8_t* gray, uint8_t* rgb, int width) {
         if (x == width - 32)
             return;
     }
+}
+
+/// Four pixels of one kind as four of another; -1 where alpha is new or there is no byte.
+template <int From, int To>
+constexpr Shuffle reorder() {
+    constexpr int from = rgb_bytes<From>(), to = rgb_bytes<To>();
+    constexpr bool swapped = (From == kBGR || From == kBGRA) != (To == kBGR || To == kBGRA);
+    Shuffle s = {};
+    for (int j = 0; j < 16; ++j) {
+        const int c = j % to;
+        s.index[j] =
+            static_cast<int8_t>(j / to >= 4 || c >= from ? -1 : j / to * from + (swapped && c < 3 ? 2 - c : c));
+    }
+    return s;
+}
+
+template <int From, int To>
+void rgb_to_rgb(const uint8_t* from, uint8_t* to, int width) {
+    constexpr int n = rgb_bytes<From>(), m = rgb_bytes<To>();
+    int x = 0;
+    if (n == 3 && m == 3) { // five pixels at a time: byte 15 of a store is written over
+        constexpr Shuffle kSwap = {{2, 1, 0, 5, 4, 3, 8, 7, 6, 11, 10, 9, 14, 13, 12, 15}};
+        const auto five = [&](int i) { return _mm_shuffle_epi8(load16(from + 3 * i), kSwap.half()); };
+        for (; x + 21 <= width; x += 20) {
+            const H a = five(x), b = five(x + 5), c = five(x + 10), d = five(x + 15);
+            uint8_t* out = to + 3 * x;
+            store16(out, a), store16(out + 15, b), store16(out + 30, c), store16(out + 45, d);
+        }
+        for (; x + 6 <= width; x += 5)
+            store16(to + 3 * x, five(x));
+    } else { // four pixels a lane; loads or stores of three channels run four bytes over
+        constexpr Shuffle kOrder = reorder<From, To>();
+        const V alpha = n == 3 ? _mm256_set1_epi32(static_cast<int>(0xFF000000)) : _mm256_setzero_si256();
+        const auto eight = [&](int i) {
+            const V v = n == 3 ? join(load16(from + 3 * i), load16(from + 3 * i + 12)) : load(from + 4 * i);
+            return _mm256_or_si256(_mm256_shuffle_epi8(v, kOrder.full()), alpha);
+        };
+        const auto put = [&](int i, V v) {
+            if (m == 4)
+                return store(to + 4 * i, v);
+            store16(to + 3 * i, low(v));
+            store16(to + 3 * i + 12, high(v));
+        };
+        for (; x + 18 <= width; x += 16) {
+            const V a = eight(x), b = eight(x + 8);
+            put(x, a);
+            put(x + 8, b);
+        }
+        for (; x + 10 <= width; x += 8)
+            put(x, eight(x));
+    }
+    rgb_to_rgb_loop<From, To>(from + x * n, to + x * m, width - x);
 }
 
 void gray16_to_8(const uint8_t* gray16, uint8_t* gray8, int width) {
@@ -1024,6 +1088,7 @@ Kernels make_table() {
     use_rgb<kBGR>(k);
     use_rgb<kRGBA>(k);
     use_rgb<kBGRA>(k);
+    for_rgb_pairs([&](auto from, auto to) { k.rgb_to_rgb[from][to] = rgb_to_rgb<from, to>; });
     k.gray_to_rgb[0] = gray_to_rgb<3>;
     k.gray_to_rgb[1] = gray_to_rgb<4>;
     k.gray16_to_8 = gray16_to_8;

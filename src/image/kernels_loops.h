@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <type_traits>
 #include <utility>
 
 #include "image/kernels.h"
@@ -165,6 +166,17 @@ void gray_to_rgb_loop(const uint8_t* gray, uint8_t* rgb, int width) {
         rgb[x * N] = rgb[x * N + 1] = rgb[x * N + 2] = gray[x];
         if (N == 4)
             rgb[x * N + 3] = 255;
+    }
+}
+
+template <int From, int To>
+void rgb_to_rgb_loop(const uint8_t* from, uint8_t* to, int width) {
+    for (int x = 0; x < width; ++x, from += rgb_bytes<From>(), to += rgb_bytes<To>()) {
+        const Rgb p = load_rgb<From>(from);
+        const uint8_t alpha = rgb_bytes<From>() == 4 ? from[3] : 255;
+        store_rgb<To>(to, p.r, p.g, p.b);
+        if (rgb_bytes<To>() == 4)
+            to[3] = alpha;
     }
 }
 
@@ -398,6 +410,25 @@ void fill_rgb(Kernels& k) {
     k.rgb_to_gray[Kind] = rgb_to_gray_loop<Kind>;
 }
 
+/// Calls set() with each pair of different kinds, as two constants.
+template <class Set>
+void for_rgb_pairs(Set set) {
+    const auto with = [&](auto from) {
+        const auto to = [&](auto other) {
+            if constexpr (from != other)
+                set(from, other);
+        };
+        to(std::integral_constant<int, kRGB>());
+        to(std::integral_constant<int, kBGR>());
+        to(std::integral_constant<int, kRGBA>());
+        to(std::integral_constant<int, kBGRA>());
+    };
+    with(std::integral_constant<int, kRGB>());
+    with(std::integral_constant<int, kBGR>());
+    with(std::integral_constant<int, kRGBA>());
+    with(std::integral_constant<int, kBGRA>());
+}
+
 template <int C>
 void fill_channels(Kernels& k) {
     k.fir_to_8[C - 1] = fir8<C>;
@@ -422,6 +453,7 @@ inline Kernels loop_kernels(const char* name) {
     fill_rgb<kBGR>(k);
     fill_rgb<kRGBA>(k);
     fill_rgb<kBGRA>(k);
+    for_rgb_pairs([&](auto from, auto to) { k.rgb_to_rgb[from][to] = rgb_to_rgb_loop<from, to>; });
     k.gray_to_rgb[0] = gray_to_rgb_loop<3>;
     k.gray_to_rgb[1] = gray_to_rgb_loop<4>;
     k.gray16_to_8 = gray16_to_8_loop;

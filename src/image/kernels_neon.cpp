@@ -261,6 +261,30 @@ void gray_to_rgb(const uint8_t* gray, uint8_t* rgb, int width) {
     }
 }
 
+template <int From, int To>
+void rgb_to_rgb(const uint8_t* from, uint8_t* to, int width) {
+    constexpr int n = rgb_bytes<From>(), m = rgb_bytes<To>();
+    if (width < 16)
+        return plain_kernels().rgb_to_rgb[From][To](from, to, width);
+    for (int x = 0;; x = x + 32 <= width ? x + 16 : width - 16) {
+        uint8x16x4_t p;
+        if (n == 4) {
+            p = vld4q_u8(from + 4 * x);
+        } else {
+            const uint8x16x3_t q = vld3q_u8(from + 3 * x);
+            p = {{q.val[0], q.val[1], q.val[2], vdupq_n_u8(255)}};
+        }
+        if (is_swapped<From>() != is_swapped<To>())
+            std::swap(p.val[0], p.val[2]);
+        if (m == 4)
+            vst4q_u8(to + 4 * x, p);
+        else
+            vst3q_u8(to + 3 * x, {{p.val[0], p.val[1], p.val[2]}});
+        if (x + 16 >= width)
+            return;
+    }
+}
+
 void gray16_to_8(const uint8_t* gray16, uint8_t* gray, int width) {
     if (width < 8)
         return plain_kernels().gray16_to_8(gray16, gray, width);
@@ -1004,6 +1028,7 @@ Kernels make_table() {
     use_rgb<kBGR>(k);
     use_rgb<kRGBA>(k);
     use_rgb<kBGRA>(k);
+    for_rgb_pairs([&](auto from, auto to) { k.rgb_to_rgb[from][to] = rgb_to_rgb<from, to>; });
     k.gray_to_rgb[0] = gray_to_rgb<3>;
     k.gray_to_rgb[1] = gray_to_rgb<4>;
     k.gray16_to_8 = gray16_to_8;

@@ -96,6 +96,12 @@ TEST_F(KernelsTest, Colour) {
             }
             same(w, off, [&](const Kernels& k, uint8_t* out) { k.rgb_to_gray[rgb](gray, out, w); });
         }
+        for (int from = 0; from < kRgbKinds; ++from)
+            for (int to = 0; to < kRgbKinds; ++to)
+                if (from != to)
+                    same(w * (to < kRGBA ? 3 : 4), off, [&](const Kernels& k, uint8_t* out) {
+                        k.rgb_to_rgb[from][to](a + 4 * even - w * (from < kRGBA ? 3 : 4), out, w);
+                    });
         const uint8_t *gray = noise(w, off), *gray16 = noise(2 * w, off);
         for (int n : {3, 4})
             same(n * w, off, [&](const Kernels& k, uint8_t* out) { k.gray_to_rgb[n - 3](gray, out, w); });

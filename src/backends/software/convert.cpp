@@ -139,8 +139,6 @@ bool Runner::run(const ImageView& dst) {
     Scratch scratch;
     if (!init(scratch))
         return false;
-    if (plan_.count == 0)
-        return convert_image(src_, dst);
     if (plan_.transpose_at >= 0)
         return run_turned(dst);
     const int most = band_rows(dst);
@@ -181,8 +179,10 @@ int convert_region(const ImageView& src, const Box& box, const ImageView& dst, i
     const Plan plan = make_plan({src.id(), view.width, view.height, inner, dst.id(), dst.width, dst.height, mode});
     LOG_DEBUG("%s %dx%d -> %s %dx%d mode=%d by software: %s", src.format->name.data(), inner.width, inner.height,
               dst.format->name.data(), dst.width, dst.height, mode, describe(plan, src.id()).c_str());
-    Runner runner(plan, view, inner, method);
-    return runner.run(plan.flip_result ? flip_rows(dst) : dst) ? TAVI_RET_SUCCESS : TAVI_RET_FAIL;
+    const ImageView out = plan.flip_result ? flip_rows(dst) : dst;
+    const bool direct = plan.count == 0 || (plan.count == 1 && plan.step[0].kind == StepKind::convert);
+    const bool done = direct ? convert_image(view, out) : Runner(plan, view, inner, method).run(out);
+    return done ? TAVI_RET_SUCCESS : TAVI_RET_FAIL;
 }
 
 int convert_views(const ImageView& src, const ImageView& dst, int mode, int method) {

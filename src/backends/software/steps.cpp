@@ -43,13 +43,31 @@ void fill_plane(const PlaneView& p, uint8_t value) {
 
 using ConvertFn = void (*)(const ImageView& s, const ImageView& d);
 
+// A conversion that takes each row for itself takes pictures without gaps between their rows as one long row.
+struct Rows {
+    int count;
+    int width;
+};
+
+bool gapless(const ImageView& v) {
+    bool all = true;
+    for (int i = 0; i < v.planes(); ++i)
+        all = all && v.plane[i].pitch == static_cast<ptrdiff_t>(v.plane[i].cols) * v.plane[i].step;
+    return all;
+}
+
+Rows rows_of_both(const ImageView& s, const ImageView& d) {
+    return gapless(s) && gapless(d) ? Rows{1, d.width * d.height} : Rows{d.height, d.width};
+}
+
 void yuv_to_rgb(const ImageView& s, const ImageView& d) {
     const auto row = kernels().yuv_to_rgb[chroma_kind(s)][rgb_kind(d)];
     const int shift = is_420(s);
     const bool planar = s.planes() == 3;
-    for (int y = 0; y < d.height; ++y)
+    const Rows rows = is_420(s) ? Rows{d.height, d.width} : rows_of_both(s, d);
+    for (int y = 0; y < rows.count; ++y)
         row(s.plane[0].row(y), s.planes() > 1 ? s.plane[1].row(y >> shift) : nullptr,
-            planar ? s.plane[2].row(y >> shift) : nullptr, d.plane[0].row(y), d.width);
+            planar ? s.plane[2].row(y >> shift) : nullptr, d.plane[0].row(y), rows.width);
 }
 
 void rgb_to_planes(const ImageView& s, const ImageView& d) {
@@ -81,34 +99,28 @@ void rgb_to_packed(const ImageView& s, const ImageView& d) {
     }
 }
 
-void rgb_to_rgb(const ImageView& s, const ImageView& d) {
-    using namespace libyuv;
-    using Fn = int (*)(const uint8_t*, int, uint8_t*, int, int, int);
-    // Rows: source RGB, BGR, RGBA, BGRA; columns: destination. Names are libyuv's, by little-endian word.
-    static constexpr Fn kTable[4][4] = {{nullptr, RAWToRGB24, RGB24ToARGB, RAWToARGB},
-                                        {RAWToRGB24, nullptr, RAWToARGB, RGB24ToARGB},
-                                        {ARGBToRGB24, ARGBToRAW, nullptr, ARGBToABGR},
-                                        {ARGBToRAW, ARGBToRGB24, ARGBToABGR, nullptr}};
-    kTable[rgb_kind(s)][rgb_kind(d)](PLANE(s, 0), PLANE(d, 0), EXTENT(d));
+using PixelsFn = void (*)(const uint8_t* from, uint8_t* to, int width);
+
+void convert_pixels(PixelsFn row, const ImageView& s, const ImageView& d) {
+    const Rows rows = rows_of_both(s, d);
+    for (int y = 0; y < rows.count; ++y)
+        row(s.plane[0].row(y), d.plane[0].row(y), rows.width);
 }
 
-void rgb_to_gray(const ImageView& s, const ImageView& d) {
-    for (int y = 0; y < d.height; ++y)
-        kernels().rgb_to_gray[rgb_kind(s)](s.plane[0].row(y), d.plane[0].row(y), d.width);
+void rgb_to_rgb(const ImageView& s, const ImageView& d) {
+    convert_pixels(kernels().rgb_to_rgb[rgb_kind(s)][rgb_kind(d)], s, d);
 }
+
+void rgb_to_gray(const ImageView& s, const ImageView& d) { convert_pixels(kernels().rgb_to_gray[rgb_kind(s)], s, d); }
 
 void gray_to_rgb(const ImageView& s, const ImageView& d) {
-    for (int y = 0; y < d.height; ++y)
-        kernels().gray_to_rgb[d.plane[0].step - 3](s.plane[0].row(y), d.plane[0].row(y), d.width);
+    convert_pixels(kernels().gray_to_rgb[d.plane[0].step - 3], s, d);
 }
+
+void gray16_to_8(const ImageView& s, const ImageView& d) { convert_pixels(kernels().gray16_to_8, s, d); }
 
 void gray8_to_16(const ImageView& s, const ImageView& d) { // 257 * value: the byte twice
     libyuv::MergeUVPlane(PLANE(s, 0), PLANE(s, 0), PLANE(d, 0), EXTENT(d));
-}
-
-void gray16_to_8(const ImageView& s, const ImageView& d) {
-    for (int y = 0; y < d.height; ++y)
-        kernels().gray16_to_8(s.plane[0].row(y), d.plane[0].row(y), d.width);
 }
 
 void luma_of_packed(const ImageView& s, const PlaneView& luma) {
@@ -420,7 +432,9 @@ bool convert_image(const ImageView& src, const ImageView& dst) {
     const int even_width = subsampled ? dst.width & ~1 : dst.width;
     const bool halved = subsampled && (is_420(src) || is_420(dst));
     const int even_height = halved ? dst.height & ~1 : dst.height;
-    if (even_width > 0 && even_height > 0) {
+    if (even_width == dst.width && even_height == dst.height) {
+        convert(src, dst);
+    } else if (even_width > 0 && even_height > 0) {
         const Box even{0, 0, even_width, even_height};
         convert(crop(src, even), crop(dst, even));
     }
