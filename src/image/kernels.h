@@ -121,6 +121,9 @@ struct Kernels {
 
     void (*affine_span[4])(const AffineSpan& span, uint8_t* out, int n); ///< by channels - 1
 
+    /// Fills `size` bytes, 48 or more, with a pattern of 60 that repeats every 12.
+    void (*repeat12)(uint8_t* to, size_t size, const uint8_t* pattern);
+
     // ---- orientation
     void (*mirror[4])(const uint8_t* row, uint8_t* out, int cols); ///< by bytes per column - 1
     /// Transposes 16 rows of `cols` columns into `cols` rows of 16; by bytes per column - 1.

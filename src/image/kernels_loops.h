@@ -355,6 +355,19 @@ void affine_span_loop(const AffineSpan& s, uint8_t* out, int n) {
         affine_pixel<C>(s, s.x + i * s.dx, s.y + i * s.dy, out + i * C);
 }
 
+// --------------------------------------------------------------------------------------------------- drawing
+
+// The last 48 bytes of a run of `size` may overlap those before: what stands at an offset is right for it modulo 12.
+inline void repeat12_end(uint8_t* to, size_t size, const uint8_t* pattern) {
+    std::memcpy(to + size - 48, pattern + (size - 48) % 12, 48);
+}
+
+inline void repeat12_loop(uint8_t* to, size_t size, const uint8_t* pattern) {
+    for (size_t at = 0; at + 48 < size; at += 48)
+        std::memcpy(to + at, pattern, 48);
+    repeat12_end(to, size, pattern);
+}
+
 // ----------------------------------------------------------------------------------------------- orientation
 
 template <int N>
@@ -463,6 +476,7 @@ inline Kernels loop_kernels(const char* name) {
     k.blend8_to_8 = blend8_to_8_loop;
     k.blend16_to_8 = blend16_to_8_loop;
     k.box_rows = box_rows_loop;
+    k.repeat12 = repeat12_loop;
     k.wide_rows = wide_rows_plain;
     k.wide_fir = wide_fir_plain;
     fill_channels<1>(k);

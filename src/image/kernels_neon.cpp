@@ -892,6 +892,77 @@ void affine_wide(const AffineSpan& s, uint8_t* out, int n) {
         affine_pixel<C>(s, s.x + i * s.dx, s.y + i * s.dy, out + i * C);
 }
 
+/// One and two channels: four or two columns at a time, of which no byte too many is read.
+template <int C>
+void affine_narrow(const AffineSpan& table, uint8_t* out, int n) {
+    const AffineSpan s = table;
+    constexpr int kColumns = 4 / C;
+    const auto positions = [](int32_t first, int32_t step) { // of the four results
+        const int32_t at[4] = {first, first + 1 / C * step, first + 2 / C * step, first + 3 / C * step};
+        return vld1q_s32(at);
+    };
+    const auto fraction = [](int32x4_t at) {
+        return vand_u16(vshrn_n_u32(vreinterpretq_u32_s32(at), 8), vdup_n_u16(255));
+    };
+    int32x4_t xs = positions(s.x, s.dx), ys = positions(s.y, s.dy);
+    const int32x4_t step_x = vdupq_n_s32(kColumns * s.dx), step_y = vdupq_n_s32(kColumns * s.dy);
+    int32_t x = s.x, y = s.y;
+    int i = 0;
+    for (; i + kColumns <= n; i += kColumns, xs = vaddq_s32(xs, step_x), ys = vaddq_s32(ys, step_y)) {
+        const auto next = [&] {
+            const uint8_t* p = s.data + (y >> 16) * s.pitch + (x >> 16) * C;
+            x += s.dx, y += s.dy;
+            return p;
+        };
+        uint8x8_t top, bottom; // the samples of a column and of the next, for each
+        if (C == 1) {
+            const uint8_t *a = next(), *b = next(), *c = next(), *d = next();
+            const auto load = [&](ptrdiff_t down) {
+                const auto at = [&](const uint8_t* p) { return reinterpret_cast<const uint16_t*>(p + down); };
+                const uint16x4_t ab = vld1_lane_u16(at(b), vld1_dup_u16(at(a)), 1);
+                return vreinterpret_u8_u16(vld1_lane_u16(at(d), vld1_lane_u16(at(c), ab, 2), 3));
+            };
+            top = load(0), bottom = load(s.pitch);
+        } else {
+            const uint8_t *a = next(), *b = next();
+            top = vreinterpret_u8_u32(load_words2(a, b));
+            bottom = vreinterpret_u8_u32(load_words2(a + s.pitch, b + s.pitch));
+        }
+        const uint16x4_t fy = fraction(ys);
+        const uint16x4x2_t twice = vzip_u16(fy, fy);
+        const uint16x8_t v =
+            vmlaq_u16(vshll_n_u8(top, 8), vsubl_u8(bottom, top), vcombine_u16(twice.val[0], twice.val[1]));
+        const int16x8_t h = vreinterpretq_s16_u16(vshrq_n_u16(v, 1));
+        int16x4_t left, right;
+        if (C == 1) {
+            const int16x4x2_t apart = vuzp_s16(vget_low_s16(h), vget_high_s16(h));
+            left = apart.val[0], right = apart.val[1];
+        } else {
+            const int32x2x2_t apart =
+                vtrn_s32(vreinterpret_s32_s16(vget_low_s16(h)), vreinterpret_s32_s16(vget_high_s16(h)));
+            left = vreinterpret_s16_s32(apart.val[0]), right = vreinterpret_s16_s32(apart.val[1]);
+        }
+        const int16x4_t fx = vreinterpret_s16_u16(fraction(xs));
+        const int32x4_t sum = vmlal_s16(vmull_s16(left, vsub_s16(vdup_n_s16(256), fx)), right, fx);
+        const uint16x4_t bytes = vreinterpret_u16_s16(vrshrn_n_s32(sum, 15));
+        store_bytes4(out + i * C, vmovn_u16(vcombine_u16(bytes, bytes)));
+    }
+    for (; i < n; ++i)
+        affine_pixel<C>(s, s.x + i * s.dx, s.y + i * s.dy, out + i * C);
+}
+
+// --------------------------------------------------------------------------------------------- drawing
+
+void repeat12(uint8_t* to, size_t size, const uint8_t* pattern) {
+    const uint8x16_t a = vld1q_u8(pattern), b = vld1q_u8(pattern + 16), c = vld1q_u8(pattern + 32);
+    for (size_t at = 0; at + 48 < size; at += 48) {
+        vst1q_u8(to + at, a);
+        vst1q_u8(to + at + 16, b);
+        vst1q_u8(to + at + 32, c);
+    }
+    repeat12_end(to, size, pattern);
+}
+
 // --------------------------------------------------------------------------------------------- orientation
 
 template <int N>
@@ -1056,8 +1127,11 @@ Kernels make_table() {
     k.halve[1] = halve<2>;
     k.halve[2] = halve<3>;
     k.halve[3] = halve<4>;
+    k.affine_span[0] = affine_narrow<1>;
+    k.affine_span[1] = affine_narrow<2>;
     k.affine_span[2] = affine_wide<3>;
     k.affine_span[3] = affine_wide<4>;
+    k.repeat12 = repeat12;
     k.mirror[0] = mirror<1>;
     k.mirror[1] = mirror<2>;
     k.mirror[2] = mirror<3>;

@@ -226,6 +226,14 @@ TEST_F(KernelsTest, AffineSpans) {
         }
 }
 
+TEST_F(KernelsTest, Repetition) {
+    FenceBuffer pattern(60);
+    for (int i = 0; i < 60; ++i)
+        pattern.data()[i] = static_cast<uint8_t>(i % 12);
+    for (const Row& r : rows_to_try())
+        same(47 + r.width, r.off, [&](const Kernels& k, uint8_t* o) { k.repeat12(o, 47 + r.width, pattern.data()); });
+}
+
 TEST_F(KernelsTest, Orientation) {
     for (int step = 1; step <= 4; ++step)
         for (const Row& r : rows_to_try()) {

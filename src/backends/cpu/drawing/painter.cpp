@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "image/kernels.h"
+
 namespace tavi {
 namespace {
 
@@ -32,9 +34,7 @@ void piece(uint8_t* to, size_t offset, const uint8_t* pattern) {
 
 inline void fill(uint8_t* to, size_t size, const uint8_t* pattern) {
     if (size >= 48) {
-        for (size_t at = 0; at + 48 <= size; at += 48)
-            std::memcpy(to + at, pattern, 48);
-        piece<48>(to, size - 48, pattern);
+        kernels().repeat12(to, size, pattern);
     } else if (size >= 16) {
         piece<16>(to, 0, pattern);
         if (size > 32)
