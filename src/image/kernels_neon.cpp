@@ -8,6 +8,8 @@
 
 #include <arm_neon.h>
 
+#include "image/numbers.h"
+
 namespace tavi {
 
 const Kernels& neon_kernels();
@@ -859,34 +861,44 @@ void wide_fir(const float* row, const WideFir& table, uint8_t* out) {
 
 // -------------------------------------------------------------------------------------------------- affine
 
+/// Bits 8 to 15 of positions, one in the low word of each lane.
+inline uint32x2_t fractions(int32x2_t at) {
+    return vand_u32(vshr_n_u32(vreinterpret_u32_s32(at), 8), vdup_n_u32(255));
+}
+
 template <int C>
-void affine_wide(const AffineSpan& s, uint8_t* out, int n) {
+void affine_wide(const AffineSpan& table, uint8_t* out, int n) {
+    const AffineSpan s = table; // which stores to `out` cannot change
     // Loads of eight bytes must stay inside the plane: all but its last row lend the next row's bytes.
     const int32_t last_y = s.y + (n - 1) * s.dy;
     if ((std::max(s.y, last_y) >> 16) + 2 >= s.rows)
         return plain_kernels().affine_span[C - 1](s, out, n);
-    int32_t x = s.x, y = s.y;
-    const auto column = [&] {
-        const uint8_t* p = s.data + (y >> 16) * s.pitch + (x >> 16) * C;
-        const int fx = (x >> 8) & 255, fy = (y >> 8) & 255;
-        x += s.dx, y += s.dy;
-        const uint8x8_t top = vld1_u8(p), bottom = vld1_u8(p + s.pitch);
-        // 256 top + fy (bottom - top), exact in sixteen bits although the product alone wraps.
-        const uint16x8_t v = vmlaq_n_u16(vshll_n_u8(top, 8), vsubl_u8(bottom, top), static_cast<uint16_t>(fy));
-        const int16x8_t h = vreinterpretq_s16_u16(vshrq_n_u16(v, 1));
-        const int32x4_t sum = vmull_n_s16(vget_low_s16(h), static_cast<int16_t>(256 - fx));
-        return vrshrn_n_s32(vmlal_n_s16(sum, vget_low_s16(vextq_s16(h, h, C)), static_cast<int16_t>(fx)), 15);
+    const auto positions = [](int32_t first, int32_t step) {
+        return vset_lane_s32(wrapping_add(first, step), vdup_n_s32(first), 1);
     };
+    int32x2_t xs = positions(s.x, s.dx), ys = positions(s.y, s.dy);
+    const int32x2_t step_x = vshl_n_s32(vdup_n_s32(s.dx), 1), step_y = vshl_n_s32(vdup_n_s32(s.dy), 1);
+    int32_t x = s.x, y = s.y;
     int i = 0;
     for (; i + 3 <= n; i += 2) { // a store may run a byte into the next column
-        const int16x4_t a = column(), b = column();
-        const uint8x8_t bytes = vqmovun_s16(vcombine_s16(a, b));
-        if (C == 4) {
-            vst1_u8(out + i * C, bytes);
-        } else {
-            store_bytes4(out + i * C, bytes);
-            store_bytes4(out + i * C + 3, vreinterpret_u8_u64(vshr_n_u64(vreinterpret_u64_u8(bytes), 32)));
-        }
+        const uint32x2_t fx = fractions(xs);
+        const uint16x4_t fy = vreinterpret_u16_u32(fractions(ys));
+        const int16x4_t right = vreinterpret_s16_u32(fx), left = vreinterpret_s16_u32(vsub_u32(vdup_n_u32(256), fx));
+        xs = vadd_s32(xs, step_x), ys = vadd_s32(ys, step_y);
+        const auto vertical = [&](uint16x4_t f) {
+            const uint8_t* p = s.data + (y >> 16) * s.pitch + (x >> 16) * C;
+            x = wrapping_add(x, s.dx), y = wrapping_add(y, s.dy);
+            const uint8x8_t top = vld1_u8(p), bottom = vld1_u8(p + s.pitch);
+            // 256 top + fy (bottom - top), exact in sixteen bits although the product alone wraps.
+            const uint16x8_t v = vmlaq_lane_u16(vshll_n_u8(top, 8), vsubl_u8(bottom, top), f, 0);
+            return vreinterpretq_s16_u16(vshrq_n_u16(v, 1));
+        };
+        const int16x8_t a = vertical(fy), b = vertical(vext_u16(fy, fy, 2));
+        const auto next = [](int16x8_t v) { return vext_s16(vget_low_s16(v), vget_high_s16(v), C % 4); };
+        const int16x4_t a_next = C == 4 ? vget_high_s16(a) : next(a), b_next = C == 4 ? vget_high_s16(b) : next(b);
+        const int32x4_t a_sum = vmlal_lane_s16(vmull_lane_s16(vget_low_s16(a), left, 0), a_next, right, 0);
+        const int32x4_t b_sum = vmlal_lane_s16(vmull_lane_s16(vget_low_s16(b), left, 2), b_next, right, 2);
+        store_columns2<C>(out + i * C, vqmovun_s16(vcombine_s16(vrshrn_n_s32(a_sum, 15), vrshrn_n_s32(b_sum, 15))));
     }
     for (; i < n; ++i)
         affine_pixel<C>(s, s.x + i * s.dx, s.y + i * s.dy, out + i * C);
@@ -897,21 +909,22 @@ template <int C>
 void affine_narrow(const AffineSpan& table, uint8_t* out, int n) {
     const AffineSpan s = table;
     constexpr int kColumns = 4 / C;
-    const auto positions = [](int32_t first, int32_t step) { // of the four results
-        const int32_t at[4] = {first, first + 1 / C * step, first + 2 / C * step, first + 3 / C * step};
-        return vld1q_s32(at);
+    constexpr int32_t kColumnOf[4] = {0, 1 / C, 2 / C, 3 / C}; // of the four results
+    const auto positions = [&](int32_t first, int32_t step) {
+        return vmlaq_n_s32(vdupq_n_s32(first), vld1q_s32(kColumnOf), step);
     };
     const auto fraction = [](int32x4_t at) {
         return vand_u16(vshrn_n_u32(vreinterpretq_u32_s32(at), 8), vdup_n_u16(255));
     };
     int32x4_t xs = positions(s.x, s.dx), ys = positions(s.y, s.dy);
-    const int32x4_t step_x = vdupq_n_s32(kColumns * s.dx), step_y = vdupq_n_s32(kColumns * s.dy);
+    const int32x4_t step_x = vmulq_n_s32(vdupq_n_s32(kColumns), s.dx),
+                    step_y = vmulq_n_s32(vdupq_n_s32(kColumns), s.dy);
     int32_t x = s.x, y = s.y;
     int i = 0;
     for (; i + kColumns <= n; i += kColumns, xs = vaddq_s32(xs, step_x), ys = vaddq_s32(ys, step_y)) {
         const auto next = [&] {
             const uint8_t* p = s.data + (y >> 16) * s.pitch + (x >> 16) * C;
-            x += s.dx, y += s.dy;
+            x = wrapping_add(x, s.dx), y = wrapping_add(y, s.dy);
             return p;
         };
         uint8x8_t top, bottom; // the samples of a column and of the next, for each

@@ -131,7 +131,8 @@ constexpr double kMargin = 1.0 / 256; // keeps drift and rounding inside the sou
 class PlaneWarp {
 public:
     PlaneWarp(const PlaneView& src, const PlaneView& dst, const Affine& map, const uint8_t* black, bool wide)
-        : src_(src), dst_(dst), map_(map), wide_(wide), channels_(wide ? 1 : dst.step) {
+        : src_(src), dst_(dst), map_(map), dx_(step(map.a)), dy_(step(map.d)), wide_(wide),
+          channels_(wide ? 1 : dst.step) {
         std::memcpy(black_, black, 4);
     }
 
@@ -141,6 +142,11 @@ public:
     }
 
 private:
+    // A run of more than one column has steps smaller than an image's side.
+    static int32_t step(double v) {
+        return static_cast<int32_t>(std::floor(std::clamp<double>(v, -kMaxSide, kMaxSide) * 65536 + 0.5));
+    }
+
     void row(int y) {
         const double sx = map_.b * y + map_.c, sy = map_.e * y + map_.f;
         // Where any of the four samples is inside, and where all are.
@@ -176,12 +182,17 @@ private:
 
     void fast(int y, double sx, double sy, Range range) {
         const auto span = kernels().affine_span[channels_ - 1];
-        const auto fixed = [](double v) { return static_cast<int32_t>(std::floor(v * 65536 + 0.5)); };
-        const int32_t dx = range.end - range.begin > 1 ? fixed(map_.a) : 0;
-        const int32_t dy = range.end - range.begin > 1 ? fixed(map_.d) : 0;
+        const bool single = range.end - range.begin == 1;
+        const auto inside = [](double v) { return static_cast<int32_t>(v * 65536 + 0.5); }; // never negative
         for (int x = range.begin; x < range.end; x += kBlock) {
-            const AffineSpan s = {
-                src_.data, src_.pitch, src_.cols, src_.rows, fixed(sx + map_.a * x), fixed(sy + map_.d * x), dx, dy};
+            const AffineSpan s = {src_.data,
+                                  src_.pitch,
+                                  src_.cols,
+                                  src_.rows,
+                                  inside(sx + map_.a * x),
+                                  inside(sy + map_.d * x),
+                                  single ? 0 : dx_,
+                                  single ? 0 : dy_};
             span(s, dst_.at(x, y), std::min(kBlock, range.end - x));
         }
     }
@@ -223,6 +234,7 @@ private:
     const PlaneView& src_;
     const PlaneView& dst_;
     const Affine map_;
+    const int32_t dx_, dy_; ///< 16.16
     const bool wide_;
     const int channels_;
     uint8_t black_[4];
