@@ -15,7 +15,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-enum { kOrdinaryUser = 1000, kSeconds = 120 };
+enum { kOrdinaryUser = 1000, kSeconds = 300 };
 static const char kSuites[] = "Blit. Engine. Mem. WithoutPermission."; /* those that meet the kernel */
 
 static int g_ran, g_failed;

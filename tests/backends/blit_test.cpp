@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <functional>
 #include <memory>
@@ -268,29 +269,26 @@ TEST_F(Blit, AnyFailingCallIsServedBySoftware) {
     tavi_image_convert(&from, &to, 0);
     ContextPool::instance().drop_all();
     const int descriptors = open_descriptors(), mappings = engine.mappings;
-    // Everything twice, cold and warm, with a call that fails in one of them, then once more.
+    // Cold and warm until a call has failed in one of them, then once more.
     const auto repeat = [&](const auto& r, int nth, int error) {
-        ContextPool::instance().forget_engine();
+        engine.detach();
         is_blit_support();
         engine.calls = 0;
         engine.fail_call = nth;
         engine.fail_errno = error;
         int calls = 0;
-        for (int round = 0; round < 3; ++round) {
+        for (bool after = false; !after && calls < 1000;) {
+            after = nth < 0 ? calls > 0 : engine.calls > nth;
             engine.jobs = 0;
             std::memset(result.data, 0x5A, result.size);
-            const int ret = r.by_engine();
-            const std::string where = std::string(r.name) + " round " + std::to_string(round) + " call " +
-                                      std::to_string(nth) + ' ' + engine.failed + ' ' + std::strerror(error);
-            EXPECT_EQ(ret, 0) << where;
-            EXPECT_EQ(result.bytes(), wanted.bytes()) << where;
-            EXPECT_EQ(engine.mappings, mappings) << where;
-            EXPECT_TRUE(engine.jobs > 0 || (nth >= 0 && round < 2)) << where;
-            if (round == 1)
-                calls = engine.calls;
+            engine.dirty();
+            EXPECT_TRUE(r.by_engine() == 0 && std::memcmp(result.data, wanted.data, wanted.size) == 0 &&
+                        engine.mappings == mappings && (engine.jobs > 0 || (nth >= 0 && !after)))
+                << r.name << (after ? " after call " : " call ") << nth << ' ' << engine.failed << ": "
+                << std::strerror(error) << ", mapped " << engine.mappings - mappings << " jobs " << engine.jobs;
+            calls = engine.calls;
         }
         ContextPool::instance().drop_all();
-        EXPECT_EQ(open_descriptors(), descriptors) << r.name << ' ' << engine.failed;
         return calls;
     };
     for (const auto& r : requests) {
@@ -299,11 +297,12 @@ TEST_F(Blit, AnyFailingCallIsServedBySoftware) {
         const int calls = repeat(r, -1, 0);
         EXPECT_GT(calls, 30);
         for (int nth = 0; nth < calls && !HasFailure(); ++nth) {
+            ContextPool::instance().forget_engine();
+            engine.multiplanar = !engine.multiplanar; // by turns: both kinds make the same calls
             for (int error :
-                 {EINTR, EAGAIN, EINVAL, EFAULT, ENOMEM, EIO, EBUSY, ENODEV, EACCES, EMFILE, ENOTTY, ETIMEDOUT}) {
-                engine.multiplanar = !engine.multiplanar; // by turns: both kinds make the same calls
+                 {EINTR, EAGAIN, EINVAL, EFAULT, ENOMEM, EIO, EBUSY, ENODEV, EACCES, EMFILE, ENOTTY, ETIMEDOUT})
                 repeat(r, nth, error);
-            }
+            EXPECT_EQ(open_descriptors(), descriptors) << r.name << ' ' << engine.failed;
         }
     }
 }
@@ -432,7 +431,7 @@ TEST_F(Blit, LetterboxIsSoftwaresToThePixel) {
 TEST_F(Blit, ThreadsShareAndLoseConversations) {
     TaviLogger::GetInstance()->level = TAVI_LOG_ERROR;
     engine.fail_errno = ENODEV;
-    constexpr int kThreads = 12, kRounds = 15, kRequests = 5; // more than there are conversations
+    constexpr int kThreads = 12, kRounds = 15, kRequests = 5;
     for (const int fail_every : {0, 53}) {
         engine.fail_every = fail_every;
         std::atomic<int> wrong{0}, served{0};
@@ -460,11 +459,20 @@ TEST_F(Blit, ThreadsShareAndLoseConversations) {
         for (std::thread& t : threads)
             t.join();
         EXPECT_EQ(wrong, 0);
-        if (fail_every)
-            EXPECT_GT(served, kThreads);
-        else
-            EXPECT_EQ(served, kThreads * kRounds * kRequests) << "busy is no refusal";
+        EXPECT_GT(served, kThreads);
     }
+    engine.fail_every = 0;
+    std::vector<ContextPool::Lease> all;
+    const tavi::Setup setup{{src.pixel_format, 64, 32, {0, 0, 64, 32}}, {dst.pixel_format, 64, 32, {0, 0, 64, 32}}};
+    Why why;
+    for (int i = 0; i < ContextPool::kMost; ++i)
+        all.push_back(ContextPool::instance().lease(setup, why));
+    int result = -1;
+    std::thread late([&] { result = tavi_image_convert_blit(&src, &dst, 0); });
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    all.clear();
+    late.join();
+    EXPECT_EQ(result, 0) << "busy is no refusal";
 }
 
 } // namespace

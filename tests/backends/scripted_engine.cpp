@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "backends/scripted_engine.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -10,11 +11,13 @@
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "backends/blit/blit_formats.h"
 #include "backends/blit/context_pool.h"
 #include "image/view.h"
+#include "os/dma_sync.h"
 
 namespace tavi::test {
 namespace {
@@ -42,18 +45,10 @@ Fields fields(const v4l2_format& f, bool multiplanar) {
                        : Fields{s.pixelformat, s.width, s.height, s.sizeimage};
 }
 
-std::vector<uint8_t> read_buffer(int fd, size_t bytes) {
-    std::vector<uint8_t> pixels(bytes);
-    void* map = ::mmap(nullptr, bytes, PROT_READ, MAP_SHARED, fd, 0);
-    std::memcpy(pixels.data(), map, bytes);
-    ::munmap(map, bytes);
-    return pixels;
-}
-
-void write_buffer(int fd, const std::vector<uint8_t>& pixels) {
-    void* map = ::mmap(nullptr, pixels.size(), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
-    std::memcpy(map, pixels.data(), pixels.size());
-    ::munmap(map, pixels.size());
+ino_t inode_of(int fd) {
+    struct stat info {};
+    ::fstat(fd, &info);
+    return info.st_ino;
 }
 
 } // namespace
@@ -72,6 +67,18 @@ ScriptedEngine::~ScriptedEngine() {
     ContextPool::instance().forget_engine();
     kernel_calls() = kernel_;
     g_engine = before_;
+    detach();
+}
+
+void ScriptedEngine::detach() {
+    for (auto& [inode, b] : buffers_)
+        ::munmap(b.caches, b.memory.size());
+    buffers_.clear();
+}
+
+void ScriptedEngine::dirty() {
+    for (auto& [inode, b] : buffers_)
+        std::fill(b.memory.begin(), b.memory.end(), 0xDD);
 }
 
 int ScriptedEngine::failure(const std::string& what) {
@@ -102,8 +109,20 @@ int ScriptedEngine::control(int fd, unsigned long request, void* argument) {
     if (const int error = failure("ioctl " + std::to_string(_IOC_NR(request))))
         return error;
     if (request == DMA_BUF_IOCTL_SYNC)
-        return clean ? 0 : -ENOTTY;
+        return sync(fd, static_cast<dma_buf_sync*>(argument)->flags);
     return dispatch(contexts_.at(fd), request, argument);
+}
+
+int ScriptedEngine::sync(int fd, uint64_t flags) {
+    const auto found = buffers_.find(inode_of(fd));
+    if (found != buffers_.end()) { // of others nothing is known to a heap
+        auto& [caches, memory] = found->second;
+        if (flags == (DMA_BUF_SYNC_END | DMA_BUF_SYNC_WRITE))
+            std::memcpy(memory.data(), caches, memory.size());
+        else if (!(flags & DMA_BUF_SYNC_END) && (flags & DMA_BUF_SYNC_READ))
+            std::memcpy(caches, memory.data(), memory.size()); // discarded: what was not cleaned is lost
+    }
+    return clean ? 0 : -ENOTTY;
 }
 
 int ScriptedEngine::map(int fd, size_t bytes, int protection, void** address) {
@@ -170,6 +189,8 @@ int ScriptedEngine::dispatch(Context& c, unsigned long request, void* argument) 
             return -ENOTTY;
         Queue& q = queue(a.type);
         if (request == VIDIOC_S_SELECTION) {
+            if (q.streaming)
+                return -EBUSY;
             q.box = a.r;
             if (adjust_box)
                 adjust_box(q.box);
@@ -195,6 +216,16 @@ int ScriptedEngine::dispatch(Context& c, unsigned long request, void* argument) 
         if (!q.requested || q.buffer >= 0 || fd < 0 || length < fields(q.format, multiplanar).bytes)
             return -EINVAL;
         q.buffer = fd;
+        // The first import of a source cleans the caches, that of a result throws them away.
+        if (const auto [entry, fresh] = buffers_.try_emplace(inode_of(fd)); fresh) {
+            auto& [caches, memory] = entry->second;
+            memory.assign(static_cast<size_t>(buffer_bytes(fd)), 0xDD);
+            caches = static_cast<uint8_t*>(::mmap(nullptr, memory.size(), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0));
+            if (is_source(a.type))
+                std::memcpy(memory.data(), caches, memory.size());
+            else
+                std::memcpy(caches, memory.data(), memory.size());
+        }
     } else if (request == VIDIOC_DQBUF) {
         auto& a = as<v4l2_buffer>(argument);
         Queue& q = queue(a.type);
@@ -232,12 +263,12 @@ void ScriptedEngine::run(Context& c, bool with_garbage) {
     ++jobs;
     const Fields sf = fields(c.queue[0].format, multiplanar), df = fields(c.queue[1].format, multiplanar);
     c.queue[0].done = c.queue[1].done = true;
-    std::vector<uint8_t> to = read_buffer(c.queue[1].buffer, df.bytes);
+    std::vector<uint8_t>& from = buffers_.at(inode_of(c.queue[0].buffer)).memory;
+    std::vector<uint8_t>& to = buffers_.at(inode_of(c.queue[1].buffer)).memory;
     if (with_garbage) {
-        to.assign(to.size(), 0xEE);
-        return write_buffer(c.queue[1].buffer, to);
+        std::memset(to.data(), 0xEE, df.bytes);
+        return;
     }
-    std::vector<uint8_t> from = read_buffer(c.queue[0].buffer, sf.bytes);
     const auto src_format = static_cast<tavi_pixel_format>(format_of_fourcc(sf.fourcc));
     const auto dst_format = static_cast<tavi_pixel_format>(format_of_fourcc(df.fourcc));
     const auto box = [](const v4l2_rect& r) {
@@ -267,7 +298,6 @@ void ScriptedEngine::run(Context& c, bool with_garbage) {
             }
         }
     }
-    write_buffer(c.queue[1].buffer, to);
 }
 
 } // namespace tavi::test

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // A memory-to-memory engine made of a script: it keeps formats, rectangles and queues like a driver, does its jobs
-// pixel by pixel in the buffers' files, and misbehaves as told.
+// pixel by pixel, and misbehaves as told. It sees memory, the processor its caches, which are the buffers' files
+// here: what one of them writes reaches the other when the caches are cleaned and discarded, and not before.
 #pragma once
 
 #include <cstdint>
@@ -9,8 +10,10 @@
 #include <mutex>
 #include <set>
 #include <string>
+#include <vector>
 
 #include <linux/videodev2.h>
+#include <sys/types.h>
 
 #include "os/kernel_calls.h"
 
@@ -51,6 +54,9 @@ struct ScriptedEngine {
     ScriptedEngine(const ScriptedEngine&) = delete;
     ScriptedEngine& operator=(const ScriptedEngine&) = delete;
 
+    void detach(); ///< its buffers: the next job imports them for the first time
+    void dirty();  ///< what the processor wrote last is in no memory yet
+
 private:
     struct Queue {
         v4l2_format format{};
@@ -59,6 +65,10 @@ private:
         bool requested = false;
         int buffer = -1; ///< queued
         bool done = false;
+    };
+    struct Imported {
+        uint8_t* caches = nullptr; ///< what the processor sees
+        std::vector<uint8_t> memory;
     };
     struct Context {
         Queue queue[2]; ///< source, result
@@ -74,10 +84,13 @@ private:
     int dispatch(Context& c, unsigned long request, void* argument);
     void run(Context& c, bool with_garbage);
 
+    int sync(int fd, uint64_t flags);
+
     KernelCalls kernel_;
     ScriptedEngine* before_;
     std::mutex mutex_;
     std::map<int, Context> contexts_;
+    std::map<ino_t, Imported> buffers_; ///< by inode
 };
 
 } // namespace tavi::test

@@ -173,11 +173,7 @@ int ContextPool::Lease::run(const Buffer& src, const Buffer& dst, Why& why) {
         slot_->src = src;
         slot_->dst = dst;
     }
-    error_ = slot_->context.run(src, dst, why);
-    // The stream is stopped here, not when the lease ends: software may touch the destination next.
-    if (error_)
-        slot_->context.close();
-    return error_;
+    return error_ = slot_->context.run(src, dst, why);
 }
 
 ContextPool::Lease::~Lease() {

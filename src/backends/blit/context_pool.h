@@ -45,6 +45,7 @@ public:
         explicit operator bool() const { return pool_ != nullptr; }
         /// Whether the conversation was opened for this lease.
         bool opened() const { return slot_->context.opened(); }
+        /// One job. When it has failed the end of the lease stops the stream: not before may software write.
         int run(const Buffer& src, const Buffer& dst, Why& why);
 
     private:

@@ -31,17 +31,19 @@ struct Operand {
     Side side;
     Buffer buffer;
     uint64_t bytes = 0;
+    uint64_t extent = 0; ///< bytes of the buffer that may hold something, the image's first
 };
 
 constexpr unsigned bit_of(uint32_t format) { return 1u << format; }
 
 /// Whether `data` is the first byte of the buffer behind `fd`. A deep clone keeps the descriptor of its source, and a
 /// region may start inside a buffer: an engine would work on the wrong picture.
-bool owns_descriptor(const tavi_image_t& image, const Buffer& buffer) {
+bool owns_descriptor(const tavi_image_t& image, const Buffer& buffer, uint64_t& extent) {
     tavi_mem_record_t record;
     if (tavi_mem_get_record_by_virt_addr(image.data, 1, &record) != 0)
         return offset_in_buffer(image.data, image.fd) == 0; // memory that the application mapped itself
     Buffer own;
+    extent = record.size;
     return record.virt_addr == image.data &&
            (record.fd == image.fd || (identify_buffer(record.fd, own) && same_buffer(own, buffer)));
 }
@@ -76,7 +78,8 @@ bool take_operand(tavi_image_t* image, const char* name, unsigned offered, Opera
                 static_cast<unsigned long long>(o.buffer.bytes), static_cast<unsigned long long>(o.bytes));
         return false;
     }
-    if (image->data && !owns_descriptor(*image, o.buffer)) {
+    o.extent = o.buffer.bytes;
+    if (image->data && !owns_descriptor(*image, o.buffer, o.extent)) {
         why.set("%s data=%p is not the start of the buffer behind fd=%d", name, static_cast<void*>(image->data),
                 image->fd);
         return false;
@@ -158,23 +161,29 @@ bool make_request(tavi_image_t* src, tavi_image_t* dst, tavi_image_transform_mod
     return true;
 }
 
-/// Keeps what the CPU drew around the destination's rectangle. The import of a buffer as a destination throws away
-/// what is still in the caches only, and that cannot be cleaned before: a heap cleans for devices that have the
-/// buffer, which the engine then does not. Newer kernels import a buffer once, older ones for every job.
+/// Keeps what the CPU wrote around the destination's rectangle, and behind the image in its buffer. The import of a
+/// buffer as a destination throws away what is still in the caches only, and that cannot be cleaned before: a heap
+/// cleans for devices that have the buffer, which the engine then does not. Newer kernels import a buffer once, older
+/// ones for every job.
 class Surroundings {
 public:
-    bool save(const Operand& dst, Why& why) {
-        const auto bytes = static_cast<size_t>(dst.bytes);
-        if (!dst.record->data)
-            mapping_ = CpuMapping(dst.buffer.fd, bytes, Access::read_write);
-        data_ = dst.record->data ? dst.record->data : mapping_.data();
-        saved_.reset(data_ ? static_cast<uint8_t*>(std::malloc(bytes)) : nullptr);
+    /// With `around` what is in the image around the rectangle, too.
+    bool save(const Operand& dst, bool around, Why& why) {
+        around_ = around;
+        begin_ = around ? 0 : static_cast<size_t>(dst.bytes);
+        if (begin_ >= dst.extent)
+            return true;
+        const auto end = static_cast<size_t>(dst.extent);
+        if (!dst.record->data || dst.extent > dst.bytes)
+            mapping_ = CpuMapping(dst.buffer.fd, end, Access::read_write);
+        data_ = mapping_ ? mapping_.data() : dst.record->data;
+        saved_.reset(data_ && mapping_.error() == 0 ? static_cast<uint8_t*>(std::malloc(end - begin_)) : nullptr);
         if (!saved_) {
-            why.set("no memory, or no mapping, to keep the pixels around the destination's rectangle");
+            why.set("no memory, or no mapping, to keep %zu bytes around the destination", end - begin_);
             return false;
         }
         const DmaSync pass(dst.buffer.fd, Access::read);
-        std::memcpy(saved_.get(), data_, bytes);
+        std::memcpy(saved_.get(), data_ + begin_, end - begin_);
         return true;
     }
 
@@ -182,15 +191,19 @@ public:
         if (!saved_)
             return;
         const DmaSync pass(dst.buffer.fd, Access::write);
+        const auto bytes = static_cast<size_t>(dst.bytes);
+        std::memcpy(data_ + bytes, saved_.get() + (bytes - begin_), static_cast<size_t>(dst.extent) - bytes);
+        if (!around_)
+            return;
         const Side& side = dst.side;
         const ImageView from = make_view(saved_.get(), side.format, side.width, side.height);
         const ImageView to = make_view(data_, side.format, side.width, side.height);
         const Box& b = side.box;
-        const Box around[] = {{0, 0, side.width, b.y},
-                              {0, b.y + b.height, side.width, side.height - b.y - b.height},
-                              {0, b.y, b.x, b.height},
-                              {b.x + b.width, b.y, side.width - b.x - b.width, b.height}};
-        for (const Box& box : around)
+        const Box boxes[] = {{0, 0, side.width, b.y},
+                             {0, b.y + b.height, side.width, side.height - b.y - b.height},
+                             {0, b.y, b.x, b.height},
+                             {b.x + b.width, b.y, side.width - b.x - b.width, b.height}};
+        for (const Box& box : boxes)
             copy(crop(from, box), crop(to, box));
     }
 
@@ -209,10 +222,12 @@ private:
 
     CpuMapping mapping_;
     uint8_t* data_ = nullptr;
+    size_t begin_ = 0; ///< of what is saved
+    bool around_ = false;
     std::unique_ptr<uint8_t, Free> saved_;
 };
 
-/// Runs a request. With `keep_rest` the destination's pixels outside its rectangle survive, a failure too.
+/// Runs a request. With `keep_rest` the destination's pixels outside its rectangle survive, also when it fails.
 bool run_request(Request& r, bool keep_rest, Why& why) {
     Surroundings rest;
     int error;
@@ -220,7 +235,7 @@ bool run_request(Request& r, bool keep_rest, Why& why) {
         ContextPool::Lease lease = ContextPool::instance().lease(r.setup(), why);
         if (!lease)
             return false;
-        if (keep_rest && !is_whole(r.dst.side) && !rest.save(r.dst, why))
+        if (!rest.save(r.dst, keep_rest && !is_whole(r.dst.side), why))
             return false;
         r.opened = lease.opened();
         error = lease.run(r.src.buffer, r.dst.buffer, why);
