@@ -966,7 +966,16 @@ void mirror3(const uint8_t* row, uint8_t* out, int cols) {
         std::memcpy(out + 3 * x, row + 3 * (cols - 1 - x), 3);
 }
 
+/// Asks for the rows that the next sixteen will be: steps of a whole row are too long for the processor to foresee.
+void prefetch_below(const uint8_t* src, ptrdiff_t src_pitch, int bytes) {
+    const uintptr_t next = reinterpret_cast<uintptr_t>(src) + 16 * src_pitch;
+    for (int y = 0; y < 16; ++y)
+        for (int i = 0; i < bytes; i += 64)
+            _mm_prefetch(reinterpret_cast<const char*>(next + y * src_pitch + i), _MM_HINT_T0);
+}
+
 void transpose_1(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_t dst_pitch, int cols) {
+    prefetch_below(src, src_pitch, cols);
     int x = 0;
     for (; x + 16 <= cols; x += 16) {
         H a[16], b[16];
@@ -987,6 +996,7 @@ void transpose_1(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_
 }
 
 void transpose_2(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_t dst_pitch, int cols) {
+    prefetch_below(src, src_pitch, 2 * cols);
     int x = 0;
     for (; x + 8 <= cols; x += 8)
         for (int y = 0; y < 16; y += 8) {
@@ -1014,6 +1024,7 @@ void transpose_four(H* a) { // 4 x 4 quads
 }
 
 void transpose_4(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_t dst_pitch, int cols) {
+    prefetch_below(src, src_pitch, 4 * cols);
     int x = 0;
     for (; x + 4 <= cols; x += 4) {
         H a[4][4];
@@ -1030,6 +1041,7 @@ void transpose_4(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_
 }
 
 void transpose_3(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_t dst_pitch, int cols) {
+    prefetch_below(src, src_pitch, 3 * cols);
     constexpr Shuffle kSpread = {{0, 1, 2, -1, 3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11, -1}};
     constexpr Shuffle kPack = {{0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1}};
     int x = 0;
