@@ -240,11 +240,12 @@ TEST_F(Blit, NeverWorksOnMemoryThatIsNotTheImages) {
 // must find the engine again.
 TEST_F(Blit, AnyFailingCallIsServedBySoftware) {
     TaviLogger::GetInstance()->level = TAVI_LOG_ERROR;
-    Picture small(TAVI_PIXEL_FORMAT_RGB888, 32, 16), result(TAVI_PIXEL_FORMAT_BGR888, 32, 24);
-    Picture wanted(TAVI_PIXEL_FORMAT_BGR888, 32, 24);
+    Picture small(TAVI_PIXEL_FORMAT_RGB888, 32, 16), result(TAVI_PIXEL_FORMAT_BGR888, 32, 64);
+    Picture wanted(TAVI_PIXEL_FORMAT_BGR888, 32, 64); // the images are its first rows
     small.draw();
     tavi_image_t from = small.by_descriptor(), boxed = result.by_descriptor(), to = boxed, top = wanted;
-    to.height = top.height = 16;
+    tavi_image_t tall = wanted;
+    to.height = top.height = 16, boxed.height = tall.height = 24;
     tavi_rect_t other{0, 0, 15, 12}, part{4, 2, 19, 14}, place{10, 1, 25, 13};
     const struct {
         const char* name;
@@ -253,7 +254,7 @@ TEST_F(Blit, AnyFailingCallIsServedBySoftware) {
         {"whole", [&] { return tavi_image_convert(&from, &to, 0); },
          [&] { return tavi_image_convert_libyuv(&small, &top, 0); }},
         {"letterbox", [&] { return letterbox(tavi_image_convert_keep_ratio_by_method, from, boxed, 0, 0); },
-         [&] { return letterbox(tavi_image_convert_keep_ration, small, wanted); }},
+         [&] { return letterbox(tavi_image_convert_keep_ration, small, tall); }},
         {"part", // around the rectangle nothing may change; software would fill it
          [&] {
              tavi_image_convert_blit_with_crop(&from, &other, &to, &place, 0);

@@ -4,6 +4,7 @@
 #define TAVI_LOG_TAG "tavi-blit"
 #include "backends/blit/tavi_blit.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -34,6 +35,8 @@ struct Operand {
     uint64_t extent = 0; ///< bytes of the buffer that may hold something, the image's first
 };
 
+constexpr uint64_t kPage = 4096;
+
 constexpr unsigned bit_of(uint32_t format) { return 1u << format; }
 
 /// Whether `data` is the first byte of the buffer behind `fd`. A deep clone keeps the descriptor of its source, and a
@@ -43,7 +46,7 @@ bool owns_descriptor(const tavi_image_t& image, const Buffer& buffer, uint64_t& 
     if (tavi_mem_get_record_by_virt_addr(image.data, 1, &record) != 0)
         return offset_in_buffer(image.data, image.fd) == 0; // memory that the application mapped itself
     Buffer own;
-    extent = record.size;
+    extent = std::max<uint64_t>(record.size, extent);
     return record.virt_addr == image.data &&
            (record.fd == image.fd || (identify_buffer(record.fd, own) && same_buffer(own, buffer)));
 }
@@ -78,12 +81,15 @@ bool take_operand(tavi_image_t* image, const char* name, unsigned offered, Opera
                 static_cast<unsigned long long>(o.buffer.bytes), static_cast<unsigned long long>(o.bytes));
         return false;
     }
-    o.extent = o.buffer.bytes;
+    o.extent = o.bytes;
     if (image->data && !owns_descriptor(*image, o.buffer, o.extent)) {
         why.set("%s data=%p is not the start of the buffer behind fd=%d", name, static_cast<void*>(image->data),
                 image->fd);
         return false;
     }
+    // Less than a page more is what the kernel rounded up, not what anybody uses.
+    if (o.buffer.bytes - o.bytes >= kPage)
+        o.extent = o.buffer.bytes;
     o.record = image;
     o.side.format = image->pixel_format;
     o.side.width = static_cast<int>(image->width);
