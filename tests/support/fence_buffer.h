@@ -10,6 +10,8 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <map>
+#include <vector>
 
 namespace tavi::test {
 
@@ -19,17 +21,23 @@ public:
     explicit FenceBuffer(size_t size, size_t misalign = 0) : size_(size) {
         const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
         const size_t inside = (size + misalign + page - 1) / page * page;
-        total_ = inside + 2 * page;
-        map_ = static_cast<uint8_t*>(mmap(nullptr, total_, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-        if (map_ == MAP_FAILED || mprotect(map_ + page, inside, PROT_READ | PROT_WRITE))
-            abort();
-        front_ = map_ + page;
+        inside_ = inside;
+        std::vector<uint8_t*>& spare = spares()[inside];
+        if (spare.empty()) {
+            auto* map = static_cast<uint8_t*>(
+                mmap(nullptr, inside + 2 * page, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+            if (map == MAP_FAILED || mprotect(map + page, inside, PROT_READ | PROT_WRITE))
+                abort();
+            spare.push_back(map + page);
+        }
+        front_ = spare.back();
+        spare.pop_back();
         data_ = front_ + inside - misalign - size;
         std::memset(front_, kFill, inside);
     }
     FenceBuffer(const FenceBuffer&) = delete;
     FenceBuffer& operator=(const FenceBuffer&) = delete;
-    ~FenceBuffer() { munmap(map_, total_); }
+    ~FenceBuffer() { spares()[inside_].push_back(front_); }
 
     uint8_t* data() const { return data_; }
     size_t size() const { return size_; }
@@ -47,8 +55,15 @@ public:
 
 private:
     static constexpr uint8_t kFill = 0xA5;
-    size_t size_, total_;
-    uint8_t *map_, *front_, *data_;
+    /// Mappings that are free, by the bytes between their fences: they stay for the next buffer. A new mapping for
+    /// each of a test's million buffers is slow, and leaves the addresses that a 32-bit emulator has.
+    static std::map<size_t, std::vector<uint8_t*>>& spares() {
+        static std::map<size_t, std::vector<uint8_t*>> all;
+        return all;
+    }
+
+    size_t size_, inside_;
+    uint8_t *front_, *data_;
 };
 
 } // namespace tavi::test
