@@ -26,4 +26,4 @@ foreach(text_file README.md docs/files.md docs/drawing.md docs/formats.md docs/m
         endif()
     endforeach()
 endforeach()
-tavi_test(examples_test SOURCES examples_test.cpp ${example_sources} LINK tavi_everything)
+tavi_test(examples_test SOURCES examples_test.cpp ${example_sources} LINK tavi_image)
