@@ -14,7 +14,7 @@
 #include "backends/cpu/drawing/stroke_font.h"
 #include "backends/cpu/tavi_image_cpu.h"
 #include "support/captured_log.h"
-#include "support/picture.h"
+#include "support/pixels.h"
 
 namespace {
 
@@ -95,7 +95,7 @@ int draw(tavi_image_t* img, const Shape& s, tavi_color_t color) {
 void check(const Shape& s, int format, int width, int height, std::mt19937& random) {
     const tavi_color_t color = {static_cast<uint8_t>(random()), static_cast<uint8_t>(random()),
                                 static_cast<uint8_t>(random())};
-    Picture picture(format, width, height, random() % 3);
+    Pixels picture(format, width, height, random() % 3);
     const RefImage before = picture.noise(random()).colors();
     const std::vector<uint8_t> bytes = picture.bytes();
     ASSERT_EQ(draw(&picture.img, s, color), 0);
@@ -161,8 +161,8 @@ TEST(Drawing, CoversThePixelsWhoseCentresAreInside) {
 
 // ------------------------------------------------------------------------------------------------------------ text
 
-struct Canvas : Picture {
-    Canvas(int w, int h) : Picture(TAVI_PIXEL_FORMAT_GRAY8, w, h) { memset(data(), 0, size()); }
+struct Canvas : Pixels {
+    Canvas(int w, int h) : Pixels(TAVI_PIXEL_FORMAT_GRAY8, w, h) { memset(data(), 0, size()); }
     Canvas& text(const std::string& s, int x, int y, int size, int thickness) {
         EXPECT_EQ(tavi_image_draw_text_cpu(&img, s.c_str(), {x, y, size}, {255, 255, 255}, thickness), 0);
         return *this;
@@ -257,7 +257,7 @@ TEST(Text, IsClippedAtAnyPlaceAndSize) {
     std::mt19937 random(4);
     const std::string all = "Aq\u00c5\u03b2\u0416\u2192\n@|\u00e7";
     for (int i = 0; i < 2000; ++i) {
-        Picture picture(i % 16, 2 + random() % 20, 2 + random() % 20);
+        Pixels picture(i % 16, 2 + random() % 20, 2 + random() % 20);
         const Shape s = random_shape(random, true);
         const tavi_point_t at = {s.a.x, s.a.y, i % 3 ? static_cast<int>(random() % 60) : s.radius};
         ASSERT_EQ(tavi_image_draw_text_cpu(&picture.img, all.c_str(), at, {1, 2, 3}, s.thickness), 0);
@@ -277,7 +277,7 @@ TEST(Text, IsTheSameWhereTheEdgeCutsIt) {
 }
 
 TEST(Drawing, RefusesByName) {
-    Picture picture(0, 4, 4);
+    Pixels picture(0, 4, 4);
     tavi_image_t *good = &picture.img, bad = *good, big = *good;
     bad.pixel_format = static_cast<tavi_pixel_format>(16);
     big.width = 16385;

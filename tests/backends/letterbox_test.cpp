@@ -6,7 +6,7 @@
 
 #include "backends/software/tavi_image_libyuv.h"
 #include "image/letterbox.h"
-#include "support/picture.h"
+#include "support/pixels.h"
 #include "tavi_letterbox.h"
 
 namespace tavi::test {
@@ -63,7 +63,7 @@ TEST(Letterbox, ReportsWhatItPainted) {
             for (int position = 0; position < 3; ++position)
                 for (const auto& z :
                      {std::array<int, 4>{64, 36, 40, 40}, {30, 60, 41, 33}, {9, 9, 33, 17}, {200, 10, 20, 31}}) {
-                    Picture src(s, z[0], z[1]), dst(d, z[2], z[3]);
+                    Pixels src(s, z[0], z[1]), dst(d, z[2], z[3]);
                     src.flat({255, 255, 255});
                     float sx, sy, left, top;
                     ASSERT_EQ(tavi_image_convert2_libyuv(&src.img, &dst.img, 1, 0x204080, position, &sx, &sy, &left,

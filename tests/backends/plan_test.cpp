@@ -7,11 +7,10 @@ namespace tavi {
 namespace {
 
 TEST(Plan, ShrinksFirstAndEnlargesLast) {
-    struct Case {
+    constexpr struct {
         int src_format, src_width, src_height, dst_format, dst_width, dst_height, mode;
         const char* plan;
-    };
-    constexpr Case kCases[] = {
+    } kCases[] = {
         {7, 1920, 1080, 7, 1920, 1080, 0, "copy"},
         {7, 1920, 1080, 1, 1920, 1080, 0, "nv12>rgb"},
         {7, 1920, 1080, 1, 640, 360, 0, "scale nv12 640x360; nv12>rgb"},
@@ -26,17 +25,10 @@ TEST(Plan, ShrinksFirstAndEnlargesLast) {
         {13, 100, 50, 14, 50, 100, 8, "yuyv>yu16; transpose yu16; yu16>uyvy"},
         {1, 100, 50, 0, 25, 50, 8, "scale rgb 50x25; rgb>gray8; transpose gray8"},
     };
-    for (const Case& c : kCases) {
-        const auto format = static_cast<tavi_pixel_format>(c.src_format);
-        const Plan plan = make_plan({format,
-                                     c.src_width,
-                                     c.src_height,
-                                     {0, 0, c.src_width, c.src_height},
-                                     static_cast<tavi_pixel_format>(c.dst_format),
-                                     c.dst_width,
-                                     c.dst_height,
-                                     c.mode});
-        EXPECT_EQ(describe(plan, format), c.plan);
+    const auto format = [](int f) { return static_cast<tavi_pixel_format>(f); };
+    for (const auto& [from, w, h, to, dw, dh, mode, text] : kCases) {
+        const Plan plan = make_plan({format(from), w, h, {0, 0, w, h}, format(to), dw, dh, mode});
+        EXPECT_EQ(describe(plan, format(from)), text);
     }
 }
 

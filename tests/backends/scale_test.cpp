@@ -7,7 +7,7 @@
 
 #include "backends/software/convert.h"
 #include "backends/software/tavi_image_libyuv.h"
-#include "support/picture.h"
+#include "support/pixels.h"
 
 namespace tavi::test {
 namespace {
@@ -23,7 +23,7 @@ std::vector<double> samples_of(const PlaneView& p, bool wide) {
 
 // The largest difference from the exact result, over all planes of a same-format scale of part of an image.
 double scale_error(int format, int w, int h, const Box& box, int dw, int dh, int method, unsigned seed) {
-    Picture src(format, w, h), dst(format, dw, dh);
+    Pixels src(format, w, h), dst(format, dw, dh);
     std::mt19937 random(seed);
     for (size_t i = 0; i < src.size(); ++i) // hard contrasts show coarse weights
         src.data()[i] = random() % 3 == 0 ? static_cast<uint8_t>(random()) : random() % 2 ? 255 : 0;
@@ -93,7 +93,7 @@ TEST(Scale, FlatStaysFlat) {
         for (int value : {0, 1, 77, 127, 200, 254, 255})
             for (int method = 0; method < 4; ++method)
                 for (const auto& [from, to] : {std::pair{90, 31}, {31, 90}, {400, 3}, {64, 64}}) {
-                    Picture src(f, from, from), dst(f, to, to);
+                    Pixels src(f, from, from), dst(f, to, to);
                     memset(src.data(), value, src.size());
                     ASSERT_EQ(tavi_image_convert2_libyuv(&src.img, &dst.img, 0, 0, 0, nullptr, nullptr, nullptr,
                                                          nullptr, method),

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstring>
 #include <thread>
 #include <vector>
 
@@ -36,6 +37,16 @@ TEST(Threads, ConvertAllocateAndLogAtOnce) {
                 for (uint32_t k = 0; k < src.size; ++k)
                     src.data[k] = 130;
                 wrong += tavi_image_convert(&src, &dst, 0) != 0;
+                for (int k = 0; k < 60; ++k) { // the registry and the pool, among many changes
+                    tavi_mem_record_t r = {};
+                    wrong += tavi_mem_alloc(100 + (k * 37 + t) % 3000, TAVI_MEM_TYPE_HEAP, &r) != 0;
+                    std::memset(r.virt_addr, t, r.size);
+                    wrong += tavi_mem_check_record_by_virt_addr(src.data + 60, 1) != 0;
+                    wrong += static_cast<uint8_t*>(r.virt_addr)[r.size - 1] != t;
+                    wrong += tavi_mem_free_by_virt_addr(r.virt_addr) != 0;
+                }
+                if (i % 8 == 0)
+                    tavi_mem_trim();
                 wrong += tavi_image_release(&src) != 0;
                 wrong += tavi_image_release(&dst) != 0;
             }

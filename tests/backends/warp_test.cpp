@@ -8,7 +8,7 @@
 
 #include "backends/cpu/tavi_image_cpu.h"
 #include "services/tavi_mem.h"
-#include "support/picture.h"
+#include "support/pixels.h"
 
 namespace tavi::test {
 namespace {
@@ -51,7 +51,7 @@ TEST(Affine, WithinTwoOfTheReference) {
             const float m[6] = {
                 float(std::cos(angle) * scale), float(-std::sin(angle) * scale),      float(random() % 50),
                 float(std::sin(angle) * scale), float(std::cos(angle) * scale * 1.1), float(random() % 40) - 5};
-            Picture src(f, w, h, i % 4), dst(f, dw, dh, i % 3), black(f, 2, 2);
+            Pixels src(f, w, h, i % 4), dst(f, dw, dh, i % 3), black(f, 2, 2);
             ASSERT_EQ(tavi_image_affine_transform_cpu(&src.noise(i).img, &dst.img, m), 0);
             ASSERT_TRUE(dst.intact());
             const ImageView s = src.view(), d = dst.view(), b = black.flat({0, 0, 0}).view();
@@ -68,7 +68,7 @@ TEST(Affine, WithinTwoOfTheReference) {
 // The same picture packed and planar comes out the same.
 TEST(Affine, PackedFormatsGoThroughPlanes) {
     const float m[6] = {0.9f, -0.2f, 6, 0.2f, 0.9f, -3};
-    Picture planar(9, 48, 32), from_planar(9, 40, 40), packed(13, 48, 32), from_packed(13, 40, 40);
+    Pixels planar(9, 48, 32), from_planar(9, 40, 40), packed(13, 48, 32), from_packed(13, 40, 40);
     ASSERT_EQ(tavi_image_affine_transform_cpu(&planar.noise(3).img, &from_planar.img, m), 0);
     ASSERT_EQ(tavi_image_affine_transform_cpu(&packed.set(planar.colors()).img, &from_packed.img, m), 0);
     EXPECT_EQ(from_packed.error(from_planar.colors()), 0);
@@ -109,7 +109,7 @@ TEST(Affine, SolvesAndRefusesPoints) {
 }
 
 TEST(Affine, RefusesWhatItCannotWarp) {
-    Picture src(1, 30, 30), dst(1, 30, 30), other(2, 30, 30);
+    Pixels src(1, 30, 30), dst(1, 30, 30), other(2, 30, 30);
     const float good[] = {1, 0, 0, 0, 1, 0}, flat[] = {1, 2, 0, 2, 4, 0}, nan[] = {NAN, 0, 0, 0, 1, 0}, zero[6] = {};
     const struct {
         tavi_image_t *src, *dst;
@@ -137,12 +137,12 @@ TEST(Affine, RefusesWhatItCannotWarp) {
         }
 }
 
-int crop(Picture& src, tavi_rect_t region, tavi_image_t* dst) {
+int crop(Pixels& src, tavi_rect_t region, tavi_image_t* dst) {
     return tavi_image_crop_and_resize_cpu_imp(&src.img, &region, dst);
 }
 
 TEST(Crop, AttachesPooledMemoryAndGivesItBackOnFailure) {
-    Picture src(7, 64, 48);
+    Pixels src(7, 64, 48);
     const struct {
         tavi_rect_t region;
         int format, width, result;
@@ -153,7 +153,7 @@ TEST(Crop, AttachesPooledMemoryAndGivesItBackOnFailure) {
                 {{3, 5, 40, 41}, 7, 1, TAVI_RET_UNSUPPORTED},
                 {{3, 5, 40, 41}, 8, 30, TAVI_RET_PARAM_ERR}};
     for (const auto& row : rows) {
-        tavi_image_t to = Picture(row.format, row.width, 20).img;
+        tavi_image_t to = Pixels(row.format, row.width, 20).img;
         to.data = nullptr;
         EXPECT_EQ(crop(src, row.region, &to), row.result);
         EXPECT_EQ(to.data != nullptr, row.result == 0);
@@ -167,7 +167,7 @@ TEST(Crop, AttachesPooledMemoryAndGivesItBackOnFailure) {
 TEST(Crop, TheLastOddPixelSharesItsNeighboursChroma) {
     for (int f : {5, 7, 9, 11, 13})
         for (tavi_rect_t region : {tavi_rect_t{4, 4, 4, 4}, {4, 0, 4, 3}, {0, 4, 3, 4}}) {
-            Picture src(f, 5, 5), dst(f, 4, 4);
+            Pixels src(f, 5, 5), dst(f, 4, 4);
             memset(src.data(), 77, src.size());
             ASSERT_EQ(crop(src, region, &dst.img), 0);
             ASSERT_EQ(dst.bytes(), std::vector<uint8_t>(dst.size(), 77)) << f;
@@ -176,7 +176,7 @@ TEST(Crop, TheLastOddPixelSharesItsNeighboursChroma) {
 
 TEST(Crop, WithoutScalingCopiesTheRegion) {
     for (int f = 0; f < 16; ++f) {
-        Picture src(f, 41, 30), dst(f, 17, 12);
+        Pixels src(f, 41, 30), dst(f, 17, 12);
         ASSERT_EQ(crop(src.noise(f), {6, 8, 22, 19}, &dst.img), 0);
         EXPECT_EQ(is_yuv(f) ? dst.error(dst.colors()) : 0, 0);
         for (int y = 0; y < 12; ++y)
@@ -186,7 +186,7 @@ TEST(Crop, WithoutScalingCopiesTheRegion) {
 }
 
 TEST(Transpose, NeedsTheExchangedSizeAndTheSameFormat) {
-    Picture src(7, 41, 20), dst(7, 20, 41), wide(7, 21, 41), high(7, 20, 42), other(8, 20, 41), square(1, 20, 20);
+    Pixels src(7, 41, 20), dst(7, 20, 41), wide(7, 21, 41), high(7, 20, 42), other(8, 20, 41), square(1, 20, 20);
     ASSERT_EQ(tavi_image_transpose_cpu(&src.flat({9, 80, 200}).img, &dst.img), 0);
     EXPECT_EQ(dst.error(ref_transform(src.colors(), 8)), 0);
     ASSERT_EQ(tavi_image_transpose_cpu(&dst.noise(2).img, &src.img), 0);

@@ -4,10 +4,8 @@
 #include "services/tavi_mem.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cstdlib>
 #include <cstring>
-#include <thread>
 #include <vector>
 
 #include <fcntl.h>
@@ -166,39 +164,6 @@ TEST(Mem, FindsAnyAddressAmongTenThousand) {
         EXPECT_EQ(tavi_mem_free_by_virt_addr(r.virt_addr), 0);
     EXPECT_NE(tavi_mem_check_record_by_virt_addr(live[0].virt_addr, 1), 0);
     EXPECT_EQ(stats_of(0).live_bytes, 0u);
-}
-
-TEST(Mem, ThreadsShareTheRegistry) {
-    std::atomic<int> wrong{0};
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 8; ++t) {
-        threads.emplace_back([t, &wrong] {
-            std::vector<uint8_t*> mine;
-            for (int i = 0; i < 2000; ++i) {
-                tavi_mem_record_t r{};
-                if (tavi_mem_alloc(100 + (i * 37 + t) % 3000, i % 50 ? 0 : 1, &r) != 0)
-                    ++wrong;
-                auto* bytes = static_cast<uint8_t*>(r.virt_addr);
-                std::memset(bytes, t, r.size);
-                mine.push_back(bytes);
-                uint8_t* old = mine[static_cast<size_t>(i) * 7 % mine.size()];
-                if (tavi_mem_check_record_by_virt_addr(old + 60, 1) != 0 || *old != t)
-                    ++wrong;
-                if (mine.size() > 40) {
-                    wrong += tavi_mem_free_by_virt_addr(mine.front()) != 0;
-                    mine.erase(mine.begin());
-                }
-                if (i % 500 == 0)
-                    tavi_mem_trim();
-            }
-            for (uint8_t* bytes : mine)
-                wrong += tavi_mem_free_by_virt_addr(bytes) != 0;
-        });
-    }
-    for (std::thread& t : threads)
-        t.join();
-    EXPECT_EQ(wrong, 0);
-    EXPECT_EQ(stats_of(0).live_count + stats_of(1).live_count, 0u);
 }
 
 int g_freeing = 0;

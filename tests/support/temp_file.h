@@ -11,6 +11,11 @@
 
 #include <gtest/gtest.h>
 
+inline std::string read_whole(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
 class TempFile {
 public:
     explicit TempFile(const std::string& ending = "") {
@@ -22,10 +27,7 @@ public:
     TempFile& operator=(const TempFile&) = delete;
 
     const char* path() const { return path_.c_str(); }
-    std::string read() const {
-        std::ifstream in(path_, std::ios::binary);
-        return {std::istreambuf_iterator<char>(in), {}};
-    }
+    std::string read() const { return read_whole(path_); }
 
 private:
     std::string path_;

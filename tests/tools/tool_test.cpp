@@ -3,7 +3,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <regex>
 #include <string>
 #include <sys/wait.h>
@@ -11,6 +10,7 @@
 
 #include <gtest/gtest.h>
 
+#include "support/temp_file.h"
 #include "tavi_image.h"
 
 namespace {
@@ -34,13 +34,8 @@ protected:
     int run(std::string line) {
         line = std::regex_replace(line, std::regex("@"), TAVI_TOOL);
         const int status = std::system(("(" + line + ") >out 2>err").c_str());
-        out = read("out"), err = read("err");
+        out = read_whole("out"), err = read_whole("err");
         return WEXITSTATUS(status);
-    }
-
-    static std::string read(const char* path) {
-        std::ifstream in(path, std::ios::binary);
-        return {std::istreambuf_iterator<char>(in), {}};
     }
 
     std::string out, err;
@@ -163,7 +158,7 @@ TEST_F(Tool, DrawsInOrderFromArgumentsAndJson) {
 
 // Every block of shell commands in the tool's page; a block of text after one is what it prints.
 TEST_F(Tool, ExamplesOfThePageDoWhatItSays) {
-    const std::string page = read(TAVI_PAGE);
+    const std::string page = read_whole(TAVI_PAGE);
     const auto block = [&page](const char* fence, size_t from, size_t& end) {
         const size_t begin = page.find(fence, from);
         if (begin == std::string::npos)
