@@ -52,7 +52,7 @@ struct WideFir {
 
 /// Weights of a horizontal filter: output column i is the sum of `taps` source columns from `start[i]`.
 struct FirTable {
-    const int32_t* start;  ///< first source element (column times channels), one per output column
+    const int32_t* start;  ///< first source element (column times channels), one per output column, evenly apart
     const int16_t* weight; ///< `taps` per output column, Q14, they sum to 16384
     int taps;              ///< even
     int cols;              ///< output columns

@@ -685,11 +685,36 @@ void fir_wide_to_16(const uint16_t* row, const FirTable& t, uint16_t* out) {
     fir_to_16_loop<C>(row, t, out, i);
 }
 
+// Gathers are slow on many processors. Where four columns and their neighbours lie within 16 bytes, one load and one
+// shuffle per four take their place.
+
+/// Whether `reach` elements hold any four columns and the neighbour of the last.
+bool within(const FirTable& t, int reach) {
+    // Three steps of a map are at most that many elements, rounded up; floors and the edge take up to two off the
+    // whole.
+    return t.cols > 1 && 3 * (t.start[t.cols - 1] - t.start[0] + 2) <= (reach - 2) * (t.cols - 1);
+}
+
+/// The distances of eight columns from the first of their four, in both bytes of the lower word, and in the upper
+/// one.
+V distances(const int32_t* start) {
+    const V at = load(start), d = _mm256_sub_epi32(at, _mm256_shuffle_epi32(at, 0));
+    constexpr Shuffle kSpread = {{0, 0, 0, 0, 4, 4, 4, 4, 8, 8, 8, 8, 12, 12, 12, 12}};
+    return _mm256_shuffle_epi8(d, kSpread.full());
+}
+
 // One and two channels: sums of eight and of four columns.
-V fir1_eight(const uint16_t* row, const FirTable& t, int i, V half) {
+V fir1_eight(const uint16_t* row, const FirTable& t, int i, V half, bool near) {
     if (t.taps == 2) {
-        const V pairs = _mm256_i32gather_epi32(reinterpret_cast<const int*>(row), load(t.start + i), 2);
-        return _mm256_add_epi32(half, _mm256_madd_epi16(pairs, load(t.weight + 2 * i)));
+        const V w = load(t.weight + 2 * i);
+        if (!near) {
+            const V pairs = _mm256_i32gather_epi32(reinterpret_cast<const int*>(row), load(t.start + i), 2);
+            return _mm256_add_epi32(half, _mm256_madd_epi16(pairs, w));
+        }
+        const V d = distances(t.start + i);
+        const V index = _mm256_add_epi8(_mm256_add_epi8(d, d), _mm256_set1_epi32(0x03020100));
+        const V words = join(load16(row + t.start[i]), load16(row + t.start[i + 4]));
+        return _mm256_add_epi32(half, _mm256_madd_epi16(_mm256_shuffle_epi8(words, index), w));
     }
     V sums[2];
     for (int g = 0; g < 2; ++g) { // four columns, four taps at a time
@@ -743,17 +768,19 @@ H narrow8(V sums) { // eight sums to eight bytes
 
 void fir1(const uint16_t* row, const FirTable& t, uint8_t* out) {
     const V half = _mm256_set1_epi32(1 << 19);
+    const bool near = within(t, 8);
     int i = 0;
     for (; i + 8 <= t.cols; i += 8)
-        store8(out + i, narrow8(_mm256_srai_epi32(fir1_eight(row, t, i, half), 20)));
+        store8(out + i, narrow8(_mm256_srai_epi32(fir1_eight(row, t, i, half, near), 20)));
     fir_to_8_loop<1>(row, t, out, i);
 }
 
 void fir1_to_16(const uint16_t* row, const FirTable& t, uint16_t* out) {
     const V half = _mm256_set1_epi32(1 << 13);
+    const bool near = within(t, 8);
     int i = 0;
     for (; i + 8 <= t.cols; i += 8) {
-        const V sums = _mm256_srai_epi32(fir1_eight(row, t, i, half), 14);
+        const V sums = _mm256_srai_epi32(fir1_eight(row, t, i, half, near), 14);
         store16(out + i, low(_mm256_permute4x64_epi64(_mm256_packus_epi32(sums, sums), 0xD8)));
     }
     fir_to_16_loop<1>(row, t, out, i);
@@ -806,17 +833,24 @@ void bilinear_wide(const uint8_t* a, const uint8_t* b, int weight, const FirTabl
 void bilinear1(const uint8_t* a, const uint8_t* b, int weight, const FirTable& t, uint8_t* out) {
     const V down = set16(weight), half = _mm256_set1_epi32(1 << 19);
     constexpr Shuffle kWords = {{0, -1, 1, -1, 4, -1, 5, -1, 8, -1, 9, -1, 12, -1, 13, -1}};
-    const int safe = safe_columns(t, 4);
-    int i = 0;
-    for (; i + 8 <= safe; i += 8) {
-        const auto gather = [&](const uint8_t* row) {
-            const V four = _mm256_i32gather_epi32(reinterpret_cast<const int*>(row), load(t.start + i), 1);
-            return _mm256_slli_epi16(_mm256_shuffle_epi8(four, kWords.full()), 6);
-        };
-        const V sums =
-            _mm256_add_epi32(_mm256_madd_epi16(mix(gather(a), gather(b), down), load(t.weight + 2 * i)), half);
+    const auto eight = [&](int i, auto pairs) { // words of eight columns and their neighbours
+        const V v = mix(_mm256_slli_epi16(pairs(a), 6), _mm256_slli_epi16(pairs(b), 6), down);
+        const V sums = _mm256_add_epi32(_mm256_madd_epi16(v, load(t.weight + 2 * i)), half);
         store8(out + i, narrow8(_mm256_srai_epi32(sums, 20)));
-    }
+    };
+    int i = 0;
+    if (within(t, 16))
+        for (const int safe = safe_columns(t, 16); i + 8 <= safe; i += 8) {
+            const V index = _mm256_add_epi8(distances(t.start + i), _mm256_set1_epi32(static_cast<int>(0x80018000)));
+            eight(i, [&](const uint8_t* row) {
+                return _mm256_shuffle_epi8(join(load16(row + t.start[i]), load16(row + t.start[i + 4])), index);
+            });
+        }
+    for (const int safe = safe_columns(t, 4); i + 8 <= safe; i += 8)
+        eight(i, [&](const uint8_t* row) {
+            const V four = _mm256_i32gather_epi32(reinterpret_cast<const int*>(row), load(t.start + i), 1);
+            return _mm256_shuffle_epi8(four, kWords.full());
+        });
     bilinear_at_loop<1>(a, b, weight, t, out, i);
 }
 
@@ -826,7 +860,10 @@ void bilinear2(const uint8_t* a, const uint8_t* b, int weight, const FirTable& t
     int i = 0;
     for (; i + 4 <= t.cols; i += 4) { // four bytes are just the two columns
         const auto gather = [&](const uint8_t* row) {
-            const H four = _mm_i32gather_epi32(reinterpret_cast<const int*>(row), load16(t.start + i), 1);
+            int32_t pair[4];
+            for (int c = 0; c < 4; ++c)
+                std::memcpy(pair + c, row + t.start[i + c], 4);
+            const H four = _mm_setr_epi32(pair[0], pair[1], pair[2], pair[3]);
             return _mm256_slli_epi16(_mm256_cvtepu8_epi16(_mm_shuffle_epi8(four, kPairs.half())), 6);
         };
         const H w = load16(t.weight + 2 * i);

@@ -166,12 +166,22 @@ TEST_F(KernelsTest, WideSamples) {
 TEST_F(KernelsTest, HorizontalScaling) {
     for (int channels = 1; channels <= 4; ++channels)
         for (int cols : kWidths)
-            for (int taps : {2, 4, 6, 10, 16}) {
-                const int count = 2 + cols * taps / 2; // source columns
+            for (const auto& [taps, tenths] : {std::pair{2, 4},
+                                               {2, 10},
+                                               {2, 17},
+                                               {2, 20},
+                                               {2, 30},
+                                               {2, 46},
+                                               {2, 65},
+                                               {4, 25},
+                                               {6, 45},
+                                               {10, 85},
+                                               {16, 145}}) {
+                const int count = 2 + cols * tenths / 10; // source columns
                 std::vector<int32_t> start(cols);
                 std::vector<int16_t> weight(static_cast<size_t>(cols) * taps);
                 for (int i = 0; i < cols; ++i) {
-                    start[i] = static_cast<int>(int64_t{count - 2} * i / cols) * channels;
+                    start[i] = i * tenths / 10 * channels;
                     int left = 16384;
                     for (int k = 0; k < taps; ++k) {
                         const int w = k == taps - 1 ? left : static_cast<int>(random_() % (left + 1));
