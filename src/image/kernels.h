@@ -90,6 +90,8 @@ struct Kernels {
                                         uint8_t* v, int width);
     /// One row to one luma row and one chroma row (4:2:2).
     void (*rgb_to_yuv422[3][kRgbKinds])(const uint8_t* rgb, uint8_t* y, uint8_t* u, uint8_t* v, int width);
+    /// Two rows of packed 4:2:2 to two luma rows and one row of U V pairs, the mean of both; YUYV, then UYVY.
+    void (*packed_to_nv12[2])(const uint8_t* a, const uint8_t* b, uint8_t* ya, uint8_t* yb, uint8_t* uv, int width);
     void (*rgb_to_gray[kRgbKinds])(const uint8_t* rgb, uint8_t* gray, int width); ///< any width
     void (*gray_to_rgb[2])(const uint8_t* gray, uint8_t* rgb, int width);         ///< 3 and 4 channels, any width
 

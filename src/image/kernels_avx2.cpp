@@ -352,6 +352,24 @@ void rgb_to_yuv422(const uint8_t* rgb, uint8_t* y, uint8_t* u, uint8_t* v, int w
     rgb_to_yuv<Chroma, Kind, 1>(&rgb, &y, u, v, width);
 }
 
+template <int Luma>
+void packed_to_nv12(const uint8_t* a, const uint8_t* b, uint8_t* ya, uint8_t* yb, uint8_t* uv, int width) {
+    if (width < 32)
+        return packed_to_nv12_loop<Luma>(a, b, ya, yb, uv, width);
+    const auto half = [](V p, V q, bool upper) { // the lower or the upper bytes of the words
+        const auto pick = [&](V v) { return upper ? _mm256_srli_epi16(v, 8) : _mm256_and_si256(v, set16(255)); };
+        return _mm256_permute4x64_epi64(_mm256_packus_epi16(pick(p), pick(q)), 0xD8);
+    };
+    for (int x = 0;; x = std::min(x + 32, width - 32)) {
+        const V p0 = load(a + 2 * x), p1 = load(a + 2 * x + 32), q0 = load(b + 2 * x), q1 = load(b + 2 * x + 32);
+        store(ya + x, half(p0, p1, Luma == 1));
+        store(yb + x, half(q0, q1, Luma == 1));
+        store(uv + x, half(_mm256_avg_epu8(p0, q0), _mm256_avg_epu8(p1, q1), Luma == 0));
+        if (x == width - 32)
+            return;
+    }
+}
+
 /// The loop's weights as sums of bytes: 299 = 8 * 32 + 43, 587 = 8 * 72 + 11, 114 = 8 * 8 + 50. The eighths of both
 /// parts fit in words.
 template <int Kind>
@@ -1137,6 +1155,8 @@ Kernels make_table() {
     use_rgb<kBGR>(k);
     use_rgb<kRGBA>(k);
     use_rgb<kBGRA>(k);
+    k.packed_to_nv12[0] = packed_to_nv12<0>;
+    k.packed_to_nv12[1] = packed_to_nv12<1>;
     for_rgb_pairs([&](auto from, auto to) { k.rgb_to_rgb[from][to] = rgb_to_rgb<from, to>; });
     k.gray_to_rgb[0] = gray_to_rgb<3>;
     k.gray_to_rgb[1] = gray_to_rgb<4>;

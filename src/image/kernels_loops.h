@@ -148,6 +148,15 @@ void rgb_to_yuv422_loop(const uint8_t* rgb, uint8_t* y, uint8_t* u, uint8_t* v, 
     }
 }
 
+template <int Luma> // 0 where luma stands first
+void packed_to_nv12_loop(const uint8_t* a, const uint8_t* b, uint8_t* ya, uint8_t* yb, uint8_t* uv, int width) {
+    for (int x = 0; x < width; ++x) {
+        ya[x] = a[2 * x + Luma];
+        yb[x] = b[2 * x + Luma];
+        uv[x] = static_cast<uint8_t>((a[2 * x + 1 - Luma] + b[2 * x + 1 - Luma] + 1) >> 1);
+    }
+}
+
 // Full-range luma, exactly (299 r + 587 g + 114 b) / 1000 rounded: floor(n / 8 / 125) with the division by 125 as a
 // multiplication that is exact below 32768.
 template <int Kind>
@@ -467,6 +476,8 @@ inline Kernels loop_kernels(const char* name) {
     fill_rgb<kRGBA>(k);
     fill_rgb<kBGRA>(k);
     for_rgb_pairs([&](auto from, auto to) { k.rgb_to_rgb[from][to] = rgb_to_rgb_loop<from, to>; });
+    k.packed_to_nv12[0] = packed_to_nv12_loop<0>;
+    k.packed_to_nv12[1] = packed_to_nv12_loop<1>;
     k.gray_to_rgb[0] = gray_to_rgb_loop<3>;
     k.gray_to_rgb[1] = gray_to_rgb_loop<4>;
     k.gray16_to_8 = gray16_to_8_loop;

@@ -248,6 +248,20 @@ void rgb_to_gray(const uint8_t* rgb, uint8_t* gray, int width) {
     to_gray<rgb_bytes<Kind>()>(is_swapped<Kind>(), rgb, gray, width);
 }
 
+template <int Luma>
+void packed_to_nv12(const uint8_t* a, const uint8_t* b, uint8_t* ya, uint8_t* yb, uint8_t* uv, int width) {
+    if (width < 16)
+        return plain_kernels().packed_to_nv12[Luma](a, b, ya, yb, uv, width);
+    for (int x = 0;; x = x + 32 <= width ? x + 16 : width - 16) {
+        const uint8x16x2_t p = vld2q_u8(a + 2 * x), q = vld2q_u8(b + 2 * x);
+        vst1q_u8(ya + x, p.val[Luma]);
+        vst1q_u8(yb + x, q.val[Luma]);
+        vst1q_u8(uv + x, vrhaddq_u8(p.val[1 - Luma], q.val[1 - Luma]));
+        if (x + 16 >= width)
+            return;
+    }
+}
+
 template <int N>
 void gray_to_rgb(const uint8_t* gray, uint8_t* rgb, int width) {
     if (width < 16)
@@ -1112,6 +1126,8 @@ Kernels make_table() {
     use_rgb<kBGR>(k);
     use_rgb<kRGBA>(k);
     use_rgb<kBGRA>(k);
+    k.packed_to_nv12[0] = packed_to_nv12<0>;
+    k.packed_to_nv12[1] = packed_to_nv12<1>;
     for_rgb_pairs([&](auto from, auto to) { k.rgb_to_rgb[from][to] = rgb_to_rgb<from, to>; });
     k.gray_to_rgb[0] = gray_to_rgb<3>;
     k.gray_to_rgb[1] = gray_to_rgb<4>;

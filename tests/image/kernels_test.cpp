@@ -82,6 +82,10 @@ TEST_F(KernelsTest, Colour) {
                                               out, even);
                 });
         const uint8_t *a = noise(4 * even, off), *b = noise(4 * even, off);
+        for (int kind : {0, 1})
+            same(3 * even, off, [&](const Kernels& k, uint8_t* out) {
+                k.packed_to_nv12[kind](a + 2 * even, packed, out, out + even, out + 2 * even, even);
+            });
         for (int rgb = 0; rgb < kRgbKinds; ++rgb) {
             const int n = rgb < kRGBA ? 3 : 4; // the rows end at the fence whatever the pixel size
             const uint8_t *p = a + (4 - n) * even, *q = b + (4 - n) * even, *gray = a + (4 - n) * w;

@@ -385,13 +385,26 @@ void PlaneScaler::run_row(const PlaneView& src, int src_first, int y, uint8_t* o
     }
 }
 
+// Pixels as two channels, of which one is luma; pairs of them as four, of which two are chroma.
+static constexpr PlaneRule kPackedGrids[2] = {{0, 0, 2}, {1, 0, 4}};
+
 bool ImageScaler::init(Scratch& scratch, const Format& format, int src_width, int src_height, const Box& box,
                        int dst_width, int dst_height, int method) {
     format_ = &format;
     src_height_ = src_height;
+    grids_ = format.plane;
+    planes_count_ = format.planes;
+    if (format.family == Family::yuv422 && format.planes == 1) {
+        grids_ = kPackedGrids;
+        planes_count_ = 2;
+        packed_chroma_ = scratch.take<uint8_t>(2 * static_cast<size_t>(dst_width));
+        if (!packed_chroma_)
+            return false;
+        std::memset(packed_chroma_ + 2 * static_cast<size_t>(dst_width - 1), 128, 2); // the last of an odd width
+    }
 
-    for (int i = 0; i < format.planes; ++i) {
-        const PlaneRule& grid = format.plane[i];
+    for (int i = 0; i < planes_count_; ++i) {
+        const PlaneRule& grid = grids_[i];
         const auto axis = [&](int shift, int extent, int first, int count, int dst_extent, int& origin) {
             AxisMap m;
             const int last = (extent >> shift) - 1; // an odd end shares the sample before it
@@ -416,8 +429,8 @@ bool ImageScaler::init(Scratch& scratch, const Format& format, int src_width, in
 
 RowRange ImageScaler::source_rows(int y0, int y1) const {
     RowRange all{src_height_, 0};
-    for (int i = 0; i < format_->planes; ++i) {
-        const int shift = format_->plane[i].yshift;
+    for (int i = 0; i < planes_count_; ++i) {
+        const int shift = grids_[i].yshift;
         const int p0 = y0 >> shift, p1 = y1 >> shift;
         if (p0 >= p1)
             continue;
@@ -433,9 +446,42 @@ RowRange ImageScaler::source_rows(int y0, int y1) const {
     return all;
 }
 
+void ImageScaler::run_packed(const ImageView& src, int src_first, int y0, const ImageView& dst) {
+    PlaneView pixels = src.plane[0], pairs = pixels, row = pixels;
+    pixels.data += 2 * static_cast<ptrdiff_t>(origin_x_[0]);
+    pairs.data += 4 * static_cast<ptrdiff_t>(origin_x_[1]);
+    planes_[0].run(pixels, src_first - origin_y_[0], y0, dst.plane[0]);
+    row.data = packed_chroma_;
+    row.cols = dst.width / 2;
+    row.rows = 1;
+    row.step = 4;
+    const uint64_t luma =
+        format_ == find_format(TAVI_PIXEL_FORMAT_YUV422_YUYV) ? 0x00FF00FF00FF00FF : 0xFF00FF00FF00FF00;
+    const uint8_t* chroma = packed_chroma_;
+    const auto merge = [&](uint8_t* out, int at, size_t bytes) {
+        uint64_t a = 0, b = 0;
+        std::memcpy(&a, out + at, bytes);
+        std::memcpy(&b, chroma + at, bytes);
+        a = (a & luma) | (b & ~luma);
+        std::memcpy(out + at, &a, bytes);
+    };
+    const int bytes = 2 * dst.width;
+    for (int y = 0; y < dst.height; ++y) {
+        planes_[1].run(pairs, src_first - origin_y_[1], y0 + y, row);
+        uint8_t* out = dst.plane[0].row(y);
+        int x = 0;
+        for (; x + 8 <= bytes; x += 8)
+            merge(out, x, 8);
+        for (; x < bytes; x += 2)
+            merge(out, x, 2);
+    }
+}
+
 void ImageScaler::run(const ImageView& src, int src_first, int y0, const ImageView& dst) {
-    for (int i = 0; i < format_->planes; ++i) {
-        const PlaneRule& grid = format_->plane[i];
+    if (is_packed())
+        return run_packed(src, src_first, y0, dst);
+    for (int i = 0; i < planes_count_; ++i) {
+        const PlaneRule& grid = grids_[i];
         PlaneView p = src.plane[i];
         p.data += static_cast<ptrdiff_t>(origin_x_[i]) * p.step;
         planes_[i].run(p, (src_first >> grid.yshift) - origin_y_[i], y0 >> grid.yshift, dst.plane[i]);

@@ -116,10 +116,11 @@ private:
     WideFir wide_fir_ = {};
 };
 
-/// Scales an image plane by plane. The source box may start at odd pixels of a subsampled format.
+/// Scales an image plane by plane. The source box may start at odd pixels of a subsampled format. Packed 4:2:2 is
+/// scaled twice, as pixels for its luma and as pairs of pixels for its chroma, without taking it apart.
 class ImageScaler {
 public:
-    /// `method` is one of the public header. Packed 4:2:2 cannot be scaled.
+    /// `method` is one of the public header.
     bool init(Scratch& scratch, const Format& format, int src_width, int src_height, const Box& box, int dst_width,
               int dst_height, int method);
 
@@ -130,7 +131,13 @@ public:
     void run(const ImageView& src, int src_first, int y0, const ImageView& dst);
 
 private:
+    bool is_packed() const { return packed_chroma_ != nullptr; }
+    void run_packed(const ImageView& src, int src_first, int y0, const ImageView& dst);
+
     const Format* format_ = nullptr;
+    const PlaneRule* grids_ = nullptr;
+    int planes_count_ = 0;
+    uint8_t* packed_chroma_ = nullptr; ///< a row of pairs with the right chroma, of packed 4:2:2 alone
     int src_height_ = 0;
     int origin_x_[3] = {}; ///< of each plane: the sample that the source box starts at
     int origin_y_[3] = {};

@@ -233,14 +233,13 @@ void packed_to_planar(const ImageView& s, const ImageView& d) {
     kTable[chroma_kind(s) == kPackedUYVY][is_420(d)](PLANE(s, 0), PLANE(d, 0), PLANE(d, 1), PLANE(d, 2), EXTENT(d));
 }
 
+// libyuv's rows for YUYV to NV12 are wrong at the end of some widths on x86, and write a register that they do not
+// name on ARM.
 void packed_to_nv12(const ImageView& s, const ImageView& d) {
-    const bool luma_first = chroma_kind(s) == kPackedYUYV;
-    (luma_first ? libyuv::YUY2ToNV12 : libyuv::UYVYToNV12)(PLANE(s, 0), PLANE(d, 0), PLANE(d, 1), EXTENT(d));
-#ifdef __arm__
-    // The NEON row of the first writes q4 and does not say so, while callers keep values there. Named here, the
-    // register is saved around the call.
-    asm volatile("" ::: "d8", "d9");
-#endif
+    const auto pair = kernels().packed_to_nv12[chroma_kind(s) - kPackedYUYV];
+    const PlaneView &p = s.plane[0], &luma = d.plane[0];
+    for (int y = 0; y < d.height; y += 2)
+        pair(p.row(y), p.row(y + 1), luma.row(y), luma.row(y + 1), d.plane[1].row(y / 2), d.width);
 }
 
 void planar_to_packed(const ImageView& s, const ImageView& d) {
