@@ -10,14 +10,6 @@
 #include "rows.h"
 
 namespace tavi::bench {
-
-#ifndef TAVI_BENCH_OPENCV
-Run by_opencv(const Row&) { return {}; }
-#endif
-#ifndef TAVI_BENCH_SWSCALE
-Run by_swscale(const Row&) { return {}; }
-#endif
-
 namespace {
 
 constexpr const char* kCandidates[] = {"ours", "memcpy", "libyuv", "opencv", "swscale"};

@@ -9,14 +9,6 @@
 #include "rows.h"
 
 namespace tavi::bench {
-
-#ifndef TAVI_BENCH_OPENCV
-Run by_opencv(const Row&) { return {}; }
-#endif
-#ifndef TAVI_BENCH_SWSCALE
-Run by_swscale(const Row&) { return {}; }
-#endif
-
 namespace {
 
 struct Request {

@@ -218,4 +218,12 @@ Run by_copying(const Row& row) {
     return [=] { std::memcpy(to->data(), from->data(), bytes); };
 }
 
+// Peers that are not there have no way to do anything.
+#ifndef TAVI_BENCH_OPENCV
+Run by_opencv(const Row&) { return {}; }
+#endif
+#ifndef TAVI_BENCH_SWSCALE
+Run by_swscale(const Row&) { return {}; }
+#endif
+
 } // namespace tavi::bench
