@@ -37,9 +37,9 @@ void fill_plane(const PlaneView& p, uint8_t value) {
 }
 
 // ------------------------------------------------------------------------------------- conversions of even views
-// Each works on views of even width (and even height where 4:2:0 is involved). Ours serve all between YUV and RGB and
-// out of grey: they compute chroma once per pair of pixels, write three bytes directly and are exact to within 1;
-// libyuv serves what only moves bytes, where nothing is faster.
+// Each works on views of even width (and even height where 4:2:0 is involved). Ours serve all between YUV and RGB,
+// out of grey and between RGB orders: they compute chroma once per pair of pixels, write three bytes directly and are
+// exact to within 1; libyuv serves what only moves bytes between planes, where nothing is faster.
 
 using ConvertFn = void (*)(const ImageView& s, const ImageView& d);
 
