@@ -54,9 +54,9 @@ struct WideFir {
 struct FirTable {
     const int32_t* start;  ///< first source element (column times channels), one per output column, evenly apart
     const int16_t* weight; ///< `taps` per output column, Q14, they sum to 16384
-    int taps;              ///< even
-    int cols;              ///< output columns
-    int row_elements;      ///< length of the source row
+    int taps;         ///< 2, or: of one channel 4 or a multiple of 8, of two a multiple of 4, of more an even number
+    int cols;         ///< output columns
+    int row_elements; ///< length of the source row
 };
 
 /// Spans of a horizontal area average too long for FirTable.

@@ -734,49 +734,50 @@ V fir1_eight(const uint16_t* row, const FirTable& t, int i, V half, bool near) {
         const V words = join(load16(row + t.start[i]), load16(row + t.start[i + 4]));
         return _mm256_add_epi32(half, _mm256_madd_epi16(_mm256_shuffle_epi8(words, index), w));
     }
-    V sums[2];
-    for (int g = 0; g < 2; ++g) { // four columns, four taps at a time
-        V acc = _mm256_setzero_si256();
-        const int32_t* start = t.start + i + 4 * g;
-        const int16_t* w = t.weight + (i + 4 * g) * t.taps;
-        int k = 0;
-        for (; k + 4 <= t.taps; k += 4) {
+    const int32_t* start = t.start + i;
+    const int16_t* w = t.weight + i * t.taps;
+    if (t.taps == 4) {
+        const auto four = [&](int c) {
             const auto two = [](const void* a, const void* b) { return _mm_unpacklo_epi64(load8(a), load8(b)); };
-            const V p =
-                join(two(row + start[0] + k, row + start[1] + k), two(row + start[2] + k, row + start[3] + k));
-            const V q = join(two(w + k, w + t.taps + k), two(w + 2 * t.taps + k, w + 3 * t.taps + k));
-            acc = _mm256_add_epi32(acc, _mm256_madd_epi16(p, q));
-        }
-        if (k < t.taps) { // two more
-            int32_t p[8] = {}, q[8] = {};
-            for (int c = 0; c < 4; ++c) {
-                std::memcpy(p + 2 * c, row + start[c] + k, 4);
-                std::memcpy(q + 2 * c, w + c * t.taps + k, 4);
-            }
-            acc = _mm256_add_epi32(acc, _mm256_madd_epi16(load(p), load(q)));
-        }
-        sums[g] = acc;
+            const V p = join(two(row + start[c], row + start[c + 1]), two(row + start[c + 2], row + start[c + 3]));
+            return _mm256_madd_epi16(p, load(w + 4 * c));
+        };
+        return _mm256_add_epi32(half, _mm256_permute4x64_epi64(_mm256_hadd_epi32(four(0), four(4)), 0xD8));
     }
-    const V s = _mm256_permute4x64_epi64(_mm256_hadd_epi32(sums[0], sums[1]), 0xD8);
+    const auto pair = [&](int c) { // a column and the fourth after it, eight taps at a time
+        V acc = _mm256_setzero_si256();
+        for (int k = 0; k < t.taps; k += 8)
+            acc = _mm256_add_epi32(
+                acc, _mm256_madd_epi16(join(load16(row + start[c] + k), load16(row + start[c + 4] + k)),
+                                       join(load16(w + c * t.taps + k), load16(w + (c + 4) * t.taps + k))));
+        return acc;
+    };
+    const V s = _mm256_hadd_epi32(_mm256_hadd_epi32(pair(0), pair(1)), _mm256_hadd_epi32(pair(2), pair(3)));
     return _mm256_add_epi32(half, s);
 }
 
 V fir2_four(const uint16_t* row, const FirTable& t, int i, V half) {
-    V acc = half;
-    for (int k = 0; k < t.taps; k += 2) {
-        const auto two = [&](int c) {
-            return _mm_unpacklo_epi64(load8(row + t.start[c] + 2 * k), load8(row + t.start[c + 1] + 2 * k));
-        };
-        const auto weights_of = [&](int c) {
-            int32_t pair[2];
-            std::memcpy(pair, t.weight + c * t.taps + k, 4);
-            std::memcpy(pair + 1, t.weight + (c + 1) * t.taps + k, 4);
-            return _mm_setr_epi32(pair[0], pair[0], pair[1], pair[1]);
-        };
-        const V p = _mm256_shuffle_epi8(join(two(i), two(i + 2)), pair_channels<2>().full());
-        acc = _mm256_add_epi32(acc, _mm256_madd_epi16(p, join(weights_of(i), weights_of(i + 2))));
+    const int32_t* start = t.start + i;
+    const int16_t* w = t.weight + i * t.taps;
+    const V channels = pair_channels<2>().full();
+    if (t.taps == 2) {
+        const auto two = [&](int c) { return _mm_unpacklo_epi64(load8(row + start[c]), load8(row + start[c + 1])); };
+        const H pairs = load16(w);
+        const V twice = join(_mm_unpacklo_epi32(pairs, pairs), _mm_unpackhi_epi32(pairs, pairs));
+        return _mm256_add_epi32(half, _mm256_madd_epi16(_mm256_shuffle_epi8(join(two(0), two(2)), channels), twice));
     }
-    return acc;
+    const auto pair = [&](int c) { // a column and the second after it, four taps at a time
+        V acc = _mm256_setzero_si256();
+        for (int k = 0; k < t.taps; k += 4) {
+            const V p = join(load16(row + start[c] + 2 * k), load16(row + start[c + 2] + 2 * k));
+            const V q = join(load8(w + c * t.taps + k), load8(w + (c + 2) * t.taps + k));
+            acc = _mm256_add_epi32(
+                acc, _mm256_madd_epi16(_mm256_shuffle_epi8(p, channels), _mm256_shuffle_epi32(q, 0x50)));
+        }
+        return acc;
+    };
+    const V a = pair(0), b = pair(1);
+    return _mm256_add_epi32(half, _mm256_add_epi32(_mm256_unpacklo_epi64(a, b), _mm256_unpackhi_epi64(a, b)));
 }
 
 H narrow8(V sums) { // eight sums to eight bytes

@@ -637,13 +637,8 @@ inline int32x4_t fir1_four(const uint16_t* row, const FirTable& t, int i) {
     const int16_t* w = t.weight + i * t.taps;
     const auto column = [&](const uint16_t* p) {
         int32x4_t acc = vmull_s16(signed4(vld1_u16(p)), vld1_s16(w));
-        int k = 4;
-        for (; k + 4 <= t.taps; k += 4)
+        for (int k = 4; k < t.taps; k += 4)
             acc = vmlal_s16(acc, signed4(vld1_u16(p + k)), vld1_s16(w + k));
-        if (k < t.taps) { // two more: of the last four weights the first two have been used
-            const int16x4_t rest = vreinterpret_s16_u64(vshr_n_u64(vreinterpret_u64_s16(vld1_s16(w + k - 2)), 32));
-            acc = vmlal_s16(acc, signed4(vld1_u16(p + k)), rest);
-        }
         w += t.taps;
         return vpadd_s32(vget_low_s32(acc), vget_high_s32(acc));
     };

@@ -66,6 +66,12 @@ void copy_rows(const PlaneView& src, int src_first, int y0, const PlaneView& dst
         std::memcpy(dst.row(y), src.row(y0 + y - src_first), static_cast<size_t>(dst.cols) * dst.step);
 }
 
+// As many taps as the kernels take at a time; those that are too many weigh nothing.
+int fir_taps(int span, int channels) {
+    const int step = channels == 1 && span > 4 ? 8 : channels <= 2 ? 4 : 2;
+    return (span + step - 1) / step * step;
+}
+
 // Two taps whose centres all fall on samples: odd whole steps. Nearest gives the same then.
 bool picks_samples(const AxisMap& m) {
     return m.filter == Filter::bilinear && m.offset == 0 && m.num % m.den == 0 && m.num / m.den % 2 == 1;
@@ -156,7 +162,7 @@ bool PlaneScaler::build_nearest(Scratch& scratch) {
 
 bool PlaneScaler::build_fir(Scratch& scratch) {
     const Divider unit(2 * x_.den), length(2 * x_.num);
-    const int taps = x_.filter == Filter::bilinear ? 2 : (longest_span(x_, unit) + 1) & ~1;
+    const int taps = x_.filter == Filter::bilinear ? 2 : fir_taps(longest_span(x_, unit), channels_);
     int32_t* start = scratch.take<int32_t>(x_.dst_count);
     int16_t* weight = scratch.take<int16_t>(static_cast<size_t>(x_.dst_count) * taps);
     if (!start || !weight)
