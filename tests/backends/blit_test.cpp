@@ -13,6 +13,7 @@
 #include <vector>
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -157,7 +158,9 @@ TEST_F(Blit, RefusesWhatIsNotAsAskedFor) {
         {"is no DMA buffer", [](ScriptedEngine& e) { e.clean = false; }},
         {"job not done", [](ScriptedEngine& e) { e.never_done = true; }, 1}, // writes until the stream is stopped
         {"error flag", [](ScriptedEngine& e) { e.job_error = true; }, 1},
-        {"buffer back: Resource temporarily unavailable", [](ScriptedEngine& e) { e.ready_too_early = true; }, 1},
+        {"source buffer back: Resource temporarily", [](ScriptedEngine& e) { e.ready_too_early = POLLOUT; }, 1},
+        {"result buffer back: Resource temporarily", [](ScriptedEngine& e) { e.ready_too_early = POLLIN; }, 1},
+        {"source buffer back", [](ScriptedEngine& e) { e.ready_too_early = POLLNVAL; }, 1}, // closed by another
         {"begins at byte 16", [](ScriptedEngine& e) { e.multiplanar = true, e.data_offset = 16; }, 1},
     };
     src.draw();

@@ -248,7 +248,7 @@ int ScriptedEngine::wait(int fd, short events) {
         return error;
     Context& c = contexts_.at(fd);
     if (ready_too_early)
-        return events;
+        return ready_too_early;
     if (!c.queue[0].streaming || !c.queue[1].streaming)
         return POLLERR;
     if (!c.queue[0].done && !c.queue[1].done) {

@@ -33,7 +33,7 @@ struct ScriptedEngine {
     std::function<void(v4l2_format&)> adjust_format; ///< after S_FMT
     std::function<void(v4l2_rect&)> adjust_box;      ///< after S_SELECTION
     bool never_done = false;                         ///< jobs end only when the stream is stopped
-    bool ready_too_early = false;                    ///< poll says so, the buffers do not come
+    int ready_too_early = 0;                         ///< what poll says; the buffers do not come
     bool job_error = false;
     uint32_t data_offset = 0;    ///< of multi-planar results
     bool matrix_control = false; ///< results take SET_CSC

@@ -555,9 +555,11 @@ int M2mContext::run(const Buffer& src, const Buffer& dst, Why& why) {
             why.set("job not done after %d ms", kPatienceMs);
             return -ETIMEDOUT;
         }
-        // After POLLERR the buffers tell the reason, e.g. a device that went away.
+        // After an error the buffers tell the reason, e.g. a device that went away, or a descriptor that somebody
+        // else has closed.
+        constexpr int kTrouble = POLLERR | POLLHUP | POLLNVAL;
         for (const Queue queue : {kSource, kResult}) {
-            if (!waiting[queue] || !(came & (POLLERR | POLLHUP | (queue == kSource ? POLLOUT : POLLIN))))
+            if (!waiting[queue] || !(came & (kTrouble | (queue == kSource ? POLLOUT : POLLIN))))
                 continue;
             error = dequeue(queue, why);
             if (error)
