@@ -50,6 +50,8 @@ struct WideFir {
     int cols; ///< output columns
 };
 
+constexpr int kWideTapsInSingle = 64; ///< more would add up rounding errors to whole steps: double precision then
+
 /// Weights of a horizontal filter: output column i is the sum of `taps` source columns from `start[i]`.
 struct FirTable {
     const int32_t* start;  ///< first source element (column times channels), one per output column, evenly apart

@@ -617,6 +617,8 @@ void wide_rows(const WideRows& rows, float* out, int n) {
 }
 
 void wide_fir(const float* row, const WideFir& t, uint8_t* out) {
+    if (t.taps > kWideTapsInSingle)
+        return wide_fir_loop(row, t, out);
     int i = 0;
     for (; i + 8 <= t.cols; i += 8) {
         const V start = load(t.start + i);

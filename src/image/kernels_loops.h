@@ -269,8 +269,15 @@ inline void wide_fir_loop(const float* row, const WideFir& t, uint8_t* out, int 
     for (int i = from; i < t.cols; ++i) {
         const float *p = row + t.start[i], *w = t.weight + i;
         float sum = 0;
-        for (int k = 0; k < t.taps; ++k, w += t.cols)
-            sum = sum + p[k] * *w;
+        if (t.taps > kWideTapsInSingle) {
+            double total = 0;
+            for (int k = 0; k < t.taps; ++k, w += t.cols)
+                total = total + double(p[k]) * *w;
+            sum = static_cast<float>(total);
+        } else {
+            for (int k = 0; k < t.taps; ++k, w += t.cols)
+                sum = sum + p[k] * *w;
+        }
         sum = sum + 0.5f;
         const uint16_t v = static_cast<uint16_t>(sum < 65535.0f ? sum : 65535.0f);
         std::memcpy(out + 2 * i, &v, sizeof v);

@@ -851,6 +851,8 @@ void wide_rows(const WideRows& table, float* out, int n) {
 
 void wide_fir(const float* row, const WideFir& table, uint8_t* out) {
     const WideFir t = table;
+    if (t.taps > kWideTapsInSingle)
+        return plain_kernels().wide_fir(row, t, out);
     int i = 0;
     for (; i + 4 <= t.cols; i += 4) {
         const int32_t* start = t.start + i;

@@ -92,8 +92,9 @@ TEST(Scale, FlatStaysFlat) {
     for (int f : kScalable)
         for (int value : {0, 1, 77, 127, 200, 254, 255})
             for (int method = 0; method < 4; ++method)
-                for (const auto& [from, to] : {std::pair{90, 31}, {31, 90}, {400, 3}, {64, 64}}) {
-                    Pixels src(f, from, from), dst(f, to, to);
+                for (const auto& [w, h, to] :
+                     {std::array{90, 90, 31}, {31, 31, 90}, {400, 400, 3}, {64, 64, 64}, {16383, 4, 2}}) {
+                    Pixels src(f, w, h), dst(f, to, to);
                     memset(src.data(), value, src.size());
                     ASSERT_EQ(tavi_image_convert2_libyuv(&src.img, &dst.img, 0, 0, 0, nullptr, nullptr, nullptr,
                                                          nullptr, method),
