@@ -119,6 +119,9 @@ struct Kernels {
     /// The mean of two by two columns, rounded: what bilinear and area reduction to half the size come down to.
     void (*halve[4])(const uint8_t* a, const uint8_t* b, uint8_t* out, int cols); ///< by channels - 1
 
+    /// The middle one of every three columns: what bilinear and nearest reduction to a third come down to.
+    void (*third[4])(const uint8_t* row, uint8_t* out, int cols); ///< by bytes per column - 1
+
     // 16-bit samples at any alignment, single precision between the two.
     void (*wide_rows)(const WideRows& rows, float* out, int n);
     void (*wide_fir)(const float* row, const WideFir& table, uint8_t* out);

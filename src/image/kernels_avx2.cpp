@@ -895,6 +895,33 @@ void bilinear2(const uint8_t* a, const uint8_t* b, int weight, const FirTable& t
     bilinear_at_loop<2>(a, b, weight, t, out, i);
 }
 
+// 16 bytes of middle columns from 48, by the shuffle of each 16.
+template <int N>
+constexpr std::array<Shuffle, 3> make_thirds() {
+    std::array<Shuffle, 3> t = {};
+    for (int j = 0; j < 16; ++j) {
+        const int from = (3 * (j / N) + 1) * N + j % N;
+        for (int part = 0; part < 3; ++part)
+            t[part].index[j] = static_cast<int8_t>(from / 16 == part ? from % 16 : -1);
+    }
+    return t;
+}
+
+template <int N>
+void third(const uint8_t* row, uint8_t* out, int cols) {
+    constexpr int kBlock = 16 / N;
+    static constexpr std::array<Shuffle, 3> kThirds = make_thirds<N>();
+    if (cols < kBlock)
+        return third_loop<N>(row, out, cols);
+    const H a = kThirds[0].half(), b = kThirds[1].half(), c = kThirds[2].half();
+    for (int at = 0; at < cols; at += kBlock) {
+        const int x = std::min(at, cols - kBlock);
+        const uint8_t* p = row + 3 * x * N;
+        const H ab = _mm_or_si128(_mm_shuffle_epi8(load16(p), a), _mm_shuffle_epi8(load16(p + 16), b));
+        store16(out + x * N, _mm_or_si128(ab, _mm_shuffle_epi8(load16(p + 32), c)));
+    }
+}
+
 template <int C>
 void halve(const uint8_t* a, const uint8_t* b, uint8_t* out, int cols) {
     // Bytes of two neighbouring columns side by side, to be added by one multiplication with ones.
@@ -1184,6 +1211,9 @@ Kernels make_table() {
     k.bilinear_at[1] = bilinear2;
     k.bilinear_at[2] = bilinear_wide<3>;
     k.bilinear_at[3] = bilinear_wide<4>;
+    k.third[0] = third<1>;
+    k.third[1] = third<2>;
+    k.third[3] = third<4>;
     k.halve[0] = halve<1>;
     k.halve[1] = halve<2>;
     k.halve[2] = halve3;

@@ -343,6 +343,12 @@ void bilinear_at_loop(const uint8_t* a, const uint8_t* b, int weight, const FirT
     }
 }
 
+template <int N>
+void third_loop(const uint8_t* row, uint8_t* out, int cols) {
+    for (int x = 0; x < cols; ++x)
+        std::memcpy(out + x * N, row + (3 * x + 1) * N, N);
+}
+
 template <int C>
 void halve_loop(const uint8_t* a, const uint8_t* b, uint8_t* out, int cols) {
     for (int i = 0; i < cols; ++i)
@@ -465,6 +471,7 @@ void fill_channels(Kernels& k) {
     k.spans_to_8[C - 1] = spans_to_8_loop<C>;
     k.bilinear_at[C - 1] = bilinear<C>;
     k.halve[C - 1] = halve_loop<C>;
+    k.third[C - 1] = third_loop<C>;
     k.affine_span[C - 1] = affine_span_loop<C>;
     k.mirror[C - 1] = mirror_loop<C>;
     k.transpose16[C - 1] = transpose16_loop<C>;

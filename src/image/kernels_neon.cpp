@@ -786,6 +786,30 @@ void bilinear2(const uint8_t* a, const uint8_t* b, int weight, const FirTable& t
     bilinear_at_loop<2>(a, b, weight, t, out, i);
 }
 
+template <int N>
+void third(const uint8_t* row, uint8_t* out, int cols) {
+    constexpr int kBlock = N == 1 ? 16 : N == 4 ? 4 : 8;
+    if (cols < kBlock)
+        return third_loop<N>(row, out, cols);
+    for (int at = 0; at < cols; at += kBlock) {
+        const int x = std::min(at, cols - kBlock);
+        const uint8_t* p = row + 3 * x * N;
+        uint8_t* o = out + x * N;
+        if (N == 1) {
+            vst1q_u8(o, vld3q_u8(p).val[1]);
+        } else if (N == 2) {
+            vst1q_u8(o, vreinterpretq_u8_u16(vld3q_u16(reinterpret_cast<const uint16_t*>(p)).val[1]));
+        } else if (N == 4) {
+            vst1q_u8(o, vreinterpretq_u8_u32(vld3q_u32(reinterpret_cast<const uint32_t*>(p)).val[1]));
+        } else { // each channel of 24 columns, of which a table takes eight
+            const uint8x8x3_t a = vld3_u8(p), b = vld3_u8(p + 24), c = vld3_u8(p + 48);
+            const uint8x8_t index = vcreate_u8(0x1613100D0A070401u);
+            const auto take = [&](int k) { return vtbl3_u8({{a.val[k], b.val[k], c.val[k]}}, index); };
+            vst3_u8(o, {{take(0), take(1), take(2)}});
+        }
+    }
+}
+
 template <int C>
 void halve(const uint8_t* a, const uint8_t* b, uint8_t* out, int cols) {
     if (cols < 8)
@@ -1149,6 +1173,10 @@ Kernels make_table() {
     k.bilinear_at[1] = bilinear2;
     k.bilinear_at[2] = bilinear_wide<3>;
     k.bilinear_at[3] = bilinear_wide<4>;
+    k.third[0] = third<1>;
+    k.third[1] = third<2>;
+    k.third[2] = third<3>;
+    k.third[3] = third<4>;
     k.halve[0] = halve<1>;
     k.halve[1] = halve<2>;
     k.halve[2] = halve<3>;

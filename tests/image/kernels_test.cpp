@@ -213,12 +213,14 @@ TEST_F(KernelsTest, HorizontalScaling) {
             }
 }
 
-TEST_F(KernelsTest, Halving) {
+TEST_F(KernelsTest, HalvesAndThirds) {
     for (int channels = 1; channels <= 4; ++channels)
-        for (int cols : kWidths) {
-            const size_t out = static_cast<size_t>(cols) * channels;
-            const uint8_t *a = noise(2 * out), *b = noise(2 * out);
-            same(out, 0, [&](const Kernels& k, uint8_t* o) { k.halve[channels - 1](a, b, o, cols); });
+        for (const Row& r : rows_to_try()) {
+            const size_t out = static_cast<size_t>(r.width) * channels;
+            const uint8_t *a = noise(2 * out, r.off), *b = noise(2 * out), *c = noise(3 * out, r.off);
+            same(out, r.off, [&](const Kernels& k, uint8_t* o) { k.halve[channels - 1](a, b, o, r.width); });
+            same(out, r.off, [&](const Kernels& k, uint8_t* o) { k.third[channels - 1](c, o, r.width); });
+            buffers_.clear();
         }
 }
 

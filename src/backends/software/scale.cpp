@@ -151,6 +151,10 @@ bool PlaneScaler::init(Scratch& scratch, int channels, bool wide, const AxisMap&
 }
 
 bool PlaneScaler::build_nearest(Scratch& scratch) {
+    if (x_.num == 3 * x_.den && x_.offset == 0) {
+        way_ = Way::third;
+        return true;
+    }
     start_ = scratch.take<int32_t>(x_.dst_count);
     if (!start_)
         return false;
@@ -319,7 +323,7 @@ void PlaneScaler::run(const PlaneView& src, int src_first, int y0, const PlaneVi
     if (way_ == Way::copy)
         return copy_rows(src, src_first, y0, dst);
     for (int y = 0; y < dst.rows; ++y) {
-        if (wide_ && way_ != Way::nearest) {
+        if (wide_ && way_ == Way::vertical_first) {
             kernels_->wide_rows(wide_rows_for(y0 + y, src, src_first), wide_row_, x_.src_count);
             kernels_->wide_fir(wide_row_, wide_fir_, dst.row(y));
         } else {
@@ -370,6 +374,8 @@ void PlaneScaler::run_row(const PlaneView& src, int src_first, int y, uint8_t* o
             return k.blend8_to_8(a, b, r.weight, out, x_.dst_count * channels_);
         k.box_rows(box_for(y, src, src_first), row_, n);
         return k.narrow(row_, out, x_.dst_count * channels_);
+    case Way::third:
+        return k.third[step_ - 1](a, out, x_.dst_count);
     case Way::halve:
         return k.halve[channels_ - 1](a, b, out, x_.dst_count);
     case Way::at_once:

@@ -96,7 +96,16 @@ private:
     void horizontal(const uint16_t* row, uint8_t* out) const;
     const uint16_t* expanded_row(const PlaneView& src, int src_first, int y);
 
-    enum class Way : uint8_t { copy, nearest, vertical_only, vertical_first, horizontal_first, at_once, halve };
+    enum class Way : uint8_t {
+        copy,
+        nearest,
+        vertical_only,
+        vertical_first,
+        horizontal_first,
+        at_once,
+        halve,
+        third
+    };
 
     const Kernels* kernels_ = nullptr;
     AxisMap x_, y_;
