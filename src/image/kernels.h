@@ -61,6 +61,17 @@ struct FirTable {
     int row_elements; ///< length of the source row
 };
 
+/// A row made wider, or as wide, with two taps: the elements of the output by eights, each of which finds its samples
+/// within 16 bytes.
+struct ExpandTable {
+    const int32_t* start;  ///< first byte of each eight
+    const uint8_t* index;  ///< left sample of each element, from there
+    const int16_t* weight; ///< of the right sample of each element, Q14
+    int next;              ///< from the left sample to the right one
+    int eights;            ///< even; elements behind the row's end are there too
+    bool by_16;            ///< whether 16 bytes from each start are the row's
+};
+
 /// Spans of a horizontal area average too long for FirTable.
 struct SpanTable {
     const int32_t* start;   ///< first source element
@@ -109,8 +120,8 @@ struct Kernels {
     void (*blend8_to_8)(const uint8_t* a, const uint8_t* b, int weight_q15, uint8_t* out, int n);
     void (*blend16_to_8)(const uint16_t* a, const uint16_t* b, int weight_q15, uint8_t* out, int n);
     void (*box_rows)(const BoxRows& rows, uint16_t* out, int n);
-    void (*fir_to_8[4])(const uint16_t* row, const FirTable& table, uint8_t* out);   ///< by channels - 1
-    void (*fir_to_16[4])(const uint16_t* row, const FirTable& table, uint16_t* out); ///< by channels - 1
+    void (*fir_to_8[4])(const uint16_t* row, const FirTable& table, uint8_t* out); ///< by channels - 1
+    void (*expand)(const uint8_t* row, const ExpandTable& table, uint16_t* out);   ///< 8 * eights elements
     void (*spans_to_8[4])(const uint16_t* row, const SpanTable& table, uint8_t* out);
     /// Both axes at once, for bilinear reduction: touches only the samples it needs. Weights as in FirTable, two
     /// taps.

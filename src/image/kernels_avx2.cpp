@@ -589,6 +589,20 @@ void box_rows(const BoxRows& rows, uint16_t* out, int n) {
     }
 }
 
+void expand(const uint8_t* row, const ExpandTable& t, uint16_t* out) {
+    if (!t.by_16)
+        return expand_loop(row, t, out);
+    const V only_low = set16(-0x8000), next = set16(t.next); // a set sign bit makes a zero
+    for (int i = 0; i < t.eights; i += 2, out += 16) {
+        const V window = join(load16(row + t.start[i]), load16(row + t.start[i + 1]));
+        const V index = _mm256_or_si256(_mm256_cvtepu8_epi16(load16(t.index + 8 * i)), only_low);
+        const V left = _mm256_shuffle_epi8(window, index);
+        const V right = _mm256_shuffle_epi8(window, _mm256_add_epi16(index, next));
+        const V d = _mm256_slli_epi16(_mm256_sub_epi16(right, left), 7);
+        store(out, _mm256_add_epi16(_mm256_slli_epi16(left, 6), _mm256_mulhrs_epi16(d, load(t.weight + 8 * i))));
+    }
+}
+
 // 16-bit samples.
 
 void wide_rows(const WideRows& rows, float* out, int n) {
@@ -690,21 +704,6 @@ void fir_wide(const uint16_t* row, const FirTable& t, uint8_t* out) {
     fir_to_8_loop<C>(row, t, out, i);
 }
 
-template <int C>
-void fir_wide_to_16(const uint16_t* row, const FirTable& t, uint16_t* out) {
-    const V half = _mm256_set1_epi32(1 << 13);
-    int i = 0;
-    for (; i + 3 <= t.cols; i += 2) { // a store of four words may run into the next column's
-        V a = half;
-        for (int k = 0; k < t.taps; k += 2)
-            a = _mm256_add_epi32(a, fir_two<C>(row, t, i, k));
-        const V words = _mm256_packus_epi32(_mm256_srai_epi32(a, 14), _mm256_setzero_si256());
-        store8(out + i * C, low(words));
-        store8(out + (i + 1) * C, high(words));
-    }
-    fir_to_16_loop<C>(row, t, out, i);
-}
-
 // Gathers are slow on many processors. Where four columns and their neighbours lie within 16 bytes, one load and one
 // shuffle per four take their place.
 
@@ -796,33 +795,12 @@ void fir1(const uint16_t* row, const FirTable& t, uint8_t* out) {
     fir_to_8_loop<1>(row, t, out, i);
 }
 
-void fir1_to_16(const uint16_t* row, const FirTable& t, uint16_t* out) {
-    const V half = _mm256_set1_epi32(1 << 13);
-    const bool near = within(t, 8);
-    int i = 0;
-    for (; i + 8 <= t.cols; i += 8) {
-        const V sums = _mm256_srai_epi32(fir1_eight(row, t, i, half, near), 14);
-        store16(out + i, low(_mm256_permute4x64_epi64(_mm256_packus_epi32(sums, sums), 0xD8)));
-    }
-    fir_to_16_loop<1>(row, t, out, i);
-}
-
 void fir2(const uint16_t* row, const FirTable& t, uint8_t* out) {
     const V half = _mm256_set1_epi32(1 << 19);
     int i = 0;
     for (; i + 4 <= t.cols; i += 4)
         store8(out + 2 * i, narrow8(_mm256_srai_epi32(fir2_four(row, t, i, half), 20)));
     fir_to_8_loop<2>(row, t, out, i);
-}
-
-void fir2_to_16(const uint16_t* row, const FirTable& t, uint16_t* out) {
-    const V half = _mm256_set1_epi32(1 << 13);
-    int i = 0;
-    for (; i + 4 <= t.cols; i += 4) {
-        const V sums = _mm256_srai_epi32(fir2_four(row, t, i, half), 14);
-        store16(out + 2 * i, low(_mm256_permute4x64_epi64(_mm256_packus_epi32(sums, sums), 0xD8)));
-    }
-    fir_to_16_loop<2>(row, t, out, i);
 }
 
 // Columns whose loads of `bytes` stay inside the row.
@@ -1197,16 +1175,13 @@ Kernels make_table() {
     k.blend8_to_8 = blend8_to_8;
     k.blend16_to_8 = blend16_to_8;
     k.box_rows = box_rows;
+    k.expand = expand;
     k.wide_rows = wide_rows;
     k.wide_fir = wide_fir;
     k.fir_to_8[0] = fir1;
     k.fir_to_8[1] = fir2;
     k.fir_to_8[2] = fir_wide<3>;
     k.fir_to_8[3] = fir_wide<4>;
-    k.fir_to_16[0] = fir1_to_16;
-    k.fir_to_16[1] = fir2_to_16;
-    k.fir_to_16[2] = fir_wide_to_16<3>;
-    k.fir_to_16[3] = fir_wide_to_16<4>;
     k.bilinear_at[0] = bilinear1;
     k.bilinear_at[1] = bilinear2;
     k.bilinear_at[2] = bilinear_wide<3>;

@@ -303,13 +303,10 @@ void fir_to_8_loop(const uint16_t* row, const FirTable& t, uint8_t* out, int fro
     }
 }
 
-template <int C>
-void fir_to_16_loop(const uint16_t* row, const FirTable& t, uint16_t* out, int from = 0) {
-    for (int i = from; i < t.cols; ++i) {
-        int32_t acc[C];
-        fir_pixel<C>(row + t.start[i], t.weight + i * t.taps, t.taps, acc);
-        for (int c = 0; c < C; ++c)
-            out[i * C + c] = static_cast<uint16_t>((acc[c] + (1 << 13)) >> 14);
+inline void expand_loop(const uint8_t* row, const ExpandTable& t, uint16_t* out) {
+    for (int i = 0; i < 8 * t.eights; ++i) {
+        const uint8_t* p = row + t.start[i / 8] + t.index[i];
+        out[i] = static_cast<uint16_t>((p[0] << 6) + mulhrs((p[t.next] - p[0]) * 128, t.weight[i]));
     }
 }
 
@@ -411,10 +408,6 @@ void fir8(const uint16_t* row, const FirTable& t, uint8_t* out) {
     fir_to_8_loop<C>(row, t, out);
 }
 template <int C>
-void fir16(const uint16_t* row, const FirTable& t, uint16_t* out) {
-    fir_to_16_loop<C>(row, t, out);
-}
-template <int C>
 void bilinear(const uint8_t* a, const uint8_t* b, int weight, const FirTable& t, uint8_t* out) {
     bilinear_at_loop<C>(a, b, weight, t, out);
 }
@@ -467,7 +460,6 @@ void for_rgb_pairs(Set set) {
 template <int C>
 void fill_channels(Kernels& k) {
     k.fir_to_8[C - 1] = fir8<C>;
-    k.fir_to_16[C - 1] = fir16<C>;
     k.spans_to_8[C - 1] = spans_to_8_loop<C>;
     k.bilinear_at[C - 1] = bilinear<C>;
     k.halve[C - 1] = halve_loop<C>;
@@ -502,6 +494,7 @@ inline Kernels loop_kernels(const char* name) {
     k.blend16_to_8 = blend16_to_8_loop;
     k.box_rows = box_rows_loop;
     k.repeat12 = repeat12_loop;
+    k.expand = expand_loop;
     k.wide_rows = wide_rows_plain;
     k.wide_fir = wide_fir_plain;
     fill_channels<1>(k);

@@ -592,24 +592,6 @@ void fir_wide(const uint16_t* row, const FirTable& table, uint8_t* out) {
     fir_to_8_loop<C>(row, t, out - done * C, done);
 }
 
-template <int C>
-void fir_wide_to_16(const uint16_t* row, const FirTable& table, uint16_t* out) {
-    const FirTable t = table;
-    int i = 0;
-    if (t.taps == 2)
-        for (; i + 4 < t.cols; i += 4) { // a store of four words may run into the next column's
-            const int16x8_t pairs = vld1q_s16(t.weight + 2 * i);
-            const int16x4_t w01 = vget_low_s16(pairs), w23 = vget_high_s16(pairs);
-            const Starts at = four_starts(t.start + i);
-            uint16_t* to = out + i * C;
-            vst1_u16(to, vqrshrun_n_s32(two_taps<C, 0>(row + at.a, w01), 14));
-            vst1_u16(to + C, vqrshrun_n_s32(two_taps<C, 2>(row + at.b, w01), 14));
-            vst1_u16(to + 2 * C, vqrshrun_n_s32(two_taps<C, 0>(row + at.c, w23), 14));
-            vst1_u16(to + 3 * C, vqrshrun_n_s32(two_taps<C, 2>(row + at.d, w23), 14));
-        }
-    fir_to_16_loop<C>(row, t, out, i);
-}
-
 inline uint32x2_t load_words2(const void* a, const void* b) {
     return vld1_lane_u32(static_cast<const uint32_t*>(b), vld1_dup_u32(static_cast<const uint32_t*>(a)), 1);
 }
@@ -660,18 +642,6 @@ void fir1(const uint16_t* row, const FirTable& table, uint8_t* out) {
     fir_to_8_loop<1>(row, t, out, i);
 }
 
-void fir1_to_16(const uint16_t* row, const FirTable& table, uint16_t* out) {
-    const FirTable t = table;
-    int i = 0;
-    if (t.taps == 2)
-        for (; i + 8 <= t.cols; i += 8) {
-            const Sums8 sums = fir1_two_taps(row, t.start + i, t.weight + 2 * i);
-            vst1_u16(out + i, vqrshrun_n_s32(sums.a, 14));
-            vst1_u16(out + i + 4, vqrshrun_n_s32(sums.b, 14));
-        }
-    fir_to_16_loop<1>(row, t, out, i);
-}
-
 /// Two taps of two columns of two channels, from a pair of each; the weights are those of the one and of the other.
 inline int32x4_t fir2_two_taps(int32x4_t acc, const uint16_t* a, const uint16_t* b, int16x4_t first,
                                int16x4_t second) {
@@ -708,17 +678,6 @@ void fir2(const uint16_t* row, const FirTable& table, uint8_t* out) {
         vst1_u8(out + 2 * i, bytes_of(sums.a, sums.b));
     }
     fir_to_8_loop<2>(row, t, out, i);
-}
-
-void fir2_to_16(const uint16_t* row, const FirTable& table, uint16_t* out) {
-    const FirTable t = table;
-    int i = 0;
-    for (; i + 4 <= t.cols; i += 4) {
-        const Sums8 sums = fir2_four(row, t, i);
-        vst1_u16(out + 2 * i, vqrshrun_n_s32(sums.a, 14));
-        vst1_u16(out + 2 * i + 4, vqrshrun_n_s32(sums.b, 14));
-    }
-    fir_to_16_loop<2>(row, t, out, i);
 }
 
 /// Sums of neighbours.
@@ -833,6 +792,21 @@ void halve(const uint8_t* a, const uint8_t* b, uint8_t* out, int cols) {
         }
         if (x + 8 >= cols)
             return;
+    }
+}
+
+void expand(const uint8_t* row, const ExpandTable& table, uint16_t* out) {
+    const ExpandTable t = table;
+    if (!t.by_16)
+        return plain_kernels().expand(row, table, out);
+    const uint8x8_t next = vdup_n_u8(static_cast<uint8_t>(t.next));
+    for (int i = 0; i < t.eights; ++i, out += 8) {
+        const uint8x16_t bytes = vld1q_u8(row + t.start[i]);
+        const uint8x8x2_t window = {{vget_low_u8(bytes), vget_high_u8(bytes)}};
+        const uint8x8_t index = vld1_u8(t.index + 8 * i);
+        const uint8x8_t left = vtbl2_u8(window, index), right = vtbl2_u8(window, vadd_u8(index, next));
+        const int16x8_t d = vshlq_n_s16(vreinterpretq_s16_u16(vsubl_u8(right, left)), 7);
+        vst1q_u16(out, words(vaddq_s16(scaled(left), vqrdmulhq_s16(d, vld1q_s16(t.weight + 8 * i)))));
     }
 }
 
@@ -1159,16 +1133,13 @@ Kernels make_table() {
     k.blend8_to_8 = blend8_to_8;
     k.blend16_to_8 = blend16_to_8;
     k.box_rows = box_rows;
+    k.expand = expand;
     k.wide_rows = wide_rows;
     k.wide_fir = wide_fir;
     k.fir_to_8[0] = fir1;
     k.fir_to_8[1] = fir2;
     k.fir_to_8[2] = fir_wide<3>;
     k.fir_to_8[3] = fir_wide<4>;
-    k.fir_to_16[0] = fir1_to_16;
-    k.fir_to_16[1] = fir2_to_16;
-    k.fir_to_16[2] = fir_wide_to_16<3>;
-    k.fir_to_16[3] = fir_wide_to_16<4>;
     k.bilinear_at[0] = bilinear1;
     k.bilinear_at[1] = bilinear2;
     k.bilinear_at[2] = bilinear_wide<3>;

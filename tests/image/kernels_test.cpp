@@ -200,9 +200,6 @@ TEST_F(KernelsTest, HorizontalScaling) {
                 const uint16_t* row = words(static_cast<size_t>(count + 16) * channels + 32);
                 const size_t out = static_cast<size_t>(cols) * channels, off = random_() % 16;
                 same(out, off, [&](const Kernels& k, uint8_t* o) { k.fir_to_8[channels - 1](row, t, o); });
-                same(2 * out, off & ~size_t{1}, [&](const Kernels& k, uint8_t* o) {
-                    k.fir_to_16[channels - 1](row, t, reinterpret_cast<uint16_t*>(o));
-                });
                 if (taps != 2)
                     continue;
                 const uint8_t *a = noise(count * channels, off), *b = noise(count * channels);
@@ -211,6 +208,27 @@ TEST_F(KernelsTest, HorizontalScaling) {
                          [&](const Kernels& k, uint8_t* o) { k.bilinear_at[channels - 1](a, b, down, t, o); });
                 buffers_.clear();
             }
+}
+
+TEST_F(KernelsTest, Expanding) {
+    for (int eights = 2; eights < 20; eights += 2)
+        for (int bytes : {4, 16, 17, 40}) {
+            std::vector<int32_t> start(eights);
+            std::vector<uint8_t> index(8 * eights);
+            std::vector<int16_t> weight(8 * eights);
+            const int next = static_cast<int>(random_() % 5), window = std::min(bytes, 16);
+            for (int32_t& v : start)
+                v = static_cast<int32_t>(random_() % (bytes - window + 1));
+            for (uint8_t& v : index)
+                v = static_cast<uint8_t>(random_() % std::max(1, window - next));
+            for (int16_t& v : weight)
+                v = static_cast<int16_t>(random_() % 16385);
+            const int reach = std::max(bytes, next + 1);
+            const uint8_t* row = noise(reach, eights % 16);
+            const ExpandTable t = {start.data(), index.data(), weight.data(), next, eights, bytes >= 16};
+            same(16 * static_cast<size_t>(eights), 0,
+                 [&](const Kernels& k, uint8_t* o) { k.expand(row, t, reinterpret_cast<uint16_t*>(o)); });
+        }
 }
 
 TEST_F(KernelsTest, HalvesAndThirds) {

@@ -125,6 +125,13 @@ bool PlaneScaler::init(Scratch& scratch, int channels, bool wide, const AxisMap&
         way_ = Way::halve;
         return true;
     }
+    const bool both_bilinear = x.filter == Filter::bilinear && y.filter == Filter::bilinear;
+    // Eight elements must find their samples within 16 bytes.
+    const bool enlarges = x.num <= x.den && y.num < y.den, hardly_reduces = x.num < 2 * x.den && y.num < 2 * y.den;
+    if (both_bilinear && !x.identity() && (enlarges || (channels <= 2 && hardly_reduces))) {
+        way_ = Way::horizontal_first;
+        return build_expand(scratch);
+    }
 
     const size_t row_elements = (static_cast<size_t>(x.src_count) + kMaxFirTaps) * channels;
     row_ = scratch.take<uint16_t>(row_elements);
@@ -135,13 +142,7 @@ bool PlaneScaler::init(Scratch& scratch, int channels, bool wide, const AxisMap&
         way_ = Way::vertical_only;
         return true;
     }
-    const bool both_bilinear = x.filter == Filter::bilinear && y.filter == Filter::bilinear;
-    if (both_bilinear && y.num < y.den) {
-        way_ = Way::horizontal_first;
-        for (uint16_t*& row : expanded_)
-            if (!(row = scratch.take<uint16_t>(static_cast<size_t>(x.dst_count) * channels)))
-                return false;
-    } else if (both_bilinear && x.num >= 2 * x.den && x.src_count >= 2) {
+    if (both_bilinear && x.num >= 2 * x.den && x.src_count >= 2) {
         way_ = Way::at_once;
     } else {
         way_ = Way::vertical_first;
@@ -197,6 +198,43 @@ bool PlaneScaler::build_fir(Scratch& scratch) {
                 before = now;
             }
         }
+    }
+    return true;
+}
+
+bool PlaneScaler::build_expand(Scratch& scratch) {
+    const int elements = x_.dst_count * channels_, padded = (elements + 15) & ~15;
+    for (uint16_t*& row : expanded_)
+        if (!(row = scratch.take<uint16_t>(padded)))
+            return false;
+    int32_t* start = scratch.take<int32_t>(padded / 8);
+    uint8_t* index = scratch.take<uint8_t>(padded);
+    int16_t* weight = scratch.take<int16_t>(padded);
+    int32_t* left = scratch.take<int32_t>(padded); // first byte of each element's left sample
+    if (!start || !index || !weight || !left)
+        return false;
+    const int row_bytes = x_.src_count * channels_;
+    expand_ = {start, index, weight, x_.src_count > 1 ? channels_ : 0, padded / 8, row_bytes >= 16};
+    const Divider unit(2 * x_.den);
+    for (int i = 0, at = 0; i < x_.dst_count; ++i) {
+        Tap t = bilinear_tap(x_, unit, i);
+        int second = unit.share(t.part, 14);
+        if (t.index == x_.src_count - 1 && t.index > 0) { // never read behind the row
+            --t.index;
+            second = 16384;
+        }
+        for (int c = 0; c < channels_; ++c, ++at) {
+            left[at] = t.index * channels_ + c;
+            weight[at] = static_cast<int16_t>(second);
+        }
+    }
+    for (int i = elements; i < padded; ++i)
+        left[i] = left[elements - 1], weight[i] = 0;
+    for (int i = 0; i < padded; i += 8) {
+        const int least = *std::min_element(left + i, left + i + 8);
+        start[i / 8] = std::max(0, std::min(least, row_bytes - 16));
+        for (int k = i; k < i + 8; ++k)
+            index[k] = static_cast<uint8_t>(left[k] - start[i / 8]);
     }
     return true;
 }
@@ -343,8 +381,7 @@ const uint16_t* PlaneScaler::expanded_row(const PlaneView& src, int src_first, i
     const int slot = y & 1;
     if (expanded_y_[slot] != y) {
         expanded_y_[slot] = y;
-        kernels_->widen(src.row(y - src_first), row_, x_.src_count * channels_);
-        kernels_->fir_to_16[channels_ - 1](row_, fir_, expanded_[slot]);
+        kernels_->expand(src.row(y - src_first), expand_, expanded_[slot]);
     }
     return expanded_[slot];
 }

@@ -90,6 +90,7 @@ private:
     WideRows wide_rows_for(int y, const PlaneView& src, int src_first) const;
     bool build_nearest(Scratch& scratch);
     bool build_fir(Scratch& scratch);
+    bool build_expand(Scratch& scratch);
     bool build_spans(Scratch& scratch);
     bool build_wide(Scratch& scratch);
     void run_row(const PlaneView& src, int src_first, int y, uint8_t* out);
@@ -118,7 +119,8 @@ private:
     FirTable fir_ = {};
     SpanTable spans_ = {};
     bool use_spans_ = false;
-    uint16_t* row_ = nullptr;      ///< one source row, reduced vertically
+    uint16_t* row_ = nullptr; ///< one source row, reduced vertically
+    ExpandTable expand_ = {};
     uint16_t* expanded_[2] = {};   ///< source rows, already scaled across
     int expanded_y_[2] = {-1, -1}; ///< which rows those are
     float* wide_row_ = nullptr;    ///< 16-bit samples: one row, reduced vertically
