@@ -146,11 +146,13 @@ void print_source(const tavi::SourceReport& r, void* user) {
 void run_probe() {
     printf("engine\n");
     Found found;
-    const char* const only = getenv("TAVI_BLIT_DEVICE");
+    const char* only = getenv("TAVI_BLIT_DEVICE");
+    if (only && !*only)
+        only = nullptr;
     if (only && strcmp(only, "none") == 0)
         printf("  switched off by TAVI_BLIT_DEVICE=none\n");
     else
-        tavi::visit_engines(only && *only ? only : nullptr, print_engine, &found);
+        tavi::visit_engines(only, print_engine, &found);
     if (!only && !found.nodes)
         printf("  no video device\n");
     printf("  %s\n",

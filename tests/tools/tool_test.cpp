@@ -136,6 +136,9 @@ TEST_F(Tool, TellsWhatItDid) {
     EXPECT_NE(out.find("  7  nv12     -                       13  Y plane, U V plane\n"), std::string::npos) << out;
     EXPECT_NE(out.find("tavi-image " TAVI_VERSION "\n"), std::string::npos);
     EXPECT_NE(out.find("\"maybe\" in TAVI_USE_BLIT is malformed"), std::string::npos) << out;
+    EXPECT_EQ(run("unset TAVI_BLIT_DEVICE; @ probe | head -n 3 >a; TAVI_BLIT_DEVICE= @ probe | head -n 3 | cmp - a"),
+              0)
+        << "set to nothing is not set" << out;
 }
 
 TEST_F(Tool, DrawsInOrderFromArgumentsAndJson) {
