@@ -80,8 +80,10 @@ void yuv_to_rgb(const uint8_t* y, const uint8_t* u, const uint8_t* v, uint8_t* r
     const int16x4_t factors = vld1_s16(kChromaFactors);
     const auto advance = [&](int pixels) {
         y += Chroma >= kPackedYUYV ? 2 * pixels : pixels;
-        u += Chroma == kPlanar ? pixels / 2 : pixels;
-        v += pixels / 2;
+        if (Chroma < kPackedYUYV)
+            u += Chroma == kPlanar ? pixels / 2 : pixels;
+        if (Chroma == kPlanar)
+            v += pixels / 2;
         rgb += pixels * rgb_bytes<Kind>();
     };
     for (;; advance(width - 16), width = 16) { // a last block that overlaps the one before

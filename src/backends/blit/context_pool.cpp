@@ -3,6 +3,7 @@
 #include "backends/blit/context_pool.h"
 
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -19,7 +20,7 @@ namespace tavi {
 namespace {
 
 constexpr int kMostNodes = 128;
-constexpr int kMostNaps = 3000; ///< of a millisecond each, for a conversation to become free
+constexpr int kPatienceMs = 3000; ///< for a conversation to become free
 
 void on_memory_event(MemEvent event, int fd) {
     Buffer buffer;
@@ -141,8 +142,9 @@ ContextPool::Lease ContextPool::lease(const Setup& setup, Why& why) {
     // Where all are busy the engine, which does one job at a time, is no slower for waiting; nobody would repeat a
     // letterbox in software. No condition variable: a child of this process would inherit its waiters.
     Slot* slot = nullptr;
-    for (int naps = 0; !slot && naps < kMostNaps; ++naps) {
-        if (naps)
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kPatienceMs);
+    for (bool first = true; !slot && (first || std::chrono::steady_clock::now() < deadline); first = false) {
+        if (!first)
             ::usleep(1000);
         const std::lock_guard<std::mutex> lock(mutex_);
         slot = pick(setup);
@@ -155,7 +157,7 @@ ContextPool::Lease ContextPool::lease(const Setup& setup, Why& why) {
         }
     }
     if (!slot) {
-        why.set("%d conversations with the engine have been busy for %d ms, no more are opened", kMost, kMostNaps);
+        why.set("%d conversations with the engine have been busy for %d ms, no more are opened", kMost, kPatienceMs);
         return lease;
     }
     if (const int error = slot->context.prepare(info, setup, why)) {

@@ -302,8 +302,6 @@ PlaneScaler::Rows PlaneScaler::rows_for(int y) const {
     case Filter::bilinear: {
         const Tap t = bilinear_tap(y_, y_unit_, y);
         const int weight = y_unit_.share(t.part, 15);
-        if (weight > 32767)
-            return {t.index + 1, t.index + 1, 0};
         return {t.index, weight ? t.index + 1 : t.index, weight};
     }
     default: {
