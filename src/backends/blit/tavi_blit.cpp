@@ -374,13 +374,16 @@ int tavi_image_convert_keep_ratio_by_blit(tavi_image_t* src, tavi_image_t* dst, 
         return TAVI_RET_PARAM_ERR;
     }
     // Nobody repeats a letterbox in software: what failed is tried once more, by a conversation opened anew.
+    Why said;
     for (int attempt = 0; attempt < 2; ++attempt) {
         Request r;
         Why why;
         Letterbox picture;
         if (!letterbox(src, dst, static_cast<LetterboxPosition>(param1), static_cast<uint32_t>(param0), r, picture,
                        why)) {
-            LOG_INFO("refused: %s", why.text);
+            if (std::strcmp(why.text, said.text) != 0) // one line for what is refused both times
+                LOG_INFO("refused: %s", why.text);
+            said = why;
             continue;
         }
         LOG_INFO("done by the engine %s", Summary(r).text);
