@@ -61,8 +61,8 @@ struct FirTable {
     int row_elements; ///< length of the source row
 };
 
-/// A row made wider, or as wide, with two taps: the elements of the output by eights, each of which finds its samples
-/// within 16 bytes.
+/// A row scaled across with two taps, wider or not much narrower: the elements of the output by eights, each of which
+/// finds its samples within 16 bytes.
 struct ExpandTable {
     const int32_t* start;  ///< first byte of each eight
     const uint8_t* index;  ///< left sample of each element, from there

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Scaling of one plane, band of rows by band of rows: bilinear, exact area average and nearest, each axis with its
-// own filter. Source rows are reduced into a few row buffers that stay in the first-level cache; a destination row is
+// own filter. Between the axes stand a few rows of 16 bits that stay in the first-level cache; a destination row is
 // written once.
 #pragma once
 
