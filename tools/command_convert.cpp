@@ -3,6 +3,7 @@
 #include <chrono>
 
 #include "backends/software/tavi_image_libyuv.h"
+#include "image/format.h"
 #include "picture.h"
 
 namespace tool {
@@ -21,13 +22,8 @@ struct ConvertOptions {
     bool explained = false;
 };
 
-bool exchanges_sides(tavi_image_transform_mode mode) {
-    return mode == TAVI_IMAGE_TRANSFORM_ROTATE_90 || mode == TAVI_IMAGE_TRANSFORM_ROTATE_270 ||
-           mode == TAVI_IMAGE_TRANSFORM_TRANSPOSE;
-}
-
 Size turned(Size size, tavi_image_transform_mode mode) {
-    return exchanges_sides(mode) ? Size{size.height, size.width} : size;
+    return tavi::exchanges_sides(mode) ? Size{size.height, size.width} : size;
 }
 
 // The part of the source that is wanted: cropped, then grown, then fitted; nothing when all of it is.

@@ -9,7 +9,7 @@
 #include "backends/cpu/files/codec.h"
 #endif
 #include "image/format.h"
-#include "image/kernels.h"
+#include "kernels/kernels.h"
 #include "picture.h"
 #include "services/mem_sources.h"
 #include "services/parse_int.h"
@@ -57,7 +57,7 @@ void run_formats(Size size) {
     printf("%3s  %-7s  %-8s  %16s  %s\n", "no.", "name", "channels", bytes, "memory");
     for (size_t i = 0; i < tavi::kFormats.size(); ++i) {
         const tavi::Format& f = tavi::kFormats[i];
-        const std::string channels = f.channels ? std::to_string(f.channels) : "-";
+        const std::string channels = f.is_yuv() ? "-" : std::to_string(f.parts);
         printf("%3zu  %-7.*s  %-8s  %16llu  %s\n", i, static_cast<int>(f.name.size()), f.name.data(),
                channels.c_str(), static_cast<unsigned long long>(tavi::byte_count(f, size.width, size.height)),
                f.layout);

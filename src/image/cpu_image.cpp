@@ -5,35 +5,31 @@
 
 namespace tavi {
 
-void CpuImage::refuse(int code, const char* why) {
-    code_ = code;
-    why_ = why;
-}
-
-void CpuImage::open(const tavi_image_t* record, Access access) {
+Refusal CpuImage::open(const tavi_image_t* record, Access access, ColorSpace color) {
     if (!record)
-        return refuse(TAVI_RET_PARAM_ERR, "the record is null");
+        return {TAVI_RET_PARAM_ERR, "the record is null"};
     if (!record->data && record->fd <= 0)
-        return record->data_phy ? refuse(TAVI_RET_UNSUPPORTED, "only a physical address: data or fd is needed")
-                                : refuse(TAVI_RET_PARAM_ERR, "no memory: data or fd is needed");
+        return record->data_phy ? Refusal(TAVI_RET_UNSUPPORTED, "only a physical address: data or fd is needed")
+                                : Refusal(TAVI_RET_PARAM_ERR, "no memory: data or fd is needed");
     if (const char* problem = why_not_viewable(record->pixel_format, record->width, record->height))
-        return refuse(TAVI_RET_UNSUPPORTED, problem);
-    const uint64_t bytes = byte_count(*find_format(record->pixel_format), record->width, record->height);
+        return {TAVI_RET_UNSUPPORTED, "%s", problem};
+    const Format& format = *find_format(record->pixel_format);
+    const uint64_t bytes = byte_count(format, record->width, record->height);
     if (bytes > INT32_MAX)
-        return refuse(TAVI_RET_UNSUPPORTED, "allowed are pixels of less than 2 GiB");
+        return {TAVI_RET_UNSUPPORTED, "allowed are pixels of less than 2 GiB"};
     bytes_ = static_cast<size_t>(bytes);
     data_ = record->data;
     fd_ = record->fd;
     if (!data_) {
         mapping_ = CpuMapping(record->fd, bytes_, access);
         if (!mapping_)
-            return refuse(TAVI_RET_FAIL, "the descriptor cannot be mapped, or its buffer is too small");
+            return {TAVI_RET_FAIL, "the descriptor cannot be mapped, or its buffer is too small"};
         data_ = mapping_.data();
     }
     if (record->fd > 0)
         sync_.emplace(record->fd, access);
-    view_ = make_view(data_, static_cast<tavi_pixel_format>(record->pixel_format), static_cast<int>(record->width),
-                      static_cast<int>(record->height));
+    view_ = make_view(data_, format, static_cast<int>(record->width), static_cast<int>(record->height), color);
+    return {};
 }
 
 void CpuImage::clear_tail() const {
@@ -65,6 +61,27 @@ Overlap CpuImage::overlap(const CpuImage& other) const {
                : Overlap::none;
 }
 
-CpuImage::CpuImage(const tavi_image_t* record, Access access) { open(record, access); }
+CpuImage::CpuImage(const tavi_image_t* record, Access access, ColorSpace color)
+    : refusal_(open(record, access, color)) {}
+
+CpuPair::CpuPair(const tavi_image_t* src_record, const tavi_image_t* dst_record, ColorSpace color)
+    : src(src_record, Access::read, color), dst(dst_record, Access::write, color) {
+    if (!src) {
+        refusal = {src.refusal().code, "src=" RECORD_TEXT ": %s", RECORD(src_record), src.refusal().text};
+    } else if (!dst) {
+        refusal = {dst.refusal().code, "dst=" RECORD_TEXT ": %s", RECORD(dst_record), dst.refusal().text};
+    } else {
+        const Overlap overlap = src.overlap(dst);
+        in_place = overlap == Overlap::same_start;
+        if (overlap == Overlap::partial)
+            refusal = {TAVI_RET_PARAM_ERR,
+                       "src data=%p bytes=%zu and dst data=%p bytes=%zu overlap partly: allowed are separate memory, "
+                       "or the same start",
+                       static_cast<void*>(src.data()),
+                       src.bytes(),
+                       static_cast<void*>(dst.data()),
+                       dst.bytes()};
+    }
+}
 
 } // namespace tavi

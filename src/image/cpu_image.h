@@ -5,6 +5,7 @@
 
 #include <optional>
 
+#include "image/refusal.h"
 #include "image/view.h"
 #include "os/dma_sync.h"
 #include "os/mapping.h"
@@ -19,12 +20,13 @@ enum class Overlap {
 
 class CpuImage {
 public:
-    /// Opens a record. `data` wins over the descriptor: a deep clone's descriptor names its source's memory.
-    CpuImage(const tavi_image_t* record, Access access);
+    /// Opens a record, whose YUV pixels are of a colour space. `data` wins over the descriptor: a deep clone's
+    /// descriptor names its source's memory.
+    CpuImage(const tavi_image_t* record, Access access, ColorSpace color);
 
-    explicit operator bool() const { return code_ == TAVI_RET_SUCCESS; }
-    int code() const { return code_; }       ///< the result code of a record that cannot be used
-    const char* why() const { return why_; } ///< and what is wrong with it, in words
+    explicit operator bool() const { return !refusal_; }
+    /// What is wrong with a record that cannot be used.
+    const Refusal& refusal() const { return refusal_; }
     const ImageView& view() const { return view_; }
 
     /// Exact bytes of the pixels.
@@ -40,18 +42,26 @@ public:
     Overlap overlap(const CpuImage& other) const;
 
 private:
-    void open(const tavi_image_t* record, Access access);
-    void refuse(int code, const char* why);
+    Refusal open(const tavi_image_t* record, Access access, ColorSpace color);
     int64_t place_in(int fd) const;
 
-    int code_ = TAVI_RET_SUCCESS;
-    const char* why_ = "";
     ImageView view_;
     uint8_t* data_ = nullptr;
     size_t bytes_ = 0;
     int fd_ = -1;
     CpuMapping mapping_;
     std::optional<DmaSync> sync_;
+    Refusal refusal_; ///< last: opening fills the members above
+};
+
+/// Source and destination of one request.
+struct CpuPair {
+    /// Opens both and looks how they lie to each other.
+    CpuPair(const tavi_image_t* src_record, const tavi_image_t* dst_record, ColorSpace color);
+
+    CpuImage src, dst;
+    bool in_place = false; ///< they start at the same byte
+    Refusal refusal;       ///< of either record, or of memory that overlaps but for its start
 };
 
 } // namespace tavi

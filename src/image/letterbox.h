@@ -27,9 +27,7 @@ struct ChromaGrid {
     int y;
 };
 
-inline ChromaGrid chroma_grid(const Format& f) {
-    return {f.family == Family::yuv420 || f.family == Family::yuv422 ? 2 : 1, f.family == Family::yuv420 ? 2 : 1};
-}
+inline ChromaGrid chroma_grid(const Format& f) { return {1 << f.xshift(), 1 << f.yshift()}; }
 
 namespace letterbox_detail {
 

@@ -11,16 +11,19 @@ const char* why_not_viewable(uint32_t pixel_format, uint32_t width, uint32_t hei
         return "allowed formats are 0 to 15";
     if (width < 1 || height < 1 || width > kMaxSide || height > kMaxSide)
         return "allowed sides are 1 to 16384";
-    const bool no_column = f->family == Family::yuv420 || f->family == Family::yuv422;
-    const bool no_row = f->family == Family::yuv420;
-    if ((no_column && width < 2) || (no_row && height < 2))
+    if (width >> f->xshift() == 0 || height >> f->yshift() == 0)
         return "too small to have a chroma sample: 4:2:0 needs 2x2 and 4:2:2 needs 2x1";
     return nullptr;
 }
 
 ImageView make_view(uint8_t* data, tavi_pixel_format format, int width, int height) {
+    return make_view(data, *find_format(format), width, height, {});
+}
+
+ImageView make_view(uint8_t* data, const Format& format, int width, int height, ColorSpace color) {
     ImageView v;
-    v.format = find_format(format);
+    v.format = &format;
+    v.color = color;
     v.width = width;
     v.height = height;
     for (int i = 0; i < v.format->planes; ++i) {
@@ -33,7 +36,7 @@ ImageView make_view(uint8_t* data, tavi_pixel_format format, int width, int heig
         p.pitch = static_cast<ptrdiff_t>(p.cols) * p.step;
         data += p.pitch * p.rows;
     }
-    if (v.format->planes == 3 && v.format->swapped)
+    if (v.format->planes == 3 && v.format->swapped())
         std::swap(v.plane[1], v.plane[2]);
     return v;
 }

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "image/colour.h"
 #include "image/format.h"
 
 namespace tavi {
@@ -26,10 +27,24 @@ struct ImageView {
     int width = 0;
     int height = 0;
     PlaneView plane[3];
+    ColorSpace color; ///< of YUV pixels
 
     explicit operator bool() const { return format != nullptr; }
     int planes() const { return format->planes; }
+    /// Of a picture in one of the public formats.
     tavi_pixel_format id() const { return static_cast<tavi_pixel_format>(format - kFormats.data()); }
+};
+
+/// The samples of one component, whatever the layout: a plane of their own, pairs, or packed.
+struct Samples {
+    uint8_t* data = nullptr;
+    ptrdiff_t pitch = 0;
+    int step = 0; ///< bytes from one to the next
+    int cols = 0;
+    int rows = 0;
+
+    uint8_t* row(int y) const { return data + y * pitch; }
+    uint8_t* at(int x, int y) const { return row(y) + static_cast<ptrdiff_t>(x) * step; }
 };
 
 /// A half-open rectangle in pixels.
@@ -47,6 +62,16 @@ const char* why_not_viewable(uint32_t pixel_format, uint32_t width, uint32_t hei
 
 /// A view of packed pixels at `data`: exactly byte_count() bytes. The shape must be viewable.
 ImageView make_view(uint8_t* data, tavi_pixel_format format, int width, int height);
+
+/// make_view() of a format that need not be a public one, its pixels of a colour space.
+ImageView make_view(uint8_t* data, const Format& format, int width, int height, ColorSpace color);
+
+/// A component of a view, by its number in the format's row.
+inline Samples samples_of(const ImageView& view, int part) {
+    const Component& c = view.format->part[part];
+    const PlaneView& p = view.plane[view.planes() == 3 ? part : c.plane];
+    return {p.data + c.byte, p.pitch, c.step, view.width >> c.xshift, view.height >> c.yshift};
+}
 
 /// Part of a view. Where chroma is subsampled, the first chroma sample is the one that covers the box's first pixel.
 ImageView crop(const ImageView& view, const Box& box);

@@ -22,11 +22,6 @@ int32_t odd_last(int32_t edge, uint32_t side) {
     return static_cast<uint32_t>(outward) >= side ? tavi::wrapping_sub(edge, 1) : outward;
 }
 
-bool exchanges_sides(tavi_image_transform_mode mode) {
-    return mode == TAVI_IMAGE_TRANSFORM_ROTATE_90 || mode == TAVI_IMAGE_TRANSFORM_ROTATE_270 ||
-           mode == TAVI_IMAGE_TRANSFORM_TRANSPOSE;
-}
-
 } // namespace
 
 int tavi_image_crop_and_resize_cpu(tavi_image_t* src, tavi_rect_t* rect, tavi_image_t* dst,
@@ -45,8 +40,8 @@ int tavi_image_crop_and_resize_cpu(tavi_image_t* src, tavi_rect_t* rect, tavi_im
 
     tavi_image_t cropped{};
     cropped.pixel_format = src->pixel_format;
-    cropped.width = exchanges_sides(mode) ? dst->height : dst->width;
-    cropped.height = exchanges_sides(mode) ? dst->width : dst->height;
+    cropped.width = tavi::exchanges_sides(mode) ? dst->height : dst->width;
+    cropped.height = tavi::exchanges_sides(mode) ? dst->width : dst->height;
     if (const int ret = tavi_image_crop_and_resize_cpu_imp(src, &box, &cropped))
         return ret; // a crop that fails has given its memory back itself
     const int ret = tavi_image_convert(&cropped, dst, mode);

@@ -25,16 +25,16 @@ static_assert(offsetof(tavi_mem_record_t, fd) == 8 + 2 * sizeof(void*));
 
 int tavi_image_get_channels(tavi_image_t* img) {
     const tavi::Format* format = img ? tavi::find_format(img->pixel_format) : nullptr;
-    if (!format || format->channels == 0) // YUV has no channel count
+    if (!format || format->is_yuv()) // YUV has no channel count
         return TAVI_RET_PARAM_ERR;
-    return format->channels;
+    return format->parts;
 }
 
 int tavi_image_type_size(tavi_image_t* img) {
     if (!img)
         return TAVI_RET_PARAM_ERR;
     const tavi::Format* format = tavi::find_format(img->pixel_format);
-    return format ? format->sample_bytes : 1;
+    return format ? format->sample_bytes() : 1;
 }
 
 int tavi_image_get_size(tavi_image_t* img) {
@@ -43,6 +43,7 @@ int tavi_image_get_size(tavi_image_t* img) {
         return TAVI_RET_PARAM_ERR;
     // 32 bits that wrap are the documented answer; what allocates uses byte_count() instead.
     uint32_t bytes = static_cast<uint32_t>(tavi_image_type_size(img)) * (img->width * img->height);
-    bytes = (bytes * format->bytes_mul) >> format->bytes_shift;
+    const uint32_t halves = 2 * format->bits_per_pixel / format->bits; // of a sample, in a pixel
+    bytes = halves % 2 ? (bytes * halves) >> 1 : bytes * (halves / 2);
     return static_cast<int>(bytes);
 }

@@ -103,7 +103,7 @@ void check(const Shape& s, int format, int width, int height, std::mt19937& rand
     const RefImage after = picture.colors();
     const RefImage dot(Model::rgb, 1, 1, {double(color.r), double(color.g), double(color.b)});
     const Color ink = ref_convert(dot, format).at(0, 0);
-    const bool yuv = tavi::is_yuv(format), half = tavi::kFormats[format].family == tavi::Family::yuv420;
+    const bool yuv = tavi::is_yuv(format), half = tavi::kFormats[format].yshift() == 1;
     const auto sample = [&](int x, int y) { // the chroma sample of a pixel, as a number
         return !yuv ? y * width + x
                     : std::min(y >> half, (height >> half) - 1) * width + std::min(x >> 1, (width >> 1) - 1);

@@ -3,5 +3,5 @@ if(TAVI_WITH_FILES)
     pkg_check_modules(TURBOJPEG REQUIRED IMPORTED_TARGET libturbojpeg)
     find_package(PNG REQUIRED)
     tavi_test(files_test SOURCES files_test.cpp
-        LINK tavi_test_support tavi_backend_cpu tavi_backend_software tavi_services tavi_core tavi_libyuv PkgConfig::TURBOJPEG PNG::PNG)
+        LINK tavi_test_support tavi_backend_cpu tavi_backend_software tavi_pixels tavi_services tavi_core tavi_libyuv PkgConfig::TURBOJPEG PNG::PNG)
 endif()

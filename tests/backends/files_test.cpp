@@ -166,7 +166,7 @@ TEST(Jpeg, DecodesAsTheLibraryDoes) {
                                         {3, 2, TJPF_BGR},
                                         {3, 3, TJPF_RGBA},
                                         {3, 4, TJPF_BGRA}}) {
-            Blob expected(37 * 23 * tavi::kFormats[format].channels);
+            Blob expected(37 * 23 * tavi::kFormats[format].parts);
             ASSERT_EQ(tjDecompress2(handle, jpeg.data(), jpeg.size(), expected.data(), 37, 0, 23, tj, 0), 0);
             expect_read("jpeg", jpeg, flag, format, 37, 23, expected);
         }
@@ -369,7 +369,7 @@ TEST(Files, ConvertWhatTheTypeDoesNotHold) {
             ASSERT_EQ(tavi_image_write_cpu(file.path(), &own.img), 0);
             const Result back = read_file(file.path(), 0);
             ASSERT_EQ(back.pixels.size(), rgb.pixels.size());
-            const bool grey = tavi::kFormats[format].family == tavi::Family::gray || std::string(ending) == ".pgm";
+            const bool grey = tavi::kFormats[format].model == tavi::Model::gray || std::string(ending) == ".pgm";
             for (size_t i = 0; !grey && i < rgb.pixels.size(); ++i)
                 ASSERT_NEAR(back.pixels[i], rgb.pixels[i], 14) << i;
         }

@@ -10,7 +10,7 @@
 #include <sys/auxv.h>
 
 #include "backends/software/tavi_image_libyuv.h"
-#include "image/kernels.h"
+#include "kernels/kernels.h"
 
 namespace libyuv {
 // There in a libyuv that was built with NEON rows, and null in one without.

@@ -25,7 +25,7 @@ int fail(int error, Why& why, const char* what) {
     return error;
 }
 
-bool is_rgb(tavi_pixel_format format) { return find_format(format)->family == Family::rgb; }
+bool is_rgb(tavi_pixel_format format) { return find_format(format)->model == Model::rgb; }
 
 /// A buffer type's single- or multi-planar twin.
 uint32_t type_of(bool source, bool multiplanar) {
@@ -223,7 +223,7 @@ struct M2mContext::Layout {
         bytes = static_cast<uint32_t>(byte_count(f, width, height));
         // The range stays at its default, which means limited for YUV and full for RGB. Drivers copy a source's
         // fields to the result: an explicit "limited" would come back as limited RGB.
-        colorspace = f.family == Family::rgb ? V4L2_COLORSPACE_SRGB : V4L2_COLORSPACE_SMPTE170M;
+        colorspace = f.model == Model::rgb ? V4L2_COLORSPACE_SRGB : V4L2_COLORSPACE_SMPTE170M;
         encoding = V4L2_YCBCR_ENC_601;
         range = V4L2_QUANTIZATION_DEFAULT;
     }

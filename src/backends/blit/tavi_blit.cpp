@@ -17,9 +17,9 @@
 #include "backends/blit/context_pool.h"
 #include "image/letterbox.h"
 #include "image/numbers.h"
-#include "image/paint.h"
 #include "os/dma_sync.h"
 #include "os/mapping.h"
+#include "pixels/fill.h"
 #include "services/log.h"
 #include "services/tavi_mem.h"
 
@@ -118,7 +118,7 @@ bool take_box(const Box& box, const char* name, Operand& o, Why& why) {
 
 bool is_whole(const Side& side) { return side.box.width == side.width && side.box.height == side.height; }
 
-bool is_gray(const Side& side) { return find_format(side.format)->family == Family::gray; }
+bool is_gray(const Side& side) { return find_format(side.format)->model == Model::gray; }
 
 /// A request that passed every check that needs no engine at hand.
 struct Request {

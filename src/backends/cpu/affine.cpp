@@ -7,14 +7,15 @@
 #include <cmath>
 #include <cstring>
 
-#include "backends/software/steps.h"
 #include "image/cpu_image.h"
-#include "image/kernels.h"
-#include "image/paint.h"
 #include "image/scratch.h"
+#include "kernels/kernels.h"
+#include "pixels/fill.h"
+#include "pixels/steps.h"
 
 #define TAVI_LOG_TAG "tavi-cpu"
 #include "services/log.h"
+#include "services/yuv_setting.h"
 
 namespace tavi {
 namespace {
@@ -240,11 +241,9 @@ private:
     uint8_t black_[4];
 };
 
-bool is_packed422(const ImageView& v) { return v.planes() == 1 && v.format->family == Family::yuv422; }
-
 /// False when there is no memory for planes.
 bool warp(const ImageView& src, const ImageView& dst, const Affine& to_source) {
-    if (is_packed422(src)) { // packed chroma has no plane of its own to sample
+    if (src.format->packed()) { // packed chroma has no plane of its own to sample
         Scratch scratch;
         const tavi_pixel_format planar = TAVI_PIXEL_FORMAT_YUV422P_YU16;
         uint8_t* from = scratch.take<uint8_t>(byte_count(*find_format(planar), src.width, src.height));
@@ -258,7 +257,7 @@ bool warp(const ImageView& src, const ImageView& dst, const Affine& to_source) {
     const Ink black = ink_of(dst, 0, 0, 0);
     for (int i = 0; i < dst.planes(); ++i)
         PlaneWarp(src.plane[i], dst.plane[i], for_plane(to_source, dst.format->plane[i]), black.bytes[i],
-                  dst.format->sample_bytes == 2)
+                  dst.format->sample_bytes() == 2)
             .run();
     return true;
 }
@@ -283,14 +282,10 @@ int tavi_get_affine_transform_cpu(const float* src, const float* dst, int n, flo
 }
 
 int tavi_image_affine_transform_cpu(tavi_image_t* src, tavi_image_t* dst, const float* matrix) {
-    const CpuImage from(src, Access::read), to(dst, Access::write);
-    if (!from) {
-        LOG_ERROR("src=" RECORD_TEXT ": %s", RECORD(src), from.why());
-        return from.code();
-    }
-    if (!to) {
-        LOG_ERROR("dst=" RECORD_TEXT ": %s", RECORD(dst), to.why());
-        return to.code();
+    const CpuPair pair(src, dst, yuv_setting());
+    if (pair.refusal) {
+        LOG_ERROR("%s", pair.refusal.text);
+        return pair.refusal.code;
     }
     if (!matrix) {
         LOG_ERROR("matrix=%p: allowed are 6 floats", static_cast<const void*>(matrix));
@@ -302,17 +297,17 @@ int tavi_image_affine_transform_cpu(tavi_image_t* src, tavi_image_t* dst, const 
                   matrix[1], matrix[2], matrix[3], matrix[4], matrix[5]);
         return TAVI_RET_PARAM_ERR;
     }
-    const ImageView &s = from.view(), &d = to.view();
+    const ImageView &s = pair.src.view(), &d = pair.dst.view();
     if (s.format != d.format) {
         LOG_ERROR("dst fmt=%d: allowed is the source's, %d", d.id(), s.id());
         return TAVI_RET_PARAM_ERR;
     }
-    if (from.overlap(to) != Overlap::none) {
-        LOG_ERROR("src data=%p and dst data=%p overlap: allowed are separate images", static_cast<void*>(from.data()),
-                  static_cast<void*>(to.data()));
+    if (pair.in_place) {
+        LOG_ERROR("src and dst are the same memory %p: allowed are separate images",
+                  static_cast<void*>(pair.dst.data()));
         return TAVI_RET_PARAM_ERR;
     }
-    to.clear_tail();
+    pair.dst.clear_tail();
     if (!warp(s, d, to_source)) {
         LOG_ERROR("no memory for temporaries: src size=%dx%d dst size=%dx%d", s.width, s.height, d.width, d.height);
         return TAVI_RET_FAIL;

@@ -2,12 +2,53 @@
 // Cropping with scaling, as a view of the source: nothing outside the region is read and the region is not copied.
 #include "backends/cpu/tavi_image_cpu.h"
 
-#include "backends/software/convert.h"
 #include "image/cpu_image.h"
+#include "pixels/convert.h"
 #include "services/tavi_mem.h"
+#include "services/yuv_setting.h"
 
 #define TAVI_LOG_TAG "tavi-cpu"
 #include "services/log.h"
+
+namespace tavi {
+namespace {
+
+/// Gives a record its memory.
+Refusal attach(tavi_image_t* dst) {
+    if (const char* problem = why_not_viewable(dst->pixel_format, dst->width, dst->height))
+        return {TAVI_RET_UNSUPPORTED, "dst size=%ux%u fmt=%d: %s", dst->width,
+                dst->height,          dst->pixel_format,           problem};
+    const uint64_t bytes = byte_count(*find_format(dst->pixel_format), dst->width, dst->height);
+    tavi_mem_record_t memory = {};
+    if (bytes > INT32_MAX || tavi_mem_alloc(static_cast<int>(bytes), TAVI_MEM_TYPE_HEAP, &memory) != 0)
+        return {TAVI_RET_FAIL, "no memory for dst size=%ux%u", dst->width, dst->height};
+    dst->data = static_cast<uint8_t*>(memory.virt_addr);
+    return {};
+}
+
+Refusal crop_and_resize(const tavi_image_t* src, const tavi_rect_t& rect, const tavi_image_t* dst) {
+    const CpuPair pair(src, dst, yuv_setting());
+    if (pair.refusal)
+        return pair.refusal;
+    const ImageView &s = pair.src.view(), &d = pair.dst.view();
+    if (rect.left < 0 || rect.top < 0 || rect.right >= s.width || rect.bottom >= s.height || rect.right < rect.left ||
+        rect.bottom < rect.top)
+        return {TAVI_RET_PARAM_ERR, "rect=(%d %d %d %d) is empty or not inside (0 0 %d %d)",
+                rect.left,          rect.top,
+                rect.right,         rect.bottom,
+                s.width - 1,        s.height - 1};
+    if (d.format != s.format)
+        return {TAVI_RET_PARAM_ERR, "dst fmt=%d: allowed is the source's, %d", d.id(), s.id()};
+    if (pair.in_place)
+        return {TAVI_RET_PARAM_ERR, "src and dst are the same memory %p: allowed are separate images",
+                static_cast<void*>(pair.dst.data())};
+    pair.dst.clear_tail();
+    const Box box{rect.left, rect.top, rect.right - rect.left + 1, rect.bottom - rect.top + 1};
+    return convert_region(s, box, d, TAVI_IMAGE_TRANSFORM_NONE, TAVI_IMAGE_RESIZE_DEFAULT);
+}
+
+} // namespace
+} // namespace tavi
 
 using namespace tavi;
 
@@ -17,60 +58,16 @@ int tavi_image_crop_and_resize_cpu_imp(tavi_image_t* src, tavi_rect_t* rect, tav
                   static_cast<void*>(dst));
         return TAVI_RET_PARAM_ERR;
     }
-    const CpuImage from(src, Access::read);
-    if (!from) {
-        LOG_ERROR("src=" RECORD_TEXT ": %s", RECORD(src), from.why());
-        return from.code();
-    }
-    const ImageView& s = from.view();
-    if (rect->left < 0 || rect->top < 0 || rect->right >= s.width || rect->bottom >= s.height ||
-        rect->right < rect->left || rect->bottom < rect->top) {
-        LOG_ERROR("rect=(%d %d %d %d) is empty or not inside (0 0 %d %d)", rect->left, rect->top, rect->right,
-                  rect->bottom, s.width - 1, s.height - 1);
-        return TAVI_RET_PARAM_ERR;
-    }
-    if (dst->pixel_format != src->pixel_format) {
-        LOG_ERROR("dst fmt=%d: allowed is the source's, %d", dst->pixel_format, src->pixel_format);
-        return TAVI_RET_PARAM_ERR;
-    }
-    const Box box{rect->left, rect->top, rect->right - rect->left + 1, rect->bottom - rect->top + 1};
-
-    bool attached = false;
-    if (!dst->data && dst->fd <= 0) {
-        if (const char* problem = why_not_viewable(dst->pixel_format, dst->width, dst->height)) {
-            LOG_ERROR("dst size=%ux%u fmt=%d: %s", dst->width, dst->height, dst->pixel_format, problem);
-            return TAVI_RET_UNSUPPORTED;
-        }
-        const uint64_t bytes = byte_count(*find_format(dst->pixel_format), dst->width, dst->height);
-        tavi_mem_record_t memory = {};
-        if (bytes > INT32_MAX || tavi_mem_alloc(static_cast<int>(bytes), TAVI_MEM_TYPE_HEAP, &memory) != 0) {
-            LOG_ERROR("no memory for dst size=%ux%u", dst->width, dst->height);
-            return TAVI_RET_FAIL;
-        }
-        dst->data = static_cast<uint8_t*>(memory.virt_addr);
-        attached = true;
-    }
-    int result;
-    {
-        const CpuImage to(dst, Access::write);
-        if (!to) {
-            LOG_ERROR("dst=" RECORD_TEXT ": %s", RECORD(dst), to.why());
-            result = to.code();
-        } else if (from.overlap(to) != Overlap::none) {
-            LOG_ERROR("src data=%p and dst data=%p overlap: allowed are separate images",
-                      static_cast<void*>(from.data()), static_cast<void*>(to.data()));
-            result = TAVI_RET_PARAM_ERR;
-        } else {
-            to.clear_tail();
-            result = convert_region(s, box, to.view(), TAVI_IMAGE_TRANSFORM_NONE, TAVI_IMAGE_RESIZE_DEFAULT);
-            if (result != TAVI_RET_SUCCESS)
-                LOG_ERROR("no memory for temporaries: rect=(%d %d %d %d) dst size=%ux%u", rect->left, rect->top,
-                          rect->right, rect->bottom, dst->width, dst->height);
-        }
-    }
-    if (result != TAVI_RET_SUCCESS && attached) {
+    const bool without_memory = !dst->data && dst->fd <= 0;
+    Refusal no = without_memory ? attach(dst) : Refusal();
+    if (!no)
+        no = crop_and_resize(src, *rect, dst);
+    if (!no)
+        return TAVI_RET_SUCCESS;
+    LOG_ERROR("%s", no.text);
+    if (without_memory && dst->data) {
         tavi_mem_free_by_virt_addr(dst->data);
         dst->data = nullptr;
     }
-    return result;
+    return no.code;
 }

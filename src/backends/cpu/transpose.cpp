@@ -1,38 +1,36 @@
 // SPDX-License-Identifier: MIT
 #include "backends/cpu/tavi_image_cpu.h"
 
-#include "backends/software/convert.h"
 #include "image/cpu_image.h"
+#include "pixels/convert.h"
 
 #define TAVI_LOG_TAG "tavi-cpu"
 #include "services/log.h"
+#include "services/yuv_setting.h"
 
 using namespace tavi;
 
 int tavi_image_transpose_cpu(tavi_image_t* src, tavi_image_t* dst) {
-    const CpuImage from(src, Access::read), to(dst, Access::write);
-    if (!from) {
-        LOG_ERROR("src=" RECORD_TEXT ": %s", RECORD(src), from.why());
-        return from.code();
+    const CpuPair pair(src, dst, yuv_setting());
+    if (pair.refusal) {
+        LOG_ERROR("%s", pair.refusal.text);
+        return pair.refusal.code;
     }
-    if (!to) {
-        LOG_ERROR("dst=" RECORD_TEXT ": %s", RECORD(dst), to.why());
-        return to.code();
-    }
-    const ImageView &s = from.view(), &d = to.view();
+    const ImageView &s = pair.src.view(), &d = pair.dst.view();
     if (s.format != d.format || d.width != s.height || d.height != s.width) {
         LOG_ERROR("dst size=%dx%d fmt=%d: allowed is the exchanged size %dx%d in the source's format %d", d.width,
                   d.height, d.id(), s.height, s.width, s.id());
         return TAVI_RET_PARAM_ERR;
     }
-    if (from.overlap(to) != Overlap::none) {
-        LOG_ERROR("src data=%p and dst data=%p overlap: allowed are separate images", static_cast<void*>(from.data()),
-                  static_cast<void*>(to.data()));
+    if (pair.in_place) {
+        LOG_ERROR("src and dst are the same memory %p: allowed are separate images",
+                  static_cast<void*>(pair.dst.data()));
         return TAVI_RET_PARAM_ERR;
     }
-    to.clear_tail();
-    const int result = convert_views(s, d, TAVI_IMAGE_TRANSFORM_TRANSPOSE, TAVI_IMAGE_RESIZE_DEFAULT);
-    if (result != TAVI_RET_SUCCESS)
-        LOG_ERROR("no memory for temporaries: size=%dx%d", s.width, s.height);
-    return result;
+    pair.dst.clear_tail();
+    if (const Refusal no = convert_views(s, d, TAVI_IMAGE_TRANSFORM_TRANSPOSE, TAVI_IMAGE_RESIZE_DEFAULT)) {
+        LOG_ERROR("%s", no.text);
+        return no.code;
+    }
+    return TAVI_RET_SUCCESS;
 }

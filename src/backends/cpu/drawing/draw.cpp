@@ -9,6 +9,7 @@
 #include "backends/cpu/tavi_image_cpu.h"
 #include "image/cpu_image.h"
 #include "services/log.h"
+#include "services/yuv_setting.h"
 
 namespace {
 
@@ -16,7 +17,7 @@ constexpr int kDefaultTextSize = 24;
 
 /// The result for a record that cannot be drawn on.
 int refusal(const tavi_image_t* img, const tavi::CpuImage& image) {
-    return img && !tavi::find_format(img->pixel_format) ? TAVI_RET_PARAM_ERR : image.code();
+    return img && !tavi::find_format(img->pixel_format) ? TAVI_RET_PARAM_ERR : image.refusal().code;
 }
 
 double pen_width(int thickness) { return thickness > 1 ? thickness : 1; }
@@ -27,9 +28,9 @@ using namespace tavi;
 
 int tavi_image_draw_circle_cpu(tavi_image_t* img, tavi_point_t center, int radius, tavi_color_t color,
                                int thickness) {
-    const CpuImage image(img, Access::read_write);
+    const CpuImage image(img, Access::read_write, yuv_setting());
     if (!image) {
-        LOG_ERROR("img=%p: %s", static_cast<void*>(img), image.why());
+        LOG_ERROR("img=%p: %s", static_cast<void*>(img), image.refusal().text);
         return refusal(img, image);
     }
     if (radius < 0) {
@@ -45,9 +46,9 @@ int tavi_image_draw_circle_cpu(tavi_image_t* img, tavi_point_t center, int radiu
 
 int tavi_image_draw_line_cpu(tavi_image_t* img, tavi_point_t pt1, tavi_point_t pt2, tavi_color_t color,
                              int thickness) {
-    const CpuImage image(img, Access::read_write);
+    const CpuImage image(img, Access::read_write, yuv_setting());
     if (!image) {
-        LOG_ERROR("img=%p: %s", static_cast<void*>(img), image.why());
+        LOG_ERROR("img=%p: %s", static_cast<void*>(img), image.refusal().text);
         return refusal(img, image);
     }
     Painter painter(image.view(), color);
@@ -65,9 +66,9 @@ int tavi_image_draw_line_cpu(tavi_image_t* img, tavi_point_t pt1, tavi_point_t p
 
 int tavi_image_draw_rect_cpu(tavi_image_t* img, tavi_point_t pt1, tavi_point_t pt2, tavi_color_t color,
                              int thickness) {
-    const CpuImage image(img, Access::read_write);
+    const CpuImage image(img, Access::read_write, yuv_setting());
     if (!image) {
-        LOG_ERROR("img=%p: %s", static_cast<void*>(img), image.why());
+        LOG_ERROR("img=%p: %s", static_cast<void*>(img), image.refusal().text);
         return refusal(img, image);
     }
     Painter painter(image.view(), color);
@@ -86,9 +87,9 @@ int tavi_image_draw_rect_cpu(tavi_image_t* img, tavi_point_t pt1, tavi_point_t p
 
 int tavi_image_draw_text_cpu(tavi_image_t* img, const char* text, tavi_point_t pt, tavi_color_t color,
                              int thickness) {
-    const CpuImage image(img, Access::read_write);
+    const CpuImage image(img, Access::read_write, yuv_setting());
     if (!image) {
-        LOG_ERROR("img=%p: %s", static_cast<void*>(img), image.why());
+        LOG_ERROR("img=%p: %s", static_cast<void*>(img), image.refusal().text);
         return refusal(img, image);
     }
     if (!text || pt.size < 0) {

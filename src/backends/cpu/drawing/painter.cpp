@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "image/kernels.h"
+#include "kernels/kernels.h"
 
 namespace tavi {
 namespace {
@@ -58,12 +58,12 @@ Painter::Painter(const ImageView& view, tavi_color_t color) : view_(view) {
     const Format& f = *view.format;
     const Components c = components(color);
     uint8_t column[3][4] = {};
-    if (f.family == Family::gray) {
+    if (f.model == Model::gray) {
         const auto deep = static_cast<uint16_t>(c.grey * 257); // both bytes are the 8-bit value
         std::memcpy(column[0], &deep, 2);
         paint_ = &Painter::paint_plane;
-    } else if (f.family == Family::rgb) {
-        const uint8_t rgba[4] = {f.swapped ? color.b : color.r, color.g, f.swapped ? color.r : color.b, 255};
+    } else if (f.model == Model::rgb) {
+        const uint8_t rgba[4] = {f.swapped() ? color.b : color.r, color.g, f.swapped() ? color.r : color.b, 255};
         std::memcpy(column[0], rgba, 4);
         paint_ = &Painter::paint_plane;
     } else {
@@ -72,11 +72,11 @@ Painter::Painter(const ImageView& view, tavi_color_t color) : view_(view) {
         const auto v = static_cast<uint8_t>(c.v);
         paint_ = f.planes == 1 ? &Painter::paint_packed : &Painter::paint_subsampled;
         column[0][0] = y;
-        column[1][0] = f.planes == 2 && f.swapped ? v : u;
-        column[1][1] = f.planes == 2 && f.swapped ? u : v;
+        column[1][0] = f.planes == 2 && f.swapped() ? v : u;
+        column[1][1] = f.planes == 2 && f.swapped() ? u : v;
         column[2][0] = v;
         if (f.planes == 1) { // two pixels at a time
-            const bool chroma_first = view.id() == TAVI_PIXEL_FORMAT_YUV422_UYVY;
+            const bool chroma_first = f.part[0].byte == 1;
             const uint8_t pair[4] = {chroma_first ? u : y, chroma_first ? y : u, chroma_first ? v : y,
                                      chroma_first ? y : v};
             std::memcpy(column[0], pair, 4);
@@ -152,7 +152,7 @@ void Painter::paint_subsampled(int y, int x0, int x1) {
 void Painter::paint_packed(int y, int x0, int x1) {
     uint8_t* const row = view_.plane[0].row(y);
     const uint8_t* const pair = pattern_[0];
-    const int luma = view_.id() == TAVI_PIXEL_FORMAT_YUV422_UYVY ? 1 : 0;
+    const int luma = view_.format->part[0].byte;
     const auto half = [&](int x) { // one pixel, and the chroma that it shares
         row[2 * x + luma] = pair[luma];
         uint8_t* const chroma = row + 4 * std::min(x >> 1, (view_.width >> 1) - 1) + 1 - luma;

@@ -162,7 +162,7 @@ private:
     }
 
     void store(const uint8_t* row, int width, uint8_t* to) const {
-        const int channels = kFormats[stored_].channels;
+        const int channels = kFormats[stored_].parts;
         for (int x = 0; x < width; ++x, to += channels) {
             if (bits_ <= 8) {
                 const uint32_t bit = static_cast<uint32_t>(x) * bits_;
@@ -191,14 +191,14 @@ private:
 
 tavi_pixel_format nearest_for_bmp(tavi_pixel_format have) {
     const Format& f = *find_format(have);
-    if (f.family == Family::rgb)
+    if (f.model == Model::rgb)
         return have;
-    return f.family == Family::gray ? TAVI_PIXEL_FORMAT_GRAY8 : TAVI_PIXEL_FORMAT_BGR888;
+    return f.model == Model::gray ? TAVI_PIXEL_FORMAT_GRAY8 : TAVI_PIXEL_FORMAT_BGR888;
 }
 
 bool encode_bmp(const ImageView& picture, Output& output, Failure& why) {
     const Format& f = *picture.format;
-    const int channels = f.channels;
+    const int channels = f.parts;
     const uint32_t info_size = channels == 4 ? kV4Header : kInfoHeader;
     const uint32_t palette = channels == 1 ? 256 * 4 : 0;
     const uint32_t start = kFileHeader + info_size + palette;
@@ -232,7 +232,7 @@ bool encode_bmp(const ImageView& picture, Output& output, Failure& why) {
     for (int y = picture.height - 1; good && y >= 0; --y) {
         const uint8_t* const from = picture.plane[0].row(y);
         std::memcpy(row.get(), from, static_cast<size_t>(picture.width) * channels);
-        if (f.family == Family::rgb && !f.swapped)
+        if (f.model == Model::rgb && !f.swapped())
             for (int x = 0; x < picture.width * channels; x += channels)
                 std::swap(row[x], row[x + 2]);
         good = output.write(row.get(), static_cast<size_t>(pitch));

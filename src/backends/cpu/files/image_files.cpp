@@ -12,10 +12,11 @@
 
 #include "backends/cpu/files/codec.h"
 #include "backends/cpu/tavi_image_cpu.h"
-#include "backends/software/convert.h"
 #include "image/cpu_image.h"
+#include "pixels/convert.h"
 #include "services/log.h"
 #include "services/tavi_mem.h"
+#include "services/yuv_setting.h"
 
 namespace tavi {
 
@@ -110,8 +111,8 @@ bool decode_into(Decoder& decoder, const FileHeader& header, const Turn& turn, c
         return false;
     if (turn.reverses_rows)
         reverse_rows(picture);
-    const int result = convert_views(picture, target, turn.mode, TAVI_IMAGE_RESIZE_DEFAULT);
-    return result == TAVI_RET_SUCCESS || why.set(result, "the conversion of its pixels failed");
+    const Refusal no = convert_views(picture, target, turn.mode, TAVI_IMAGE_RESIZE_DEFAULT);
+    return !no || why.set(no.code, "%s", no.text);
 }
 
 bool open_picture(const char* path, Input& input, std::unique_ptr<Decoder>& decoder, FileHeader& header,
@@ -174,9 +175,9 @@ bool read_file(const char* path, tavi_image_t& img, int read_flag, Failure& why)
     target.width = shape.width;
     target.height = shape.height;
     {
-        const CpuImage pixels(&target, Access::write);
+        const CpuImage pixels(&target, Access::write, yuv_setting());
         if (!pixels)
-            return why.set(pixels.code(), "%s", pixels.why());
+            return why.set(pixels.refusal().code, "%s", pixels.refusal().text);
         pixels.clear_tail();
         if (!decode_into(*decoder, header, turn, pixels.view(), why))
             return false;
@@ -206,10 +207,10 @@ bool write_file(const char* path, const tavi_image_t& img, Failure& why) {
     const Ending* const ending = find_ending(path);
     if (!ending)
         return why.set(TAVI_RET_UNSUPPORTED, "unknown ending; allowed are .jpg, .jpeg, .png, .bmp, .ppm and .pgm");
-    const CpuImage source(&img, Access::read);
+    const CpuImage source(&img, Access::read, yuv_setting());
     if (!source)
-        return why.set(source.code(), "%ux%u in format %u: %s", img.width, img.height,
-                       static_cast<unsigned>(img.pixel_format), source.why());
+        return why.set(source.refusal().code, "%ux%u in format %u: %s", img.width, img.height,
+                       static_cast<unsigned>(img.pixel_format), source.refusal().text);
     ImageView picture = source.view();
     const tavi_pixel_format format = ending->nearest(img.pixel_format);
     Bytes converted;
@@ -218,9 +219,8 @@ bool write_file(const char* path, const tavi_image_t& img, Failure& why) {
         if (!converted)
             return why.set(TAVI_RET_FAIL, "no memory for a picture of %ux%u", img.width, img.height);
         const ImageView target = make_view(converted.get(), format, picture.width, picture.height);
-        const int result = convert_views(picture, target, TAVI_IMAGE_TRANSFORM_NONE, TAVI_IMAGE_RESIZE_DEFAULT);
-        if (result != TAVI_RET_SUCCESS)
-            return why.set(result, "the conversion of its pixels failed");
+        if (const Refusal no = convert_views(picture, target, TAVI_IMAGE_TRANSFORM_NONE, TAVI_IMAGE_RESIZE_DEFAULT))
+            return why.set(no.code, "%s", no.text);
         picture = target;
     }
     Output output;

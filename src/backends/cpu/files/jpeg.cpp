@@ -9,7 +9,6 @@
 #include <cstring>
 #include <new>
 
-#include "backends/cpu/files/channels.h"
 #include "backends/cpu/files/codec.h"
 #include "backends/cpu/files/exif.h"
 
@@ -45,6 +44,15 @@ constexpr Table make_full(int centre, int offset, int range) {
 constexpr Table kFullLuma = make_full(16, 0, 219);
 constexpr Table kFullChroma = make_full(128, 128, 224);
 
+/// The components of a view whose format is one of the YUV ones.
+struct YuvSamples {
+    Samples y, u, v;
+    int yshift = 0;
+
+    explicit YuvSamples(const ImageView& view)
+        : y(samples_of(view, 0)), u(samples_of(view, 1)), v(samples_of(view, 2)), yshift(view.format->yshift()) {}
+};
+
 class Handle {
 public:
     explicit Handle(tjhandle handle) : handle_(handle) {}
@@ -63,11 +71,11 @@ private:
 
 /// TurboJPEG's number of a grey or RGB format.
 int tj_format(const Format& f) {
-    if (f.family == Family::gray)
+    if (f.model == Model::gray)
         return TJPF_GRAY;
-    if (f.channels == 3)
-        return f.swapped ? TJPF_BGR : TJPF_RGB;
-    return f.swapped ? TJPF_BGRA : TJPF_RGBA;
+    if (f.parts == 3)
+        return f.swapped() ? TJPF_BGR : TJPF_RGB;
+    return f.swapped() ? TJPF_BGRA : TJPF_RGBA;
 }
 
 /// The three planes that TurboJPEG reads or writes. It rounds odd sides up where our formats round down, so a plane
@@ -79,8 +87,8 @@ struct Planes {
     int rows[3] = {};
     Bytes scratch;
 
-    bool prepare(int width, int height, int subsampling, const YuvChannels* in_place) {
-        const Channel* const own[3] = {in_place ? &in_place->y : nullptr, in_place ? &in_place->u : nullptr,
+    bool prepare(int width, int height, int subsampling, const YuvSamples* in_place) {
+        const Samples* const own[3] = {in_place ? &in_place->y : nullptr, in_place ? &in_place->u : nullptr,
                                        in_place ? &in_place->v : nullptr};
         uint64_t need = 0;
         for (int i = 0; i < (subsampling == TJSAMP_GRAY ? 1 : 3); ++i) {
@@ -120,7 +128,7 @@ void map_row(const uint8_t* s, uint8_t* d, int count, const Map& map) {
     }
 }
 
-void limit_luma(const Planes& from, const Channel& to) {
+void limit_luma(const Planes& from, const Samples& to) {
     for (int y = 0; y < to.rows; ++y) {
         const uint8_t* const s = from.data[0] + static_cast<ptrdiff_t>(y) * from.pitch[0];
         uint8_t* const d = to.row(y);
@@ -148,7 +156,7 @@ void gather_chroma(const uint8_t* a, const uint8_t* b, int file_factor, int cols
     }
 }
 
-void limit_chroma(const Planes& from, int plane, int xfactor, int yfactor, const Channel& to, int to_yshift,
+void limit_chroma(const Planes& from, int plane, int xfactor, int yfactor, const Samples& to, int to_yshift,
                   uint8_t* row) {
     for (int y = 0; y < to.rows; ++y) {
         const int first = (y << to_yshift) / yfactor;
@@ -171,7 +179,7 @@ void limit_chroma(const Planes& from, int plane, int xfactor, int yfactor, const
 }
 
 /// Both components of a pair in one pass, the common case of NV12 from a file that subsamples as it does.
-void limit_pairs(const Planes& from, const YuvChannels& to) {
+void limit_pairs(const Planes& from, const YuvSamples& to) {
     const bool u_first = to.u.data < to.v.data;
     for (int y = 0; y < to.u.rows; ++y) {
         const uint8_t* const u = from.data[1] + static_cast<ptrdiff_t>(y) * from.pitch[1];
@@ -186,14 +194,14 @@ void limit_pairs(const Planes& from, const YuvChannels& to) {
     }
 }
 
-void fill_channel(const Channel& to, uint8_t value) {
+void fill_channel(const Samples& to, uint8_t value) {
     for (int y = 0; y < to.rows; ++y)
         for (int x = 0; x < to.cols; ++x)
             to.row(y)[x * to.step] = value;
 }
 
 /// The last pixel of a packed row of odd width has a chroma byte that belongs to no sample.
-void neutralise_last_byte(const ImageView& picture, const YuvChannels& c) {
+void neutralise_last_byte(const ImageView& picture, const YuvSamples& c) {
     if (c.y.step == 2 && picture.width % 2 != 0)
         for (int y = 0; y < picture.height; ++y)
             c.u.row(y)[2 * (picture.width - 1)] = 128;
@@ -263,7 +271,7 @@ private:
     }
 
     bool decode_planes(const ImageView& picture, Failure& why) {
-        const YuvChannels c = yuv_channels(picture);
+        const YuvSamples c(picture);
         Planes planes;
         const Bytes row = allocate_bytes(static_cast<uint64_t>(picture.width));
         if (!row || !planes.prepare(picture.width, picture.height, subsampling_, &c))
@@ -300,7 +308,7 @@ private:
 };
 
 /// Copies one component to a plane of TurboJPEG's, full-range; what the plane has beyond repeats the last sample.
-void expand(const Channel& from, const Table& full, const Planes& to, int plane) {
+void expand(const Samples& from, const Table& full, const Planes& to, int plane) {
     for (int y = 0; y < to.rows[plane]; ++y) {
         const uint8_t* const s = from.row(std::min(y, from.rows - 1));
         uint8_t* const d = to.data[plane] + static_cast<ptrdiff_t>(y) * to.pitch[plane];
@@ -323,7 +331,7 @@ bool encode_jpeg(const ImageView& picture, Output& output, Failure& why) {
     unsigned long size = 0;
     int result = 0;
     if (is_yuv(picture.id())) {
-        const YuvChannels c = yuv_channels(picture);
+        const YuvSamples c(picture);
         const int subsampling = c.yshift ? TJSAMP_420 : TJSAMP_422;
         Planes planes;
         if (!planes.prepare(picture.width, picture.height, subsampling, nullptr))

@@ -59,7 +59,7 @@ public:
 
     tavi_pixel_format nearest(tavi_pixel_format wanted) const override {
         const Format& f = *find_format(wanted);
-        if (f.family == Family::rgb || (f.family == Family::gray && grey_))
+        if (f.model == Model::rgb || (f.model == Model::gray && grey_))
             return wanted;
         return grey_ ? TAVI_PIXEL_FORMAT_GRAY8 : TAVI_PIXEL_FORMAT_RGB888;
     }
@@ -119,14 +119,14 @@ private:
 
     /// From what is in the file to grey, RGB or RGBA of one byte, or grey of two.
     void set_transforms(const Format& want) {
-        const bool want_alpha = want.channels == 4;
+        const bool want_alpha = want.parts == 4;
         if (colour_ == PNG_COLOR_TYPE_PALETTE)
             png_set_palette_to_rgb(png_);
         else if (grey_ && depth_ < 8)
             png_set_expand_gray_1_2_4_to_8(png_);
         if (want_alpha && png_get_valid(png_, info_, PNG_INFO_tRNS))
             png_set_tRNS_to_alpha(png_);
-        if (want.sample_bytes == 2) {
+        if (want.sample_bytes() == 2) {
             png_set_expand_16(png_);
 #if __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
             png_set_swap(png_);
@@ -134,13 +134,13 @@ private:
         } else if (depth_ == 16) {
             png_set_scale_16(png_); // rounded, where strip_16 truncates
         }
-        if (grey_ && want.family == Family::rgb)
+        if (grey_ && want.model == Model::rgb)
             png_set_gray_to_rgb(png_);
         if (!want_alpha)
             png_set_strip_alpha(png_);
         else if (!alpha_)
             png_set_add_alpha(png_, 0xff, PNG_FILLER_AFTER);
-        if (want.swapped)
+        if (want.swapped())
             png_set_bgr(png_);
     }
 
@@ -159,22 +159,20 @@ bool write_rows(png_structp png, png_infop info, const ImageView& picture) {
     if (setjmp(png_jmpbuf(png)))
         return false;
     const Format& f = *picture.format;
-    const int colour = f.channels == 1   ? PNG_COLOR_TYPE_GRAY
-                       : f.channels == 3 ? PNG_COLOR_TYPE_RGB
-                                         : PNG_COLOR_TYPE_RGBA;
+    const int colour = f.parts == 1 ? PNG_COLOR_TYPE_GRAY : f.parts == 3 ? PNG_COLOR_TYPE_RGB : PNG_COLOR_TYPE_RGBA;
     png_set_user_limits(png, kMaxSide, kMaxSide);
     // A seventh of the time of level 6 with all filters; photographs grow by a twentieth, drawings stay small.
     png_set_compression_strategy(png, Z_RLE);
     png_set_filter(png, PNG_FILTER_TYPE_BASE, PNG_FILTER_UP);
     png_set_IHDR(png, info, static_cast<png_uint_32>(picture.width), static_cast<png_uint_32>(picture.height),
-                 f.sample_bytes * 8, colour, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
+                 f.sample_bytes() * 8, colour, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
                  PNG_FILTER_TYPE_DEFAULT);
     png_write_info(png, info);
 #if __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
-    if (f.sample_bytes == 2)
+    if (f.sample_bytes() == 2)
         png_set_swap(png);
 #endif
-    if (f.swapped)
+    if (f.swapped())
         png_set_bgr(png);
     for (int y = 0; y < picture.height; ++y)
         png_write_row(png, picture.plane[0].row(y));

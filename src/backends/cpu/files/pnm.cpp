@@ -125,15 +125,15 @@ bool encode_pnm(const ImageView& picture, Output& output, Failure& why) {
     const Format& f = *picture.format;
     const size_t bytes = static_cast<size_t>(picture.width) * picture.plane[0].step;
     char head[48];
-    const int length = std::snprintf(head, sizeof(head), "P%c\n%d %d\n%d\n", f.channels == 3 ? '6' : '5',
-                                     picture.width, picture.height, f.sample_bytes == 2 ? 65535 : 255);
+    const int length = std::snprintf(head, sizeof(head), "P%c\n%d %d\n%d\n", f.parts == 3 ? '6' : '5', picture.width,
+                                     picture.height, f.sample_bytes() == 2 ? 65535 : 255);
     const Bytes swapped = allocate_bytes(bytes);
     if (!swapped)
         return why.set(TAVI_RET_FAIL, "no memory for a row");
     bool good = output.write(head, static_cast<size_t>(length));
     for (int y = 0; good && y < picture.height; ++y) {
         const uint8_t* row = picture.plane[0].row(y);
-        if (f.sample_bytes == 2) { // the high byte first
+        if (f.sample_bytes() == 2) { // the high byte first
             for (size_t x = 0; x < bytes; x += 2) {
                 swapped[x] = row[x + 1];
                 swapped[x + 1] = row[x];

@@ -3,6 +3,7 @@
 // routine and the file codecs share.
 #pragma once
 
+#include "image/refusal.h"
 #include "image/view.h"
 
 namespace tavi {
@@ -10,10 +11,10 @@ namespace tavi {
 /// Converts the part `box` of `src` into the whole of `dst`, which must not overlap it.
 /// @param mode   one of the seven transform modes.
 /// @param method one of the four resize methods.
-/// @return TAVI_RET_SUCCESS, or TAVI_RET_FAIL when there is no memory for temporaries.
-int convert_region(const ImageView& src, const Box& box, const ImageView& dst, int mode, int method);
+/// Refuses only when there is no memory for temporaries.
+Refusal convert_region(const ImageView& src, const Box& box, const ImageView& dst, int mode, int method);
 
 /// convert_region() of the whole source.
-int convert_views(const ImageView& src, const ImageView& dst, int mode, int method);
+Refusal convert_views(const ImageView& src, const ImageView& dst, int mode, int method);
 
 } // namespace tavi

@@ -1,10 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include "image/paint.h"
+#include "pixels/fill.h"
 
 #include <algorithm>
 #include <cstring>
-
-#include "image/kernels.h"
 
 namespace tavi {
 namespace {
@@ -34,51 +32,39 @@ void fill_plane(const PlaneView& p, int x, int y, int cols, int rows, const uint
 } // namespace
 
 Ink ink_of(const ImageView& view, int red, int green, int blue) {
-    const uint8_t pair[6] = {uint8_t(red), uint8_t(green), uint8_t(blue),
-                             uint8_t(red), uint8_t(green), uint8_t(blue)};
     const Format& f = *view.format;
+    const Rgb rgb{red, green, blue};
+    uint16_t value[4] = {static_cast<uint16_t>(red), static_cast<uint16_t>(green), static_cast<uint16_t>(blue), 255};
+    if (f.model == Model::gray) {
+        value[0] = static_cast<uint16_t>((gray_sum(rgb) * (f.bits == 16 ? 257 : 1) + 500) / 1000);
+    } else if (f.is_yuv()) {
+        const Yuv yuv = yuv_of(rgb, view.color);
+        value[0] = yuv.y, value[1] = yuv.u, value[2] = yuv.v;
+    }
     Ink ink = {};
-    if (f.family == Family::rgb) {
-        ink.bytes[0][0] = pair[f.swapped ? 2 : 0];
-        ink.bytes[0][1] = pair[1];
-        ink.bytes[0][2] = pair[f.swapped ? 0 : 2];
-        ink.bytes[0][3] = 255;
-        return ink;
+    for (int i = 0; i < f.parts; ++i) {
+        const Component& c = f.part[i];
+        uint8_t* column = ink.bytes[f.planes == 3 ? i : c.plane];
+        // A packed column is a pair of pixels: luma stands in it twice.
+        for (int at = c.byte; at < (f.packed() ? 4 : c.step); at += c.step)
+            std::memcpy(column + at, &value[i], f.sample_bytes());
     }
-    const Kernels& k = plain_kernels();
-    if (f.family == Family::gray) {
-        k.rgb_to_gray[kRGB](pair, ink.bytes[0], 1);
-        ink.bytes[0][1] = ink.bytes[0][0]; // 16 bits: times 257
-        return ink;
-    }
-    uint8_t luma[2], u, v;
-    k.rgb_to_yuv422[kPlanar][kRGB](pair, luma, &u, &v, 2);
-    if (f.planes == 1) {
-        const bool luma_first = view.id() == TAVI_PIXEL_FORMAT_YUV422_YUYV;
-        const uint8_t yuyv[4] = {luma[0], u, luma[0], v}, uyvy[4] = {u, luma[0], v, luma[0]};
-        std::memcpy(ink.bytes[0], luma_first ? yuyv : uyvy, 4);
-        return ink;
-    }
-    ink.bytes[0][0] = luma[0];
-    ink.bytes[1][0] = f.planes == 2 && f.swapped ? v : u;
-    ink.bytes[1][1] = f.planes == 2 && f.swapped ? u : v;
-    ink.bytes[2][0] = v;
     return ink;
 }
 
 void fill_box(const ImageView& view, const Box& box, const Ink& ink) {
     if (box.width <= 0 || box.height <= 0)
         return;
-    if (view.planes() == 1 && view.format->family == Family::yuv422) {
+    if (view.format->packed()) {
         // Pairs of pixels; an odd last column holds its luma and a neutral 128.
         PlaneView pairs = view.plane[0];
         pairs.step = 4;
         const int pair_count = (box.width + (box.x + box.width < view.width)) / 2;
         fill_plane(pairs, box.x / 2, box.y, pair_count, box.height, ink.bytes[0], 4);
         if (2 * pair_count < box.width) {
-            const bool luma_first = view.id() == TAVI_PIXEL_FORMAT_YUV422_YUYV;
-            const uint8_t last[2] = {luma_first ? ink.bytes[0][0] : uint8_t{128},
-                                     luma_first ? uint8_t{128} : ink.bytes[0][1]};
+            uint8_t last[2] = {kNeutral, kNeutral};
+            const int luma = view.format->part[0].byte;
+            last[luma] = ink.bytes[0][luma];
             fill_plane(view.plane[0], view.width - 1, box.y, 1, box.height, last, 2);
         }
         return;

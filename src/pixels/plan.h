@@ -43,9 +43,6 @@ struct PlanRequest {
 /// Whether a transform mode is one of the seven.
 bool is_transform_mode(tavi_image_transform_mode mode);
 
-/// Modes that exchange width and height.
-bool exchanges_sides(tavi_image_transform_mode mode);
-
 Plan make_plan(const PlanRequest& request);
 
 /// A plan in words, e.g. "scale nv12 640x360; nv12>rgb".

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "backends/software/plan.h"
+#include "pixels/plan.h"
 
 #include <initializer_list>
 
@@ -16,7 +16,7 @@ tavi_pixel_format planar(tavi_pixel_format f) { return is_packed422(f) ? TAVI_PI
 // Half bytes per pixel, to compare how much a step moves.
 int weight(tavi_pixel_format f) {
     const Format& row = *find_format(f);
-    return 2 * row.sample_bytes * row.bytes_mul >> row.bytes_shift;
+    return row.bits_per_pixel / 4;
 }
 
 class Builder {
@@ -60,11 +60,6 @@ bool is_transform_mode(tavi_image_transform_mode mode) {
            mode == TAVI_IMAGE_TRANSFORM_TRANSPOSE;
 }
 
-bool exchanges_sides(tavi_image_transform_mode mode) {
-    return mode == TAVI_IMAGE_TRANSFORM_ROTATE_90 || mode == TAVI_IMAGE_TRANSFORM_ROTATE_270 ||
-           mode == TAVI_IMAGE_TRANSFORM_TRANSPOSE;
-}
-
 namespace {
 
 struct Size {
@@ -72,7 +67,7 @@ struct Size {
     int height;
 };
 
-bool is_gray(tavi_pixel_format f) { return find_format(f)->family == Family::gray; }
+bool is_gray(tavi_pixel_format f) { return find_format(f)->model == Model::gray; }
 
 // The first format that can hold a picture of both sizes: one row or column of pixels has no chroma sample.
 tavi_pixel_format first_that_holds(std::initializer_list<tavi_pixel_format> formats, Size a, Size b) {

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <gtest/gtest.h>
 
-#include "backends/software/plan.h"
+#include "pixels/plan.h"
 
 namespace tavi {
 namespace {

@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: MIT
 // Runs plans: pulls bands of rows through the steps, so that what lies between two steps stays in the second-level
 // cache. Only the last step writes to the destination.
-#include "backends/software/convert.h"
+#include "pixels/convert.h"
 
 #include <algorithm>
 
-#include "backends/software/plan.h"
-#include "backends/software/scale.h"
-#include "backends/software/steps.h"
+#include "pixels/plan.h"
+#include "pixels/scale.h"
+#include "pixels/steps.h"
 
 #define TAVI_LOG_TAG "tavi-libyuv"
 #include "services/log.h"
@@ -152,11 +152,11 @@ bool Runner::run(const ImageView& dst) {
 
 } // namespace
 
-int convert_region(const ImageView& src, const Box& box, const ImageView& dst, int mode, int method) {
+Refusal convert_region(const ImageView& src, const Box& box, const ImageView& dst, int mode, int method) {
     // Only what the box touches is converted: the source becomes the box, widened to whole chroma samples. A box that
     // starts between chroma samples needs the scaler to place them, also where the size stays.
-    const bool wide_samples = src.format->family == Family::yuv420 || src.format->family == Family::yuv422;
-    const bool tall_samples = src.format->family == Family::yuv420;
+    const bool wide_samples = src.format->xshift() == 1;
+    const bool tall_samples = src.format->yshift() == 1;
     int x = wide_samples ? box.x & ~1 : box.x, y = tall_samples ? box.y & ~1 : box.y;
     // An odd last column or row has no chroma of its own: the part starts at the sample that it shares.
     if (wide_samples && x == src.width - 1)
@@ -182,10 +182,19 @@ int convert_region(const ImageView& src, const Box& box, const ImageView& dst, i
     const ImageView out = plan.flip_result ? flip_rows(dst) : dst;
     const bool direct = plan.count == 0 || (plan.count == 1 && plan.step[0].kind == StepKind::convert);
     const bool done = direct ? convert_image(view, out) : Runner(plan, view, inner, method).run(out);
-    return done ? TAVI_RET_SUCCESS : TAVI_RET_FAIL;
+    if (done)
+        return {};
+    return {TAVI_RET_FAIL,
+            "no memory for temporaries: src size=%dx%d fmt=%s dst size=%dx%d fmt=%s",
+            src.width,
+            src.height,
+            src.format->name.data(),
+            dst.width,
+            dst.height,
+            dst.format->name.data()};
 }
 
-int convert_views(const ImageView& src, const ImageView& dst, int mode, int method) {
+Refusal convert_views(const ImageView& src, const ImageView& dst, int mode, int method) {
     return convert_region(src, Box{0, 0, src.width, src.height}, dst, mode, method);
 }
 

@@ -6,7 +6,7 @@
 #include <random>
 #include <vector>
 
-#include "image/kernels.h"
+#include "kernels/kernels.h"
 #include "support/fence_buffer.h"
 
 namespace tavi::test {
@@ -79,7 +79,7 @@ TEST_F(KernelsTest, Colour) {
             for (int rgb = 0; rgb < kRgbKinds; ++rgb)
                 same(even * (rgb < kRGBA ? 3 : 4), off, [&](const Kernels& k, uint8_t* out) {
                     k.yuv_to_rgb[chroma][rgb](chroma >= kPackedYUYV ? packed : y, chroma == kPlanar ? u : pairs, v,
-                                              out, even);
+                                              out, even, yuv_to_rgb_constants({}));
                 });
         const uint8_t *a = noise(4 * even, off), *b = noise(4 * even, off);
         for (int kind : {0, 1})
@@ -92,10 +92,12 @@ TEST_F(KernelsTest, Colour) {
             for (int chroma = 0; chroma < 3; ++chroma) {
                 same(3 * even, off, [&](const Kernels& k, uint8_t* out) {
                     uint8_t* uv = out + 2 * even;
-                    k.rgb_to_yuv420[chroma][rgb](p, q, out, out + even, uv, uv + even / 2, even);
+                    k.rgb_to_yuv420[chroma][rgb](p, q, out, out + even, uv, uv + even / 2, even,
+                                                 rgb_to_yuv_constants({}));
                 });
                 same(2 * even, off, [&](const Kernels& k, uint8_t* out) {
-                    k.rgb_to_yuv422[chroma][rgb](p, out, out + even, out + even + even / 2, even);
+                    k.rgb_to_yuv422[chroma][rgb](p, out, out + even, out + even + even / 2, even,
+                                                 rgb_to_yuv_constants({}));
                 });
             }
             same(w, off, [&](const Kernels& k, uint8_t* out) { k.rgb_to_gray[rgb](gray, out, w); });

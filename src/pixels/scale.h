@@ -6,9 +6,9 @@
 
 #include <cstdint>
 
-#include "image/kernels.h"
 #include "image/scratch.h"
 #include "image/view.h"
+#include "kernels/kernels.h"
 
 namespace tavi {
 

@@ -6,6 +6,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "image/colour.h"
+
 namespace tavi {
 
 /// Where the chroma of a row comes from or goes to. For `pairs` and `packed` kinds the first chroma pointer (or, for
@@ -97,16 +99,21 @@ struct Kernels {
 
     // ---- colour; widths are even, in pixels
     void (*yuv_to_rgb[kChromaKinds][kRgbKinds])(const uint8_t* y, const uint8_t* u, const uint8_t* v, uint8_t* rgb,
-                                                int width);
+                                                int width, const YuvToRgb& constants);
+    /// The same of full chroma, a sample a pixel; any width; by the first three kinds of chroma.
+    void (*yuv444_to_rgb[3][kRgbKinds])(const uint8_t* y, const uint8_t* u, const uint8_t* v, uint8_t* rgb, int width,
+                                        const YuvToRgb& constants);
     /// Two rows to two luma rows and one chroma row (4:2:0).
     void (*rgb_to_yuv420[3][kRgbKinds])(const uint8_t* a, const uint8_t* b, uint8_t* ya, uint8_t* yb, uint8_t* u,
-                                        uint8_t* v, int width);
+                                        uint8_t* v, int width, const RgbToYuv& constants);
     /// One row to one luma row and one chroma row (4:2:2).
-    void (*rgb_to_yuv422[3][kRgbKinds])(const uint8_t* rgb, uint8_t* y, uint8_t* u, uint8_t* v, int width);
+    void (*rgb_to_yuv422[3][kRgbKinds])(const uint8_t* rgb, uint8_t* y, uint8_t* u, uint8_t* v, int width,
+                                        const RgbToYuv& constants);
     /// Two rows of packed 4:2:2 to two luma rows and one row of U V pairs, the mean of both; YUYV, then UYVY.
     void (*packed_to_nv12[2])(const uint8_t* a, const uint8_t* b, uint8_t* ya, uint8_t* yb, uint8_t* uv, int width);
-    void (*rgb_to_gray[kRgbKinds])(const uint8_t* rgb, uint8_t* gray, int width); ///< any width
-    void (*gray_to_rgb[2])(const uint8_t* gray, uint8_t* rgb, int width);         ///< 3 and 4 channels, any width
+    void (*rgb_to_gray[kRgbKinds])(const uint8_t* rgb, uint8_t* gray, int width);     ///< any width
+    void (*rgb_to_gray16[kRgbKinds])(const uint8_t* rgb, uint8_t* gray16, int width); ///< any width and alignment
+    void (*gray_to_rgb[2])(const uint8_t* gray, uint8_t* rgb, int width);             ///< 3 and 4 channels, any width
 
     /// Other channels or another order of them, any width; null where nothing changes.
     void (*rgb_to_rgb[kRgbKinds][kRgbKinds])(const uint8_t* from, uint8_t* to, int width);

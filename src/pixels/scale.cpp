@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "backends/software/scale.h"
+#include "pixels/scale.h"
 
 #include <algorithm>
 #include <cstring>
@@ -441,7 +441,7 @@ bool ImageScaler::init(Scratch& scratch, const Format& format, int src_width, in
     src_height_ = src_height;
     grids_ = format.plane;
     planes_count_ = format.planes;
-    if (format.family == Family::yuv422 && format.planes == 1) {
+    if (format.packed()) {
         grids_ = kPackedGrids;
         planes_count_ = 2;
         packed_chroma_ = scratch.take<uint8_t>(2 * static_cast<size_t>(dst_width));
@@ -467,7 +467,7 @@ bool ImageScaler::init(Scratch& scratch, const Format& format, int src_width, in
         };
         const AxisMap x = axis(grid.xshift, src_width, box.x, box.width, dst_width, origin_x_[i]);
         const AxisMap y = axis(grid.yshift, src_height, box.y, box.height, dst_height, origin_y_[i]);
-        const bool wide = format.sample_bytes == 2;
+        const bool wide = format.sample_bytes() == 2;
         if (!planes_[i].init(scratch, wide ? 1 : grid.step, wide, x, y))
             return false;
     }
@@ -486,7 +486,7 @@ RowRange ImageScaler::source_rows(int y0, int y1) const {
         all.begin = std::min(all.begin, (r.begin + origin) << shift);
         all.end = std::max(all.end, std::min((r.end + origin) << shift, src_height_));
     }
-    if (format_->family == Family::yuv420) {
+    if (format_->yshift() == 1) {
         all.begin &= ~1;
         all.end = std::min((all.end + 1) & ~1, src_height_);
     }

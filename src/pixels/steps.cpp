@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "backends/software/steps.h"
+#include "pixels/steps.h"
 
 #include <libyuv.h>
 
@@ -7,7 +7,7 @@
 #include <array>
 #include <cstring>
 
-#include "image/kernels.h"
+#include "kernels/kernels.h"
 
 // The arguments that libyuv takes for a plane, and for the size of an image.
 #define PLANE(view, i) (view).plane[i].data, static_cast<int>((view).plane[i].pitch)
@@ -16,20 +16,20 @@
 namespace tavi {
 namespace {
 
-RgbKind rgb_kind(const ImageView& v) { return static_cast<RgbKind>(v.id() - TAVI_PIXEL_FORMAT_RGB888); }
+RgbKind rgb_kind(const ImageView& v) {
+    return static_cast<RgbKind>(2 * (v.format->parts == 4) + v.format->swapped());
+}
 
 ChromaKind chroma_kind(const ImageView& v) {
     if (v.planes() == 3)
         return kPlanar;
     if (v.planes() == 2)
-        return v.format->swapped ? kPairsVU : kPairsUV;
-    return v.id() == TAVI_PIXEL_FORMAT_YUV422_YUYV ? kPackedYUYV : kPackedUYVY;
+        return v.format->swapped() ? kPairsVU : kPairsUV;
+    return v.format->part[0].byte == 0 ? kPackedYUYV : kPackedUYVY;
 }
 
-bool is_subsampled(const ImageView& v) {
-    return v.format->family == Family::yuv420 || v.format->family == Family::yuv422;
-}
-bool is_420(const ImageView& v) { return v.format->family == Family::yuv420; }
+bool is_subsampled(const ImageView& v) { return v.format->subsampled(); }
+bool is_420(const ImageView& v) { return v.format->yshift() == 1; }
 
 void fill_plane(const PlaneView& p, uint8_t value) {
     for (int y = 0; y < p.rows; ++y)
@@ -62,25 +62,28 @@ Rows rows_of_both(const ImageView& s, const ImageView& d) {
 
 void yuv_to_rgb(const ImageView& s, const ImageView& d) {
     const auto row = kernels().yuv_to_rgb[chroma_kind(s)][rgb_kind(d)];
+    const YuvToRgb& k = yuv_to_rgb_constants(s.color);
     const int shift = is_420(s);
     const bool planar = s.planes() == 3;
     const Rows rows = is_420(s) ? Rows{d.height, d.width} : rows_of_both(s, d);
     for (int y = 0; y < rows.count; ++y)
         row(s.plane[0].row(y), s.planes() > 1 ? s.plane[1].row(y >> shift) : nullptr,
-            planar ? s.plane[2].row(y >> shift) : nullptr, d.plane[0].row(y), rows.width);
+            planar ? s.plane[2].row(y >> shift) : nullptr, d.plane[0].row(y), rows.width, k);
 }
 
 void rgb_to_planes(const ImageView& s, const ImageView& d) {
     const auto pair = kernels().rgb_to_yuv420[chroma_kind(d)][rgb_kind(s)];
+    const RgbToYuv& k = rgb_to_yuv_constants(d.color);
     const auto row = kernels().rgb_to_yuv422[chroma_kind(d)][rgb_kind(s)];
     for (int y = 0; y < d.height; y += is_420(d) ? 2 : 1) {
         const int c = is_420(d) ? y / 2 : y;
         uint8_t* u = d.plane[1].row(c);
         uint8_t* v = d.planes() == 3 ? d.plane[2].row(c) : nullptr;
         if (is_420(d))
-            pair(s.plane[0].row(y), s.plane[0].row(y + 1), d.plane[0].row(y), d.plane[0].row(y + 1), u, v, d.width);
+            pair(s.plane[0].row(y), s.plane[0].row(y + 1), d.plane[0].row(y), d.plane[0].row(y + 1), u, v, d.width,
+                 k);
         else
-            row(s.plane[0].row(y), d.plane[0].row(y), u, v, d.width);
+            row(s.plane[0].row(y), d.plane[0].row(y), u, v, d.width, k);
     }
 }
 
@@ -94,7 +97,7 @@ void rgb_to_packed(const ImageView& s, const ImageView& d) {
     const auto row = kernels().rgb_to_yuv422[kPlanar][rgb_kind(s)];
     const auto pack = chroma_kind(d) == kPackedYUYV ? libyuv::I422ToYUY2 : libyuv::I422ToUYVY;
     for (int y = 0; y < d.height; ++y) {
-        row(s.plane[0].row(y), luma, u, v, d.width);
+        row(s.plane[0].row(y), luma, u, v, d.width, rgb_to_yuv_constants(d.color));
         pack(luma, 0, u, 0, v, 0, d.plane[0].row(y), 0, d.width, 1);
     }
 }
@@ -158,16 +161,16 @@ void gray_to_packed(const ImageView& s, const ImageView& d) {
 // Chroma from one layout to another, same subsampling.
 void move_chroma(const ImageView& s, const ImageView& d) {
     const int cols = d.plane[1].cols, rows = d.plane[1].rows;
-    if (s.planes() == d.planes() && (s.planes() == 3 || s.format->swapped == d.format->swapped)) {
+    if (s.planes() == d.planes() && (s.planes() == 3 || s.format->swapped() == d.format->swapped())) {
         for (int i = 1; i < d.planes(); ++i)
             copy_plane(s.plane[i], d.plane[i]);
     } else if (s.planes() == 2 && d.planes() == 2) {
         libyuv::SwapUVPlane(PLANE(s, 1), PLANE(d, 1), cols, rows);
     } else if (s.planes() == 2) {
-        const int first = s.format->swapped ? 2 : 1;
+        const int first = s.format->swapped() ? 2 : 1;
         libyuv::SplitUVPlane(PLANE(s, 1), PLANE(d, first), PLANE(d, 3 - first), cols, rows);
     } else {
-        const int first = d.format->swapped ? 2 : 1;
+        const int first = d.format->swapped() ? 2 : 1;
         libyuv::MergeUVPlane(PLANE(s, first), PLANE(s, 3 - first), PLANE(d, 1), cols, rows);
     }
 }
@@ -197,7 +200,7 @@ void planes_to_planes(const ImageView& s, const ImageView& d) {
         move_chroma(s, every_second_chroma_row(d, 1));
     } else {
         const ImageView even = every_second_chroma_row(s, 0), odd = every_second_chroma_row(s, 1);
-        if (s.planes() == d.planes() && (s.planes() == 3 || s.format->swapped == d.format->swapped)) {
+        if (s.planes() == d.planes() && (s.planes() == 3 || s.format->swapped() == d.format->swapped())) {
             for (int i = 1; i < d.planes(); ++i)
                 average_rows(even.plane[i], odd.plane[i], d.plane[i]);
             return;
@@ -268,7 +271,7 @@ Layout layout_of(tavi_pixel_format f) {
     if (f == TAVI_PIXEL_FORMAT_GRAY16)
         return kGray16;
     const Format& row = *find_format(f);
-    if (row.family == Family::rgb)
+    if (row.model == Model::rgb)
         return kRgbPixels;
     return row.planes == 3 ? kPlanes3 : row.planes == 2 ? kPlanes2 : kPacked;
 }
@@ -296,7 +299,7 @@ ConvertFn find_conversion(tavi_pixel_format from, tavi_pixel_format to) {
 tavi_pixel_format via(tavi_pixel_format from, tavi_pixel_format to) {
     if (from == TAVI_PIXEL_FORMAT_GRAY16 || to == TAVI_PIXEL_FORMAT_GRAY16)
         return TAVI_PIXEL_FORMAT_GRAY8;
-    const bool halved = find_format(from)->family == Family::yuv420 || find_format(to)->family == Family::yuv420;
+    const bool halved = find_format(from)->yshift() == 1 || find_format(to)->yshift() == 1;
     return halved ? TAVI_PIXEL_FORMAT_YUV420P_YU12 : TAVI_PIXEL_FORMAT_YUV422P_YU16;
 }
 
@@ -348,7 +351,7 @@ EdgePixel read_last_column(const ImageView& s, int y) {
     EdgePixel p = {};
     const int x = s.width - 1;
     const uint8_t* at = s.plane[0].at(x, y);
-    if (s.format->family == Family::rgb) {
+    if (s.format->model == Model::rgb) {
         std::memcpy(p.rgb, at, s.plane[0].step);
         return p;
     }
@@ -367,8 +370,8 @@ EdgePixel read_last_column(const ImageView& s, int y) {
     const int c = std::min(y >> static_cast<int>(is_420(s)), s.plane[1].rows - 1);
     const uint8_t* uv = s.plane[1].at(s.plane[1].cols - 1, c);
     p.y = *at;
-    p.u = s.planes() == 3 ? *uv : uv[s.format->swapped];
-    p.v = s.planes() == 3 ? *s.plane[2].at(s.plane[2].cols - 1, c) : uv[!s.format->swapped];
+    p.u = s.planes() == 3 ? *uv : uv[s.format->swapped()];
+    p.v = s.planes() == 3 ? *s.plane[2].at(s.plane[2].cols - 1, c) : uv[!s.format->swapped()];
     return p;
 }
 
@@ -378,19 +381,19 @@ void convert_last_column(const ImageView& s, const ImageView& d) {
     for (int y = 0; y < d.height; ++y) {
         EdgePixel p = read_last_column(s, y);
         uint8_t* out = d.plane[0].at(d.width - 1, y);
-        if (d.format->family == Family::rgb) {
+        if (d.format->model == Model::rgb) {
             const uint8_t luma[2] = {p.y, p.y};
             uint8_t rgb[8];
-            k.yuv_to_rgb[kPlanar][rgb_kind(d)](luma, &p.u, &p.v, rgb, 2);
+            k.yuv_to_rgb[kPlanar][rgb_kind(d)](luma, &p.u, &p.v, rgb, 2, yuv_to_rgb_constants(s.color));
             std::memcpy(out, rgb, d.plane[0].step);
             continue;
         }
-        if (s.format->family == Family::rgb) {
+        if (s.format->model == Model::rgb) {
             uint8_t pair[8], luma[2], u, v;
             const int n = s.plane[0].step;
             std::memcpy(pair, p.rgb, n);
             std::memcpy(pair + n, p.rgb, n);
-            k.rgb_to_yuv422[kPlanar][rgb_kind(s)](pair, luma, &u, &v, 2);
+            k.rgb_to_yuv422[kPlanar][rgb_kind(s)](pair, luma, &u, &v, 2, rgb_to_yuv_constants(d.color));
             p.y = luma[0];
         }
         if (is_subsampled(d) && d.planes() == 1) {
@@ -506,7 +509,7 @@ bool transpose_chroma_422(const PlaneView& s, const PlaneView& d) {
 bool transpose_image(const ImageView& src, const ImageView& dst) {
     transpose_plane(src.plane[0], dst.plane[0]);
     for (int i = 1; i < dst.planes(); ++i) {
-        if (dst.format->family == Family::yuv422) {
+        if (dst.format->xshift() != dst.format->yshift()) {
             if (!transpose_chroma_422(src.plane[i], dst.plane[i]))
                 return false;
         } else {

@@ -2,7 +2,7 @@
 // The AVX2 build: the loops compiled for AVX2, and those that compilers do not vectorise well written out. Every
 // kernel here gives the bytes of its loop. What is left of a row after whole blocks is done by a last block that
 // overlaps the one before, or by the loop where a row is shorter than a block.
-#include "image/kernels_loops.h"
+#include "kernels/kernels_loops.h"
 
 #if defined(__AVX2__)
 
@@ -115,8 +115,19 @@ struct YuvBlock {
     V r[2], g[2], b[2]; ///< what chroma adds (to g: takes away), without the bias
 };
 
+/// The constants of a conversion, in every lane.
+struct YuvVectors {
+    explicit YuvVectors(const YuvToRgb& k)
+        : luma(set16(k.luma_257)), bias(set16(k.bias)), v_to_r(set16(k.v_to_r)), u_to_g(set16(k.u_to_g)),
+          v_to_g(set16(k.v_to_g)), u_to_b(set16(k.u_to_b)), packed_br(_mm256_set1_epi32(k.v_to_r << 16 | k.u_to_b)),
+          packed_g(_mm256_set1_epi32(k.v_to_g << 16 | k.u_to_g)) {}
+
+    V luma, bias, v_to_r, u_to_g, v_to_g, u_to_b;
+    V packed_br, packed_g; ///< for words of U and V in turn
+};
+
 template <int Chroma>
-YuvBlock load_yuv(const uint8_t* y, const uint8_t* u, const uint8_t* v, int x) {
+YuvBlock load_yuv(const uint8_t* y, const uint8_t* u, const uint8_t* v, int x, const YuvVectors& k) {
     const V luma = load(y + x), sign = set16(-32768);
     V us, vs; // a word for two pixels
     if constexpr (Chroma == kPlanar) {
@@ -131,8 +142,8 @@ YuvBlock load_yuv(const uint8_t* y, const uint8_t* u, const uint8_t* v, int x) {
     }
     us = _mm256_xor_si256(us, sign);
     vs = _mm256_xor_si256(vs, sign);
-    const V r = _mm256_mulhrs_epi16(vs, set16(kVtoR)), b = _mm256_mulhrs_epi16(us, set16(kUtoB));
-    const V g = _mm256_add_epi16(_mm256_mulhrs_epi16(us, set16(kUtoG)), _mm256_mulhrs_epi16(vs, set16(kVtoG)));
+    const V r = _mm256_mulhrs_epi16(vs, k.v_to_r), b = _mm256_mulhrs_epi16(us, k.u_to_b);
+    const V g = _mm256_add_epi16(_mm256_mulhrs_epi16(us, k.u_to_g), _mm256_mulhrs_epi16(vs, k.v_to_g));
     return {{_mm256_unpacklo_epi8(luma, luma), _mm256_unpackhi_epi8(luma, luma)},
             {_mm256_unpacklo_epi16(r, r), _mm256_unpackhi_epi16(r, r)},
             {_mm256_unpacklo_epi16(g, g), _mm256_unpackhi_epi16(g, g)},
@@ -141,7 +152,7 @@ YuvBlock load_yuv(const uint8_t* y, const uint8_t* u, const uint8_t* v, int x) {
 
 /// Packed 4:2:2 without unpacking: the words of a pixel pair hold U and V, and one multiplication serves both.
 template <int Chroma>
-YuvBlock load_packed(const uint8_t* p) {
+YuvBlock load_packed(const uint8_t* p, const YuvVectors& k) {
     constexpr int8_t at = Chroma == kPackedYUYV ? 0 : 1; // of luma
     constexpr Shuffle kTwice = {{at, at, at + 2, at + 2, at + 4, at + 4, at + 6, at + 6, at + 8, at + 8, at + 10,
                                  at + 10, at + 12, at + 12, at + 14, at + 14}};
@@ -153,8 +164,8 @@ YuvBlock load_packed(const uint8_t* p) {
         const V pixels = join(load16(p + 16 * i), load16(p + 16 * i + 32));
         const V chroma = at == 0 ? _mm256_and_si256(pixels, set16(-256)) : _mm256_slli_epi16(pixels, 8);
         const V uv = _mm256_xor_si256(chroma, set16(-32768));
-        const V b_r = _mm256_mulhrs_epi16(uv, _mm256_set1_epi32(kVtoR << 16 | kUtoB));
-        const V g = _mm256_mulhrs_epi16(uv, _mm256_set1_epi32(kVtoG << 16 | kUtoG));
+        const V b_r = _mm256_mulhrs_epi16(uv, k.packed_br);
+        const V g = _mm256_mulhrs_epi16(uv, k.packed_g);
         block.y[i] = _mm256_shuffle_epi8(pixels, kTwice.full());
         block.r[i] = _mm256_shuffle_epi8(b_r, kSecond.full());
         block.g[i] = _mm256_add_epi16(g, _mm256_shuffle_epi8(g, kOther.full()));
@@ -164,14 +175,14 @@ YuvBlock load_packed(const uint8_t* p) {
 }
 
 template <int Chroma, int Kind>
-void block_to_rgb(const uint8_t* y, const uint8_t* u, const uint8_t* v, int x, uint8_t* out) {
+void block_to_rgb(const uint8_t* y, const uint8_t* u, const uint8_t* v, int x, uint8_t* out, const YuvVectors& k) {
     YuvBlock block;
     if constexpr (Chroma == kPackedYUYV || Chroma == kPackedUYVY)
-        block = load_packed<Chroma>(y + 2 * x);
+        block = load_packed<Chroma>(y + 2 * x, k);
     else
-        block = load_yuv<Chroma>(y, u, v, x);
+        block = load_yuv<Chroma>(y, u, v, x, k);
     for (int i = 0; i < 2; ++i) {
-        const V luma = _mm256_add_epi16(_mm256_mulhi_epu16(block.y[i], set16(kYScale)), set16(kYuvBias));
+        const V luma = _mm256_add_epi16(_mm256_mulhi_epu16(block.y[i], k.luma), k.bias);
         block.r[i] = _mm256_srai_epi16(_mm256_adds_epi16(luma, block.r[i]), 6);
         block.g[i] = _mm256_srai_epi16(_mm256_subs_epi16(luma, block.g[i]), 6);
         block.b[i] = _mm256_srai_epi16(_mm256_adds_epi16(luma, block.b[i]), 6);
@@ -181,8 +192,10 @@ void block_to_rgb(const uint8_t* y, const uint8_t* u, const uint8_t* v, int x, u
 }
 
 template <int Chroma, int Kind>
-void yuv_to_rgb(const uint8_t* y, const uint8_t* u, const uint8_t* v, uint8_t* rgb, int width) {
+void yuv_to_rgb(const uint8_t* y, const uint8_t* u, const uint8_t* v, uint8_t* rgb, int width,
+                const YuvToRgb& constants) {
     constexpr int n = rgb_bytes<Kind>();
+    const YuvVectors k(constants);
     uint8_t ys[64], us[32], vs[32], out[128], *to = rgb;
     const int count = std::max(width, 32);
     if (width < 32) { // one block, of copies
@@ -195,7 +208,7 @@ void yuv_to_rgb(const uint8_t* y, const uint8_t* u, const uint8_t* v, uint8_t* r
         to = out;
     }
     for (int x = 0;; x = std::min(x + 32, count - 32)) {
-        block_to_rgb<Chroma, Kind>(y, u, v, x, to + x * n);
+        block_to_rgb<Chroma, Kind>(y, u, v, x, to + x * n, k);
         if (x == count - 32)
             break;
     }
@@ -236,27 +249,38 @@ Pixels16 load_pixels(const uint8_t* p, bool last) {
     return out;
 }
 
+/// The weights of one sum, as pairs of words: those of the first and the third channel, and of the second.
+struct Weights {
+    V outer, green;
+
+    template <int Kind>
+    static Weights of(const int16_t* rgb) {
+        constexpr bool swapped = Kind == kBGR || Kind == kBGRA;
+        const auto first = static_cast<uint16_t>(rgb[swapped ? 2 : 0]),
+                   last = static_cast<uint16_t>(rgb[swapped ? 0 : 2]);
+        return {_mm256_set1_epi32(static_cast<int>(first | uint32_t{last} << 16)),
+                _mm256_set1_epi32(static_cast<uint16_t>(rgb[1]))};
+    }
+};
+
+struct YuvWeights {
+    Weights y, u, v;
+    V luma_bias;
+};
+
 /// Weighted sums of eight pixels.
-template <int Kind>
-V weigh(V outer, V green, int r, int g, int b) {
-    constexpr bool swapped = Kind == kBGR || Kind == kBGRA;
-    const unsigned first = swapped ? b : r, last = swapped ? r : b;
-    return _mm256_add_epi32(
-        _mm256_madd_epi16(outer, _mm256_set1_epi32(static_cast<int>((first & 0xFFFF) | last << 16))),
-        _mm256_madd_epi16(green, _mm256_set1_epi32(g & 0xFFFF)));
+V weigh(V outer, V green, const Weights& w) {
+    return _mm256_add_epi32(_mm256_madd_epi16(outer, w.outer), _mm256_madd_epi16(green, w.green));
 }
 
 /// Bytes that stand in groups of four: 0 to 3, 8 to 11, ... in the lower lane, 4 to 7, ... in the upper one.
 V fours_in_order(V bytes) { return _mm256_permutevar8x32_epi32(bytes, _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7)); }
 
 /// Sixteen words, in groups of four as above.
-template <int Kind>
-V luma16(const Pixels16& p) {
+V luma16(const Pixels16& p, const YuvWeights& w) {
     V sum[2];
     for (int i = 0; i < 2; ++i)
-        sum[i] = _mm256_srai_epi32(
-            _mm256_add_epi32(weigh<Kind>(p.outer[i], p.green[i], kRtoY, kGtoY, kBtoY), _mm256_set1_epi32(kLumaBias)),
-            15);
+        sum[i] = _mm256_srai_epi32(_mm256_add_epi32(weigh(p.outer[i], p.green[i], w.y), w.luma_bias), kYuvBits);
     return _mm256_packs_epi32(sum[0], sum[1]);
 }
 
@@ -265,18 +289,18 @@ struct Chroma8 {
     V u, v;
 };
 
-template <int Kind, int Shift>
-Chroma8 chroma8(const Pixels16& p) {
+template <int Shift>
+Chroma8 chroma8(const Pixels16& p, const YuvWeights& w) {
     const auto pairs = [](const V* words) { // sums of neighbouring pixels
         const __m256 a = _mm256_castsi256_ps(words[0]), b = _mm256_castsi256_ps(words[1]);
         return _mm256_add_epi16(_mm256_castps_si256(_mm256_shuffle_ps(a, b, 0x88)),
                                 _mm256_castps_si256(_mm256_shuffle_ps(a, b, 0xDD)));
     };
     const V outer = pairs(p.outer), green = pairs(p.green);
-    const V bias = _mm256_set1_epi32((128 << (15 + Shift)) + (1 << (14 + Shift)));
-    const auto scaled = [&](V sum) { return _mm256_srai_epi32(_mm256_add_epi32(sum, bias), 15 + Shift); };
-    return {scaled(weigh<Kind>(outer, green, kRtoU, kGtoU, kBtoU)),
-            scaled(weigh<Kind>(outer, green, kRtoV, kGtoV, kBtoV))};
+    constexpr int kBits = kYuvBits + Shift;
+    const V bias = _mm256_set1_epi32((kNeutral << kBits) + (1 << (kBits - 1)));
+    const auto scaled = [&](V sum) { return _mm256_srai_epi32(_mm256_add_epi32(sum, bias), kBits); };
+    return {scaled(weigh(outer, green, w.u)), scaled(weigh(outer, green, w.v))};
 }
 
 /// Sixteen pairs, of which `c` holds the first and the last eight.
@@ -298,7 +322,8 @@ void store_chroma(uint8_t* u, uint8_t* v, int x, const Chroma8* c) {
 
 /// One row or, for 4:2:0, two. Narrow rows are done in copies of 32 pixels.
 template <int Chroma, int Kind, int Rows>
-void rgb_to_yuv(const uint8_t* const* rgb, uint8_t* const* luma, uint8_t* u, uint8_t* v, int width) {
+void rgb_to_yuv(const uint8_t* const* rgb, uint8_t* const* luma, uint8_t* u, uint8_t* v, int width,
+                const RgbToYuv& c) {
     constexpr int n = rgb_bytes<Kind>();
     if (width < 32) {
         uint8_t pixels[Rows][128], ys[Rows][32], us[32], vs[16];
@@ -308,7 +333,7 @@ void rgb_to_yuv(const uint8_t* const* rgb, uint8_t* const* luma, uint8_t* u, uin
             from[k] = copy_row(pixels[k], rgb[k], width * n);
             to[k] = ys[k];
         }
-        rgb_to_yuv<Chroma, Kind, Rows>(from, to, us, vs, 32);
+        rgb_to_yuv<Chroma, Kind, Rows>(from, to, us, vs, 32, c);
         for (int k = 0; k < Rows; ++k)
             copy_row(luma[k], ys[k], width);
         copy_row(u, us, Chroma == kPlanar ? width / 2 : width);
@@ -316,21 +341,23 @@ void rgb_to_yuv(const uint8_t* const* rgb, uint8_t* const* luma, uint8_t* u, uin
             copy_row(v, vs, width / 2);
         return;
     }
+    const YuvWeights w = {Weights::of<Kind>(c.y), Weights::of<Kind>(c.u), Weights::of<Kind>(c.v),
+                          _mm256_set1_epi32(c.luma_bias)};
     for (int x = 0;; x = std::min(x + 32, width - 32)) {
         V words[Rows][2];
         Chroma8 chroma[2];
         for (int half = 0; half < 2; ++half) {
             Pixels16 sum = load_pixels<Kind>(rgb[0] + (x + 16 * half) * n, half == 1);
-            words[0][half] = luma16<Kind>(sum);
+            words[0][half] = luma16(sum, w);
             if (Rows == 2) {
                 const Pixels16 p = load_pixels<Kind>(rgb[Rows - 1] + (x + 16 * half) * n, half == 1);
-                words[Rows - 1][half] = luma16<Kind>(p);
+                words[Rows - 1][half] = luma16(p, w);
                 for (int i = 0; i < 2; ++i) {
                     sum.outer[i] = _mm256_add_epi16(sum.outer[i], p.outer[i]);
                     sum.green[i] = _mm256_add_epi16(sum.green[i], p.green[i]);
                 }
             }
-            chroma[half] = chroma8<Kind, Rows>(sum);
+            chroma[half] = chroma8<Rows>(sum, w);
         }
         for (int k = 0; k < Rows; ++k)
             store(luma[k] + x, fours_in_order(_mm256_packus_epi16(words[k][0], words[k][1])));
@@ -341,15 +368,16 @@ void rgb_to_yuv(const uint8_t* const* rgb, uint8_t* const* luma, uint8_t* u, uin
 }
 
 template <int Chroma, int Kind>
-void rgb_to_yuv420(const uint8_t* a, const uint8_t* b, uint8_t* ya, uint8_t* yb, uint8_t* u, uint8_t* v, int width) {
+void rgb_to_yuv420(const uint8_t* a, const uint8_t* b, uint8_t* ya, uint8_t* yb, uint8_t* u, uint8_t* v, int width,
+                   const RgbToYuv& k) {
     const uint8_t* const rgb[2] = {a, b};
     uint8_t* const luma[2] = {ya, yb};
-    rgb_to_yuv<Chroma, Kind, 2>(rgb, luma, u, v, width);
+    rgb_to_yuv<Chroma, Kind, 2>(rgb, luma, u, v, width, k);
 }
 
 template <int Chroma, int Kind>
-void rgb_to_yuv422(const uint8_t* rgb, uint8_t* y, uint8_t* u, uint8_t* v, int width) {
-    rgb_to_yuv<Chroma, Kind, 1>(&rgb, &y, u, v, width);
+void rgb_to_yuv422(const uint8_t* rgb, uint8_t* y, uint8_t* u, uint8_t* v, int width, const RgbToYuv& k) {
+    rgb_to_yuv<Chroma, Kind, 1>(&rgb, &y, u, v, width, k);
 }
 
 template <int Luma>

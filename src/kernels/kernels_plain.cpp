@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The plain build, and the choice between the builds.
-#include "image/kernels_loops.h"
+#include "kernels/kernels_loops.h"
 
 #if defined(__arm__) && defined(__linux__)
 #include <sys/auxv.h>

@@ -2,7 +2,7 @@
 // The NEON build for 32-bit ARM: the loops worth it written out, and the plain ones for the rest. Every kernel here
 // gives the bytes of its loop. What is left of a row after whole blocks is done by a last block that overlaps the one
 // before, or by the loop where a row is shorter than a block.
-#include "image/kernels_loops.h"
+#include "kernels/kernels_loops.h"
 
 #if defined(__ARM_NEON)
 
@@ -48,13 +48,23 @@ inline YuvBlock load_yuv(const uint8_t* y, const uint8_t* u, const uint8_t* v) {
     return {luma.val[0], luma.val[1], pairs.val[Chroma == kPairsVU], pairs.val[Chroma == kPairsUV]};
 }
 
-/// V to red, U to green, V to green, U to blue.
-constexpr int16_t kChromaFactors[4] = {kVtoR, kUtoG, kVtoG, kUtoB};
+/// The constants of a conversion; V to red, U to green, V to green and U to blue in one vector.
+struct YuvVectors {
+    explicit YuvVectors(const YuvToRgb& k) : luma(vdup_n_u8(k.luma)), bias(vdupq_n_s16(k.bias)) {
+        const int16_t terms[4] = {k.v_to_r, k.u_to_g, k.v_to_g, k.u_to_b};
+        factors = vld1_s16(terms);
+    }
+
+    uint8x8_t luma;
+    int16x8_t bias;
+    int16x4_t factors;
+};
 
 template <int Kind>
-inline void store_yuv_as_rgb(int16x4_t factors, const YuvBlock& block, uint8_t* out) {
-    const uint8x8_t sign = vdup_n_u8(0x80), scale = vdup_n_u8(149);
-    const int16x8_t bias = vdupq_n_s16(kYuvBias);
+inline void store_yuv_as_rgb(const YuvVectors& k, const YuvBlock& block, uint8_t* out) {
+    const uint8x8_t sign = vdup_n_u8(0x80), scale = k.luma;
+    const int16x8_t bias = k.bias;
+    const int16x4_t factors = k.factors;
     const int16x8_t u = vshll_n_s8(vreinterpret_s8_u8(veor_u8(block.u, sign)), 8);
     const int16x8_t v = vshll_n_s8(vreinterpret_s8_u8(veor_u8(block.v, sign)), 8);
     const int16x8_t r = vqrdmulhq_lane_s16(v, factors, 0), b = vqrdmulhq_lane_s16(u, factors, 3);
@@ -74,10 +84,11 @@ inline void store_yuv_as_rgb(int16x4_t factors, const YuvBlock& block, uint8_t* 
 }
 
 template <int Chroma, int Kind>
-void yuv_to_rgb(const uint8_t* y, const uint8_t* u, const uint8_t* v, uint8_t* rgb, int width) {
+void yuv_to_rgb(const uint8_t* y, const uint8_t* u, const uint8_t* v, uint8_t* rgb, int width,
+                const YuvToRgb& constants) {
     if (width < 16)
-        return plain_kernels().yuv_to_rgb[Chroma][Kind](y, u, v, rgb, width);
-    const int16x4_t factors = vld1_s16(kChromaFactors);
+        return plain_kernels().yuv_to_rgb[Chroma][Kind](y, u, v, rgb, width, constants);
+    const YuvVectors k(constants);
     const auto advance = [&](int pixels) {
         y += Chroma >= kPackedYUYV ? 2 * pixels : pixels;
         if (Chroma < kPackedYUYV)
@@ -88,7 +99,7 @@ void yuv_to_rgb(const uint8_t* y, const uint8_t* u, const uint8_t* v, uint8_t* r
     };
     for (;; advance(width - 16), width = 16) { // a last block that overlaps the one before
         for (; width >= 16; width -= 16, advance(16))
-            store_yuv_as_rgb<Kind>(factors, load_yuv<Chroma>(y, u, v), rgb);
+            store_yuv_as_rgb<Kind>(k, load_yuv<Chroma>(y, u, v), rgb);
         if (width == 0)
             return;
     }
@@ -115,26 +126,32 @@ inline Channels load_pixels(const uint8_t* p) {
 
 /// Weights by channel in memory; the fourth is not used.
 struct YuvWeights {
-    uint16_t y[4];
-    int16_t u[4], v[4];
+    YuvWeights(const RgbToYuv& k, bool swapped) : luma_bias(k.luma_bias) {
+        for (int c = 0; c < 3; ++c) {
+            const int from = swapped ? 2 - c : c;
+            y[c] = static_cast<uint16_t>(k.y[from]), u[c] = k.u[from], v[c] = k.v[from];
+        }
+    }
+
+    uint16_t y[4] = {};
+    int16_t u[4] = {}, v[4] = {};
+    uint32_t luma_bias;
 };
-constexpr YuvWeights kYuvWeights[2] = {{{kRtoY, kGtoY, kBtoY}, {kRtoU, kGtoU, kBtoU}, {kRtoV, kGtoV, kBtoV}},
-                                       {{kBtoY, kGtoY, kRtoY}, {kBtoU, kGtoU, kRtoU}, {kBtoV, kGtoV, kRtoV}}};
 
 inline uint32x4_t weigh(uint16x4_t a, uint16x4_t b, uint16x4_t c, uint16x4_t w, uint32_t bias) {
     return vmlal_lane_u16(vmlal_lane_u16(vmlal_lane_u16(vdupq_n_u32(bias), a, w, 0), b, w, 1), c, w, 2);
 }
 
-inline uint8x8_t luma8(uint8x8_t a8, uint8x8_t b8, uint8x8_t c8, uint16x4_t w) {
+inline uint8x8_t luma8(uint8x8_t a8, uint8x8_t b8, uint8x8_t c8, uint16x4_t w, uint32_t bias) {
     const uint16x8_t a = vmovl_u8(a8), b = vmovl_u8(b8), c = vmovl_u8(c8);
-    const uint32x4_t lo = weigh(vget_low_u16(a), vget_low_u16(b), vget_low_u16(c), w, kLumaBias);
-    const uint32x4_t hi = weigh(vget_high_u16(a), vget_high_u16(b), vget_high_u16(c), w, kLumaBias);
+    const uint32x4_t lo = weigh(vget_low_u16(a), vget_low_u16(b), vget_low_u16(c), w, bias);
+    const uint32x4_t hi = weigh(vget_high_u16(a), vget_high_u16(b), vget_high_u16(c), w, bias);
     return vmovn_u16(vcombine_u16(vshrn_n_u32(lo, 15), vshrn_n_u32(hi, 15)));
 }
 
-inline uint8x16_t luma16(const Channels& p, uint16x4_t w) {
-    return vcombine_u8(luma8(vget_low_u8(p.first), vget_low_u8(p.second), vget_low_u8(p.third), w),
-                       luma8(vget_high_u8(p.first), vget_high_u8(p.second), vget_high_u8(p.third), w));
+inline uint8x16_t luma16(const Channels& p, uint16x4_t w, uint32_t bias) {
+    return vcombine_u8(luma8(vget_low_u8(p.first), vget_low_u8(p.second), vget_low_u8(p.third), w, bias),
+                       luma8(vget_high_u8(p.first), vget_high_u8(p.second), vget_high_u8(p.third), w, bias));
 }
 
 /// Sums of pixels, eight samples of chroma.
@@ -145,12 +162,13 @@ struct Sums {
 /// Eight chroma samples of sums of 1 << Shift pixels.
 template <int Shift>
 inline uint8x8_t chroma8(const Sums& s, int16x4_t w) {
+    constexpr int kBits = kYuvBits + Shift;
     const int16x8_t a = vreinterpretq_s16_u16(s.first), b = vreinterpretq_s16_u16(s.second),
                     c = vreinterpretq_s16_u16(s.third);
-    const int32x4_t bias = vdupq_n_s32((128 << (15 + Shift)) + (1 << (14 + Shift)));
+    const int32x4_t bias = vdupq_n_s32((kNeutral << kBits) + (1 << (kBits - 1)));
     const auto half = [&](int16x4_t a4, int16x4_t b4, int16x4_t c4) {
         const int32x4_t sum = vmlal_lane_s16(vmlal_lane_s16(vmlal_lane_s16(bias, a4, w, 0), b4, w, 1), c4, w, 2);
-        return vmovn_s32(vshrq_n_s32(sum, 15 + Shift));
+        return vmovn_s32(vshrq_n_s32(sum, kBits));
     };
     return vqmovun_s16(vcombine_s16(half(vget_low_s16(a), vget_low_s16(b), vget_low_s16(c)),
                                     half(vget_high_s16(a), vget_high_s16(b), vget_high_s16(c))));
@@ -171,13 +189,13 @@ inline void store_chroma(int chroma, uint8_t* u, uint8_t* v, int x, const Sums& 
 
 template <int N>
 __attribute__((noinline)) void to_yuv420(int chroma, bool swapped, const uint8_t* a, const uint8_t* b, uint8_t* ya,
-                                         uint8_t* yb, uint8_t* u, uint8_t* v, int width) {
-    const YuvWeights& weights = kYuvWeights[swapped];
+                                         uint8_t* yb, uint8_t* u, uint8_t* v, int width, const RgbToYuv& k) {
+    const YuvWeights weights(k, swapped);
     const uint16x4_t w = vld1_u16(weights.y);
     for (int x = 0;; x = x + 32 <= width ? x + 16 : width - 16) {
         const Channels p = load_pixels<N>(a + x * N), q = load_pixels<N>(b + x * N);
-        vst1q_u8(ya + x, luma16(p, w));
-        vst1q_u8(yb + x, luma16(q, w));
+        vst1q_u8(ya + x, luma16(p, w, weights.luma_bias));
+        vst1q_u8(yb + x, luma16(q, w, weights.luma_bias));
         store_chroma<2>(chroma, u, v, x,
                         {vpadalq_u8(vpaddlq_u8(p.first), q.first), vpadalq_u8(vpaddlq_u8(p.second), q.second),
                          vpadalq_u8(vpaddlq_u8(p.third), q.third)},
@@ -189,12 +207,12 @@ __attribute__((noinline)) void to_yuv420(int chroma, bool swapped, const uint8_t
 
 template <int N>
 __attribute__((noinline)) void to_yuv422(int chroma, bool swapped, const uint8_t* rgb, uint8_t* y, uint8_t* u,
-                                         uint8_t* v, int width) {
-    const YuvWeights& weights = kYuvWeights[swapped];
+                                         uint8_t* v, int width, const RgbToYuv& k) {
+    const YuvWeights weights(k, swapped);
     const uint16x4_t w = vld1_u16(weights.y);
     for (int x = 0;; x = x + 32 <= width ? x + 16 : width - 16) {
         const Channels p = load_pixels<N>(rgb + x * N);
-        vst1q_u8(y + x, luma16(p, w));
+        vst1q_u8(y + x, luma16(p, w, weights.luma_bias));
         store_chroma<1>(chroma, u, v, x, {vpaddlq_u8(p.first), vpaddlq_u8(p.second), vpaddlq_u8(p.third)}, weights);
         if (x + 16 >= width)
             return;
@@ -207,17 +225,18 @@ constexpr bool is_swapped() {
 }
 
 template <int Chroma, int Kind>
-void rgb_to_yuv420(const uint8_t* a, const uint8_t* b, uint8_t* ya, uint8_t* yb, uint8_t* u, uint8_t* v, int width) {
+void rgb_to_yuv420(const uint8_t* a, const uint8_t* b, uint8_t* ya, uint8_t* yb, uint8_t* u, uint8_t* v, int width,
+                   const RgbToYuv& k) {
     if (width < 16)
-        return plain_kernels().rgb_to_yuv420[Chroma][Kind](a, b, ya, yb, u, v, width);
-    to_yuv420<rgb_bytes<Kind>()>(Chroma, is_swapped<Kind>(), a, b, ya, yb, u, v, width);
+        return plain_kernels().rgb_to_yuv420[Chroma][Kind](a, b, ya, yb, u, v, width, k);
+    to_yuv420<rgb_bytes<Kind>()>(Chroma, is_swapped<Kind>(), a, b, ya, yb, u, v, width, k);
 }
 
 template <int Chroma, int Kind>
-void rgb_to_yuv422(const uint8_t* rgb, uint8_t* y, uint8_t* u, uint8_t* v, int width) {
+void rgb_to_yuv422(const uint8_t* rgb, uint8_t* y, uint8_t* u, uint8_t* v, int width, const RgbToYuv& k) {
     if (width < 16)
-        return plain_kernels().rgb_to_yuv422[Chroma][Kind](rgb, y, u, v, width);
-    to_yuv422<rgb_bytes<Kind>()>(Chroma, is_swapped<Kind>(), rgb, y, u, v, width);
+        return plain_kernels().rgb_to_yuv422[Chroma][Kind](rgb, y, u, v, width, k);
+    to_yuv422<rgb_bytes<Kind>()>(Chroma, is_swapped<Kind>(), rgb, y, u, v, width, k);
 }
 
 inline uint8x8_t gray8(uint8x8_t a8, uint8x8_t b8, uint8x8_t c8, uint16x4_t w) {

@@ -9,7 +9,7 @@
 #include <type_traits>
 #include <utility>
 
-#include "image/kernels.h"
+#include "kernels/kernels.h"
 
 namespace tavi {
 namespace {
@@ -20,23 +20,14 @@ inline int32_t mulhrs(int32_t a, int32_t b) { return (a * b + (1 << 14)) >> 15; 
 inline uint8_t clamp8(int32_t v) { return static_cast<uint8_t>(v < 0 ? 0 : v > 255 ? 255 : v); }
 
 // ------------------------------------------------------------------------------------------------ YUV to RGB
-// BT.601 limited range with six fractional bits. Luma is (y * 257 * kYScale) >> 16 = y * 255/219 * 64; chroma is
-// (c - 128) << 8 times a Q15 factor, 64 * 128 times the coefficient: 1.596027, 0.391762, 0.812968, 2.017232.
-constexpr int32_t kYScale = 18998; // 255 / 219 * 64 * 65536 / 257, so that it is also (y * 149) >> 1
-constexpr int32_t kVtoR = 13075;
-constexpr int32_t kUtoG = 3209;
-constexpr int32_t kVtoG = 6660;
-constexpr int32_t kUtoB = 16525;
-constexpr int32_t kYuvBias = 32 - 1192; // a half for rounding, less black (16) at this scale
-
 struct ChromaTerms {
     int32_t r, g, b;
 };
 
-inline ChromaTerms chroma_terms(int u, int v) {
-    const int32_t us = (u - 128) * 256, vs = (v - 128) * 256;
-    return {mulhrs(vs, kVtoR) + kYuvBias, kYuvBias - mulhrs(us, kUtoG) - mulhrs(vs, kVtoG),
-            mulhrs(us, kUtoB) + kYuvBias};
+inline ChromaTerms chroma_terms(int u, int v, const YuvToRgb& k) {
+    const int32_t us = (u - kNeutral) * 256, vs = (v - kNeutral) * 256;
+    return {mulhrs(vs, k.v_to_r) + k.bias, k.bias - mulhrs(us, k.u_to_g) - mulhrs(vs, k.v_to_g),
+            mulhrs(us, k.u_to_b) + k.bias};
 }
 
 template <int Rgb>
@@ -55,13 +46,16 @@ constexpr int rgb_bytes() {
 }
 
 template <int Rgb>
-inline void yuv_pixel(int y, const ChromaTerms& c, uint8_t* out) {
-    const int32_t luma = (y * 257 * kYScale) >> 16;
-    store_rgb<Rgb>(out, clamp8((luma + c.r) >> 6), clamp8((luma + c.g) >> 6), clamp8((luma + c.b) >> 6));
+inline void yuv_pixel(int y, const ChromaTerms& c, const YuvToRgb& k, uint8_t* out) {
+    const int32_t luma = (y * k.luma) >> 1;
+    store_rgb<Rgb>(out, clamp8((luma + c.r) >> kRgbBits), clamp8((luma + c.g) >> kRgbBits),
+                   clamp8((luma + c.b) >> kRgbBits));
 }
 
 template <int Chroma, int Rgb>
-void yuv_to_rgb_loop(const uint8_t* y, const uint8_t* u, const uint8_t* v, uint8_t* rgb, int width) {
+void yuv_to_rgb_loop(const uint8_t* y, const uint8_t* u, const uint8_t* v, uint8_t* rgb, int width,
+                     const YuvToRgb& constants) {
+    const YuvToRgb k = constants; // which stores to `rgb` cannot change
     for (int x = 0; x < width; x += 2) {
         const int c = x / 2;
         int y0, y1, cu, cv;
@@ -74,42 +68,28 @@ void yuv_to_rgb_loop(const uint8_t* y, const uint8_t* u, const uint8_t* v, uint8
             cu = Chroma == kPlanar ? u[c] : u[2 * c + (Chroma == kPairsVU)];
             cv = Chroma == kPlanar ? v[c] : u[2 * c + (Chroma == kPairsUV)];
         }
-        const ChromaTerms t = chroma_terms(cu, cv);
-        yuv_pixel<Rgb>(y0, t, rgb + x * rgb_bytes<Rgb>());
-        yuv_pixel<Rgb>(y1, t, rgb + (x + 1) * rgb_bytes<Rgb>());
+        const ChromaTerms t = chroma_terms(cu, cv, k);
+        yuv_pixel<Rgb>(y0, t, k, rgb + x * rgb_bytes<Rgb>());
+        yuv_pixel<Rgb>(y1, t, k, rgb + (x + 1) * rgb_bytes<Rgb>());
+    }
+}
+
+template <int Chroma, int Rgb>
+void yuv444_to_rgb_loop(const uint8_t* y, const uint8_t* u, const uint8_t* v, uint8_t* rgb, int width,
+                        const YuvToRgb& constants) {
+    const YuvToRgb k = constants; // which stores to `rgb` cannot change
+    for (int x = 0; x < width; ++x) {
+        const int cu = Chroma == kPlanar ? u[x] : u[2 * x + (Chroma == kPairsVU)];
+        const int cv = Chroma == kPlanar ? v[x] : u[2 * x + (Chroma == kPairsUV)];
+        yuv_pixel<Rgb>(y[x], chroma_terms(cu, cv, k), k, rgb + x * rgb_bytes<Rgb>());
     }
 }
 
 // ------------------------------------------------------------------------------------------------ RGB to YUV
-// BT.601 limited range in Q15: 219/255 and 224/255 times the luma and colour-difference coefficients.
-constexpr int32_t kRtoY = 8414, kGtoY = 16519, kBtoY = 3208;
-constexpr int32_t kRtoU = -4857, kGtoU = -9535, kBtoU = 14392;
-constexpr int32_t kRtoV = 14392, kGtoV = -12051, kBtoV = -2341;
-constexpr int32_t kLumaBias = (16 << 15) + (1 << 14);
-
-struct Rgb {
-    int r, g, b;
-};
-
 template <int Kind>
 inline Rgb load_rgb(const uint8_t* p) {
     constexpr bool swapped = Kind == kBGR || Kind == kBGRA;
     return {p[swapped ? 2 : 0], p[1], p[swapped ? 0 : 2]};
-}
-
-inline uint8_t luma_of(const Rgb& p) {
-    return static_cast<uint8_t>((p.r * kRtoY + p.g * kGtoY + p.b * kBtoY + kLumaBias) >> 15);
-}
-
-// `sum` adds up 1 << shift pixels.
-inline uint8_t u_of(const Rgb& sum, int shift) {
-    const int32_t bias = (128 << (15 + shift)) + (1 << (14 + shift));
-    return clamp8((sum.r * kRtoU + sum.g * kGtoU + sum.b * kBtoU + bias) >> (15 + shift));
-}
-
-inline uint8_t v_of(const Rgb& sum, int shift) {
-    const int32_t bias = (128 << (15 + shift)) + (1 << (14 + shift));
-    return clamp8((sum.r * kRtoV + sum.g * kGtoV + sum.b * kBtoV + bias) >> (15 + shift));
 }
 
 template <int Chroma>
@@ -125,26 +105,29 @@ inline void store_chroma(uint8_t* u, uint8_t* v, int c, uint8_t cu, uint8_t cv) 
 
 template <int Chroma, int Kind>
 void rgb_to_yuv420_loop(const uint8_t* a, const uint8_t* b, uint8_t* ya, uint8_t* yb, uint8_t* u, uint8_t* v,
-                        int width) {
+                        int width, const RgbToYuv& constants) {
     constexpr int n = rgb_bytes<Kind>();
+    const RgbToYuv k = constants; // which stores cannot change
     for (int x = 0; x < width; x += 2) {
         const Rgb p = load_rgb<Kind>(a + x * n), q = load_rgb<Kind>(a + (x + 1) * n);
         const Rgb r = load_rgb<Kind>(b + x * n), s = load_rgb<Kind>(b + (x + 1) * n);
-        ya[x] = luma_of(p), ya[x + 1] = luma_of(q);
-        yb[x] = luma_of(r), yb[x + 1] = luma_of(s);
+        ya[x] = luma_of(p, k), ya[x + 1] = luma_of(q, k);
+        yb[x] = luma_of(r, k), yb[x + 1] = luma_of(s, k);
         const Rgb sum{p.r + q.r + r.r + s.r, p.g + q.g + r.g + s.g, p.b + q.b + r.b + s.b};
-        store_chroma<Chroma>(u, v, x / 2, u_of(sum, 2), v_of(sum, 2));
+        store_chroma<Chroma>(u, v, x / 2, chroma_of(sum, k.u, 2), chroma_of(sum, k.v, 2));
     }
 }
 
 template <int Chroma, int Kind>
-void rgb_to_yuv422_loop(const uint8_t* rgb, uint8_t* y, uint8_t* u, uint8_t* v, int width) {
+void rgb_to_yuv422_loop(const uint8_t* rgb, uint8_t* y, uint8_t* u, uint8_t* v, int width,
+                        const RgbToYuv& constants) {
     constexpr int n = rgb_bytes<Kind>();
+    const RgbToYuv k = constants; // which stores cannot change
     for (int x = 0; x < width; x += 2) {
         const Rgb p = load_rgb<Kind>(rgb + x * n), q = load_rgb<Kind>(rgb + (x + 1) * n);
-        y[x] = luma_of(p), y[x + 1] = luma_of(q);
+        y[x] = luma_of(p, k), y[x + 1] = luma_of(q, k);
         const Rgb sum{p.r + q.r, p.g + q.g, p.b + q.b};
-        store_chroma<Chroma>(u, v, x / 2, u_of(sum, 1), v_of(sum, 1));
+        store_chroma<Chroma>(u, v, x / 2, chroma_of(sum, k.u, 1), chroma_of(sum, k.v, 1));
     }
 }
 
@@ -164,8 +147,18 @@ void rgb_to_gray_loop(const uint8_t* rgb, uint8_t* gray, int width) {
     constexpr int n = rgb_bytes<Kind>();
     for (int x = 0; x < width; ++x) {
         const Rgb p = load_rgb<Kind>(rgb + x * n);
-        const uint32_t eighth = static_cast<uint32_t>(299 * p.r + 587 * p.g + 114 * p.b + 500) >> 3;
+        const uint32_t eighth = static_cast<uint32_t>(gray_sum(p) + 500) >> 3;
         gray[x] = static_cast<uint8_t>((eighth * 33555) >> 22);
+    }
+}
+
+// The same in 16 bits: (sum * 257 + 500) / 1000, the division as a multiplication that is exact below 2^26.
+template <int Kind>
+void rgb_to_gray16_loop(const uint8_t* rgb, uint8_t* gray16, int width) {
+    for (int x = 0; x < width; ++x) {
+        const auto n = static_cast<uint32_t>(gray_sum(load_rgb<Kind>(rgb + x * rgb_bytes<Kind>())) * 257 + 500);
+        const auto v = static_cast<uint16_t>((uint64_t{n} * 274877907u) >> 38);
+        std::memcpy(gray16 + 2 * x, &v, sizeof v);
     }
 }
 
@@ -436,6 +429,10 @@ void fill_rgb(Kernels& k) {
     fill_rgb_to_yuv<kPairsUV, Kind>(k);
     fill_rgb_to_yuv<kPairsVU, Kind>(k);
     k.rgb_to_gray[Kind] = rgb_to_gray_loop<Kind>;
+    k.rgb_to_gray16[Kind] = rgb_to_gray16_loop<Kind>;
+    k.yuv444_to_rgb[kPlanar][Kind] = yuv444_to_rgb_loop<kPlanar, Kind>;
+    k.yuv444_to_rgb[kPairsUV][Kind] = yuv444_to_rgb_loop<kPairsUV, Kind>;
+    k.yuv444_to_rgb[kPairsVU][Kind] = yuv444_to_rgb_loop<kPairsVU, Kind>;
 }
 
 /// Calls set() with each pair of different kinds, as two constants.

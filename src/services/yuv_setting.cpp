@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: MIT
+#include "services/yuv_setting.h"
+
+#include <cstdlib>
+#include <cstring>
+
+#define TAVI_LOG_TAG "tavi-env"
+#include "services/log.h"
+
+namespace tavi {
+namespace {
+
+constexpr struct {
+    const char* text;
+    ColorSpace color;
+} kValues[] = {{"bt601", {Matrix::bt601, false}},   {"bt601-full", {Matrix::bt601, true}},
+               {"bt709", {Matrix::bt709, false}},   {"bt709-full", {Matrix::bt709, true}},
+               {"bt2020", {Matrix::bt2020, false}}, {"bt2020-full", {Matrix::bt2020, true}}};
+
+ColorSpace read_yuv_setting() {
+    const char* const text = std::getenv("TAVI_YUV");
+    if (!text)
+        return {};
+    for (const auto& value : kValues)
+        if (std::strcmp(text, value.text) == 0)
+            return value.color;
+    LOG_ERROR("TAVI_YUV=\"%s\": allowed are bt601, bt709 and bt2020, each with -full or without; bt601 is used",
+              text);
+    return {};
+}
+
+} // namespace
+
+ColorSpace yuv_setting() {
+    static const ColorSpace color = read_yuv_setting();
+    return color;
+}
+
+} // namespace tavi
