@@ -97,11 +97,12 @@ inline constexpr std::array<Format, 16> kFormats = {{
 }};
 static_assert(kFormats.size() == TAVI_PIXEL_FORMAT_GRAY16 + 1);
 
-/// Full chroma, which a picture has between scaling and its conversion to RGB, and nowhere else.
+/// Full chroma in the scaler's 16 bits, which a picture has between scaling and its conversion to RGB, and nowhere
+/// else.
 inline constexpr std::array<Format, 3> kInnerFormats = {{
-    {"yu24", 3, 8, Model::yuv, {{{0, 0, 1, 0, 0}, {1, 0, 1, 0, 0}, {2, 0, 1, 0, 0}}}, "Y plane, U plane, V plane"},
-    {"nv24", 2, 8, Model::yuv, {{{0, 0, 1, 0, 0}, {1, 0, 2, 0, 0}, {1, 1, 2, 0, 0}}}, "Y plane, U V plane"},
-    {"nv42", 2, 8, Model::yuv, {{{0, 0, 1, 0, 0}, {1, 1, 2, 0, 0}, {1, 0, 2, 0, 0}}}, "Y plane, V U plane"},
+    {"yu24", 3, 16, Model::yuv, {{{0, 0, 2, 0, 0}, {1, 0, 2, 0, 0}, {2, 0, 2, 0, 0}}}, "Y plane, U plane, V plane"},
+    {"nv24", 2, 16, Model::yuv, {{{0, 0, 2, 0, 0}, {1, 0, 4, 0, 0}, {1, 2, 4, 0, 0}}}, "Y plane, U V plane"},
+    {"nv42", 2, 16, Model::yuv, {{{0, 0, 2, 0, 0}, {1, 2, 4, 0, 0}, {1, 0, 4, 0, 0}}}, "Y plane, V U plane"},
 }};
 
 /// The row of a public format, or null for a value outside the enumeration.

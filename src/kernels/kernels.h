@@ -100,9 +100,10 @@ struct Kernels {
     // ---- colour; widths are even, in pixels
     void (*yuv_to_rgb[kChromaKinds][kRgbKinds])(const uint8_t* y, const uint8_t* u, const uint8_t* v, uint8_t* rgb,
                                                 int width, const YuvToRgb& constants);
-    /// The same of full chroma, a sample a pixel; any width; by the first three kinds of chroma.
-    void (*yuv444_to_rgb[3][kRgbKinds])(const uint8_t* y, const uint8_t* u, const uint8_t* v, uint8_t* rgb, int width,
-                                        const YuvToRgb& constants);
+    /// The same of full chroma, a sample a pixel, in the scaler's 16 bits: what is scaled is rounded once, in RGB.
+    /// Any width; by the first three kinds of chroma. Whole samples give the bytes of yuv_to_rgb.
+    void (*yuv444_to_rgb[3][kRgbKinds])(const uint16_t* y, const uint16_t* u, const uint16_t* v, uint8_t* rgb,
+                                        int width, const YuvToRgb& constants);
     /// Two rows to two luma rows and one chroma row (4:2:0).
     void (*rgb_to_yuv420[3][kRgbKinds])(const uint8_t* a, const uint8_t* b, uint8_t* ya, uint8_t* yb, uint8_t* u,
                                         uint8_t* v, int width, const RgbToYuv& constants);
@@ -126,16 +127,24 @@ struct Kernels {
     void (*blend8)(const uint8_t* a, const uint8_t* b, int weight_q15, uint16_t* out, int n);
     void (*blend8_to_8)(const uint8_t* a, const uint8_t* b, int weight_q15, uint8_t* out, int n);
     void (*blend16_to_8)(const uint16_t* a, const uint16_t* b, int weight_q15, uint8_t* out, int n);
+    void (*blend16)(const uint16_t* a, const uint16_t* b, int weight_q15, uint16_t* out, int n);
     void (*box_rows)(const BoxRows& rows, uint16_t* out, int n);
     void (*fir_to_8[4])(const uint16_t* row, const FirTable& table, uint8_t* out); ///< by channels - 1
     void (*expand)(const uint8_t* row, const ExpandTable& table, uint16_t* out);   ///< 8 * eights elements
     void (*spans_to_8[4])(const uint16_t* row, const SpanTable& table, uint8_t* out);
+    /// The same into 16 bits, of one and two channels.
+    void (*fir_to_16[2])(const uint16_t* row, const FirTable& table, uint16_t* out);
+    void (*spans_to_16[2])(const uint16_t* row, const SpanTable& table, uint16_t* out);
     /// Both axes at once, for bilinear reduction: touches only the samples it needs. Weights as in FirTable, two
     /// taps.
     void (*bilinear_at[4])(const uint8_t* a, const uint8_t* b, int weight_q15, const FirTable& table, uint8_t* out);
 
+    void (*bilinear_at_16[2])(const uint8_t* a, const uint8_t* b, int weight_q15, const FirTable& table,
+                              uint16_t* out);
+
     /// The mean of two by two columns, rounded: what bilinear and area reduction to half the size come down to.
-    void (*halve[4])(const uint8_t* a, const uint8_t* b, uint8_t* out, int cols); ///< by channels - 1
+    void (*halve[4])(const uint8_t* a, const uint8_t* b, uint8_t* out, int cols);        ///< by channels - 1
+    void (*halve_to_16[2])(const uint8_t* a, const uint8_t* b, uint16_t* out, int cols); ///< exact
 
     /// The middle one of every three columns: what bilinear and nearest reduction to a third come down to.
     void (*third[4])(const uint8_t* row, uint8_t* out, int cols); ///< by bytes per column - 1

@@ -74,14 +74,20 @@ void yuv_to_rgb_loop(const uint8_t* y, const uint8_t* u, const uint8_t* v, uint8
     }
 }
 
+// Samples with six fractional bits: shifted up by two they stand where whole ones do above.
 template <int Chroma, int Rgb>
-void yuv444_to_rgb_loop(const uint8_t* y, const uint8_t* u, const uint8_t* v, uint8_t* rgb, int width,
+void yuv444_to_rgb_loop(const uint16_t* y, const uint16_t* u, const uint16_t* v, uint8_t* rgb, int width,
                         const YuvToRgb& constants) {
     const YuvToRgb k = constants; // which stores to `rgb` cannot change
     for (int x = 0; x < width; ++x) {
         const int cu = Chroma == kPlanar ? u[x] : u[2 * x + (Chroma == kPairsVU)];
         const int cv = Chroma == kPlanar ? v[x] : u[2 * x + (Chroma == kPairsUV)];
-        yuv_pixel<Rgb>(y[x], chroma_terms(cu, cv, k), k, rgb + x * rgb_bytes<Rgb>());
+        const int32_t us = 4 * cu - 32768, vs = 4 * cv - 32768;
+        const int32_t luma = ((4 * y[x]) * (128 * k.luma)) >> 16;
+        const int32_t r = luma + mulhrs(vs, k.v_to_r) + k.bias, b = luma + mulhrs(us, k.u_to_b) + k.bias;
+        const int32_t g = luma - mulhrs(us, k.u_to_g) - mulhrs(vs, k.v_to_g) + k.bias;
+        store_rgb<Rgb>(rgb + x * rgb_bytes<Rgb>(), clamp8(r >> kRgbBits), clamp8(g >> kRgbBits),
+                       clamp8(b >> kRgbBits));
     }
 }
 
@@ -220,6 +226,11 @@ inline void blend16_to_8_loop(const uint16_t* a, const uint16_t* b, int weight, 
         out[i] = clamp8((blend(a[i], b[i], weight) + 32) >> 6);
 }
 
+inline void blend16_loop(const uint16_t* a, const uint16_t* b, int weight, uint16_t* out, int n) {
+    for (int i = 0; i < n; ++i)
+        out[i] = static_cast<uint16_t>(blend(a[i], b[i], weight));
+}
+
 inline void box_rows_loop(const BoxRows& rows, uint16_t* out, int n) {
     for (int i = 0; i < n; ++i) {
         int32_t v = rows.top ? mulhrs(rows.top[i] << 6, rows.top_weight) : 0;
@@ -287,6 +298,16 @@ inline void fir_pixel(const uint16_t* p, const int16_t* w, int taps, int32_t* ac
 }
 
 template <int C>
+void fir_to_16_loop(const uint16_t* row, const FirTable& t, uint16_t* out, int from = 0) {
+    for (int i = from; i < t.cols; ++i) {
+        int32_t acc[C];
+        fir_pixel<C>(row + t.start[i], t.weight + i * t.taps, t.taps, acc);
+        for (int c = 0; c < C; ++c)
+            out[i * C + c] = static_cast<uint16_t>((acc[c] + (1 << 13)) >> 14);
+    }
+}
+
+template <int C>
 void fir_to_8_loop(const uint16_t* row, const FirTable& t, uint8_t* out, int from = 0) {
     for (int i = from; i < t.cols; ++i) {
         int32_t acc[C];
@@ -303,8 +324,9 @@ inline void expand_loop(const uint8_t* row, const ExpandTable& t, uint16_t* out)
     }
 }
 
-template <int C>
-void spans_to_8_loop(const uint16_t* row, const SpanTable& t, uint8_t* out) {
+// `scale` is 1 for bytes and 64 for six fractional bits more.
+template <int C, class Out>
+void spans_loop(const uint16_t* row, const SpanTable& t, Out* out, double scale) {
     for (int i = 0; i < t.cols; ++i) {
         const uint16_t* p = row + t.start[i];
         const uint16_t* last = p + (t.inner[i] + 1) * C;
@@ -315,9 +337,20 @@ void spans_to_8_loop(const uint16_t* row, const SpanTable& t, uint8_t* out) {
         for (int c = 0; c < C; ++c) {
             const double total =
                 4096.0 * sum[c] + double(p[c]) * t.weight[2 * i] + double(last[c]) * t.weight[2 * i + 1];
-            out[i * C + c] = clamp8(static_cast<int32_t>(total * t.scale + 0.5));
+            const auto v = static_cast<int32_t>(total * (t.scale * scale) + 0.5);
+            out[i * C + c] = static_cast<Out>(std::min(v, static_cast<int32_t>(255 * scale)));
         }
     }
+}
+
+template <int C>
+void spans_to_8_loop(const uint16_t* row, const SpanTable& t, uint8_t* out) {
+    spans_loop<C>(row, t, out, 1);
+}
+
+template <int C>
+void spans_to_16_loop(const uint16_t* row, const SpanTable& t, uint16_t* out) {
+    spans_loop<C>(row, t, out, 64);
 }
 
 template <int C>
@@ -329,6 +362,20 @@ void bilinear_at_loop(const uint8_t* a, const uint8_t* b, int weight, const FirT
             const int32_t v0 = blend(p[c] << 6, q[c] << 6, weight);
             const int32_t v1 = blend(p[C + c] << 6, q[C + c] << 6, weight);
             out[i * C + c] = clamp8((v0 * w[0] + v1 * w[1] + (1 << 19)) >> 20);
+        }
+    }
+}
+
+template <int C>
+void bilinear_at_16_loop(const uint8_t* a, const uint8_t* b, int weight, const FirTable& t, uint16_t* out,
+                         int from = 0) {
+    for (int i = from; i < t.cols; ++i) {
+        const uint8_t *p = a + t.start[i], *q = b + t.start[i];
+        const int16_t* w = t.weight + 2 * i;
+        for (int c = 0; c < C; ++c) {
+            const int32_t v0 = blend(p[c] << 6, q[c] << 6, weight);
+            const int32_t v1 = blend(p[C + c] << 6, q[C + c] << 6, weight);
+            out[i * C + c] = static_cast<uint16_t>((v0 * w[0] + v1 * w[1] + (1 << 13)) >> 14);
         }
     }
 }
@@ -345,6 +392,15 @@ void halve_loop(const uint8_t* a, const uint8_t* b, uint8_t* out, int cols) {
         for (int c = 0; c < C; ++c) {
             const int at = 2 * i * C + c;
             out[i * C + c] = static_cast<uint8_t>((a[at] + a[at + C] + b[at] + b[at + C] + 2) >> 2);
+        }
+}
+
+template <int C>
+void halve_to_16_loop(const uint8_t* a, const uint8_t* b, uint16_t* out, int cols) {
+    for (int i = 0; i < cols; ++i)
+        for (int c = 0; c < C; ++c) {
+            const int at = 2 * i * C + c;
+            out[i * C + c] = static_cast<uint16_t>((a[at] + a[at + C] + b[at] + b[at + C]) << 4);
         }
 }
 
@@ -403,6 +459,15 @@ void fir8(const uint16_t* row, const FirTable& t, uint8_t* out) {
 template <int C>
 void bilinear(const uint8_t* a, const uint8_t* b, int weight, const FirTable& t, uint8_t* out) {
     bilinear_at_loop<C>(a, b, weight, t, out);
+}
+
+template <int C>
+void fir16(const uint16_t* row, const FirTable& t, uint16_t* out) {
+    fir_to_16_loop<C>(row, t, out);
+}
+template <int C>
+void bilinear16(const uint8_t* a, const uint8_t* b, int weight, const FirTable& t, uint16_t* out) {
+    bilinear_at_16_loop<C>(a, b, weight, t, out);
 }
 
 inline void wide_rows_plain(const WideRows& rows, float* out, int n) { wide_rows_loop(rows, out, n); }
@@ -466,6 +531,14 @@ void fill_channels(Kernels& k) {
     k.transpose16[C - 1] = transpose16_loop<C>;
 }
 
+template <int C>
+void fill_narrow(Kernels& k) {
+    k.fir_to_16[C - 1] = fir16<C>;
+    k.spans_to_16[C - 1] = spans_to_16_loop<C>;
+    k.bilinear_at_16[C - 1] = bilinear16<C>;
+    k.halve_to_16[C - 1] = halve_to_16_loop<C>;
+}
+
 inline Kernels loop_kernels(const char* name) {
     Kernels k = {};
     k.name = name;
@@ -489,6 +562,7 @@ inline Kernels loop_kernels(const char* name) {
     k.blend8 = blend8_loop;
     k.blend8_to_8 = blend8_to_8_loop;
     k.blend16_to_8 = blend16_to_8_loop;
+    k.blend16 = blend16_loop;
     k.box_rows = box_rows_loop;
     k.repeat12 = repeat12_loop;
     k.expand = expand_loop;
@@ -498,6 +572,8 @@ inline Kernels loop_kernels(const char* name) {
     fill_channels<2>(k);
     fill_channels<3>(k);
     fill_channels<4>(k);
+    fill_narrow<1>(k);
+    fill_narrow<2>(k);
     return k;
 }
 
