@@ -110,6 +110,21 @@ inline const Format* find_format(uint32_t pixel_format) {
     return pixel_format < kFormats.size() ? &kFormats[pixel_format] : nullptr;
 }
 
+/// The YUV format of a layout: planes, chroma grid, order of the chroma samples and bits. Null when there is none.
+inline const Format* find_yuv(int planes, int xshift, int yshift, bool swapped, int bits = 8) {
+    const auto fits = [&](const Format& f) {
+        return f.is_yuv() && f.planes == planes && f.xshift() == xshift && f.yshift() == yshift &&
+               f.swapped() == swapped && f.bits == bits;
+    };
+    for (const Format& f : kFormats)
+        if (fits(f))
+            return &f;
+    for (const Format& f : kInnerFormats)
+        if (fits(f))
+            return &f;
+    return nullptr;
+}
+
 inline bool is_yuv(uint32_t pixel_format) {
     const Format* f = find_format(pixel_format);
     return f && f->is_yuv();

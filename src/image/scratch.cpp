@@ -22,7 +22,6 @@ struct ThreadBlock {
     size_t used = 0; // also counts overflow pieces: what the block should have held
     size_t peak = 0;
     int depth = 0;
-    bool failed = false; // since the outermost scratch came
     Overflow* overflow = nullptr;
 
     ~ThreadBlock() { std::free(data); }
@@ -37,12 +36,7 @@ size_t rounded(size_t size) { return (size + kSlack + kAlign - 1) & ~(kAlign - 1
 
 } // namespace
 
-Scratch::Scratch() : mark_(block().used) {
-    if (block().depth++ == 0)
-        block().failed = false;
-}
-
-bool Scratch::failed() const { return block().failed; }
+Scratch::Scratch() : mark_(block().used) { ++block().depth; }
 
 Scratch::~Scratch() {
     ThreadBlock& b = block();
@@ -66,20 +60,16 @@ Scratch::~Scratch() {
 void* Scratch::bytes(size_t size) {
     ThreadBlock& b = block();
     const size_t need = rounded(size);
-    if (size > SIZE_MAX / 2 || need > SIZE_MAX / 2 - b.used) {
-        b.failed = true;
+    if (size > SIZE_MAX / 2 || need > SIZE_MAX / 2 - b.used)
         return nullptr;
-    }
     const size_t at = b.used;
     if (at + need <= b.size) {
         b.used = at + need;
         return b.data + at;
     }
     void* piece = std::aligned_alloc(kAlign, kAlign + need);
-    if (!piece) {
-        b.failed = true;
+    if (!piece)
         return nullptr;
-    }
     b.used = at + need;
     if (b.used > b.peak)
         b.peak = b.used;

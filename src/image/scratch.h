@@ -23,9 +23,6 @@ public:
         return static_cast<T*>(bytes(count * sizeof(T)));
     }
 
-    /// Whether anything asked for since the thread's outermost scratch came could not be had.
-    bool failed() const;
-
 private:
     void* bytes(size_t size);
 

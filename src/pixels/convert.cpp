@@ -5,9 +5,10 @@
 
 #include <algorithm>
 
+#include "pixels/image_scaler.h"
+#include "pixels/odd_edges.h"
 #include "pixels/plan.h"
-#include "pixels/scale.h"
-#include "pixels/steps.h"
+#include "pixels/turn.h"
 
 #define TAVI_LOG_TAG "tavi-libyuv"
 #include "services/log.h"
@@ -21,147 +22,158 @@ constexpr int kStripColumns = 32;     // columns of the result per transposed st
 // The next band: an odd last row or column, which has no chroma of its own, goes with those before it.
 int band_length(int most, int left) { return left <= most + 1 ? left : most; }
 
+/// Luma as a grey picture.
+ImageView luma_view(const ImageView& v) {
+    ImageView luma = v;
+    luma.format = &kFormats[TAVI_PIXEL_FORMAT_GRAY8];
+    return luma;
+}
+
 class Runner {
 public:
     Runner(const Plan& plan, const ImageView& src, const Box& box, int method)
-        : plan_(plan), src_(src), box_(box), method_(method) {}
+        : step_(plan.step), count_(plan.count), src_(src), box_(box), method_(method) {}
 
-    bool run(const ImageView& dst);
+    bool run(ImageView dst);
 
 private:
-    bool init(Scratch& scratch);
+    ImageView take(Scratch& scratch, const Step& step, int width, int height) const;
+    bool pull(int index, RowRange rows, Scratch& scratch, ImageView& in);
     bool produce(int index, int first, const ImageView& out);
-    bool pull(int index, RowRange rows, Scratch& scratch, ImageView& in, int& in_first);
-    bool run_turned(const ImageView& dst);
-    int band_rows(const ImageView& dst) const;
+    bool run_bands(const ImageView& dst);
+    bool run_turned(int at, const ImageView& dst);
 
-    const Plan& plan_;
-    const ImageView& src_;
+    const Step* step_; ///< without those at either end that only change a view
+    int count_;
+    ImageView src_;
     const Box box_; ///< what the scaling step reads, of its own source
     const int method_;
     ImageScaler scaler_;
 };
 
-bool Runner::init(Scratch& scratch) {
-    for (int i = 0; i < plan_.count; ++i) {
-        const Step& s = plan_.step[i];
-        if (s.kind == StepKind::scale)
-            return scaler_.init(scratch, *find_format(s.format), src_.width, src_.height, box_, s.width, s.height,
-                                method_);
-    }
-    return true;
+/// Memory for part of a step's result; an empty view when there is none.
+ImageView Runner::take(Scratch& scratch, const Step& step, int width, int height) const {
+    uint8_t* pixels = scratch.take<uint8_t>(byte_count(*step.format, width, height));
+    return pixels ? make_view(pixels, *step.format, width, height, src_.color) : ImageView();
 }
 
-// Rows of the result of step `index` - 1, or of the source. `in_first` is the number of its first row: bands of
-// 4:2:0 pictures start at even rows.
-bool Runner::pull(int index, RowRange rows, Scratch& scratch, ImageView& in, int& in_first) {
+// The rows [rows.begin, rows.end) of the result of step `index` - 1, or of the source.
+bool Runner::pull(int index, RowRange rows, Scratch& scratch, ImageView& in) {
+    const int length = rows.end - rows.begin;
     if (index == 0) {
-        in_first = 0;
-        in = src_;
+        in = rows_of(src_, rows.begin, length);
         return true;
     }
-    const Step& s = plan_.step[index - 1];
-    in_first = rows.begin & ~1;
-    if (in_first == s.height - 1 && in_first > 0)
-        in_first -= 2; // an odd last row uses the chroma of the rows above
+    const Step& s = step_[index - 1];
+    if (s.kind == StepKind::flip) {
+        if (!pull(index - 1, {s.height - rows.end, s.height - rows.begin}, scratch, in))
+            return false;
+        in = flip_rows(in);
+        return true;
+    }
+    // Bands of 4:2:0 pictures start at even rows; an odd last row uses the chroma of the rows above.
+    int first = rows.begin & ~1;
+    if (first == s.height - 1 && first > 0)
+        first -= 2;
     const int end = std::min((rows.end + 1) & ~1, s.height);
-    uint8_t* pixels = scratch.take<uint8_t>(byte_count(*find_format(s.format), s.width, end - in_first));
-    if (!pixels)
+    const ImageView band = take(scratch, s, s.width, end - first);
+    if (!band || !produce(index - 1, first, band))
         return false;
-    in = make_view(pixels, s.format, s.width, end - in_first);
-    return produce(index - 1, in_first, in);
+    in = rows_of(band, rows.begin - first, length);
+    return true;
 }
 
 // Writes the rows [first, first + out.height) of the result of step `index`.
 bool Runner::produce(int index, int first, const ImageView& out) {
-    const Step& s = plan_.step[index];
+    const Step& s = step_[index];
     Scratch scratch;
     ImageView in;
-    int in_first = 0;
     if (s.kind == StepKind::scale) {
-        if (!pull(index, scaler_.source_rows(first, first + out.height), scratch, in, in_first))
+        const RowRange rows = index == 0 ? RowRange{0, src_.height} : scaler_.source_rows(first, first + out.height);
+        if (!pull(index, rows, scratch, in))
             return false;
-        scaler_.run(in, in_first, first, out);
+        scaler_.run(in, rows.begin, first, out);
         return true;
     }
-    if (!pull(index, {first, first + out.height}, scratch, in, in_first))
+    if (!pull(index, {first, first + out.height}, scratch, in))
         return false;
-    const ImageView rows = rows_of(in, first - in_first, out.height);
     if (s.kind == StepKind::convert)
-        return convert_image(rows, out);
-    mirror_image(rows, out);
+        return convert_image(in, out);
+    mirror_image(in, out);
     return true;
 }
 
-int Runner::band_rows(const ImageView& dst) const {
-    size_t bytes = 0;
-    for (int i = 0; i + 1 < plan_.count; ++i)
-        bytes = std::max<size_t>(bytes, byte_count(*find_format(plan_.step[i].format), plan_.step[i].width, 2) / 2);
-    if (bytes == 0)
-        return dst.height;
-    return std::max(2, std::min(static_cast<int>(kBandBytes / bytes), dst.height)) & ~1;
-}
-
-// A transposition takes bands of rows of its source to strips of columns of the result.
-bool Runner::run_turned(const ImageView& dst) {
-    const int at = plan_.transpose_at;
-    if (plan_.count == 1) // nothing between: the transposition does its own tiling
-        return transpose_image(plan_.flip_source ? flip_rows(src_) : src_, dst);
-    for (int x = 0, columns = 0; x < dst.width; x += columns) {
-        columns = band_length(kStripColumns, dst.width - x);
-        const int first = plan_.flip_source ? dst.width - x - columns : x;
-        Scratch scratch;
-        ImageView in;
-        int in_first = 0;
-        if (!pull(at, {first, first + columns}, scratch, in, in_first))
-            return false;
-        ImageView rows = rows_of(in, first - in_first, columns);
-        if (plan_.flip_source)
-            rows = flip_rows(rows);
-        const ImageView strip = crop(dst, Box{x, 0, columns, dst.height});
-        if (at == plan_.count - 1) {
-            if (!transpose_image(rows, strip))
-                return false;
-            continue;
-        }
-        const tavi_pixel_format format = plan_.step[at].format;
-        uint8_t* pixels = scratch.take<uint8_t>(byte_count(*find_format(format), columns, dst.height));
-        if (!pixels)
-            return false;
-        const ImageView turned = make_view(pixels, format, columns, dst.height);
-        if (!transpose_image(rows, turned) || !convert_image(turned, strip))
-            return false;
-    }
-    return true;
-}
-
-bool Runner::run(const ImageView& dst) {
-    Scratch scratch;
-    if (!init(scratch))
-        return false;
-    if (plan_.transpose_at >= 0)
-        return run_turned(dst);
-    const int most = band_rows(dst);
+bool Runner::run_bands(const ImageView& dst) {
+    uint64_t bytes = 1; // of the longest row between two steps
+    for (int i = 0; i + 1 < count_; ++i)
+        bytes = std::max(bytes, byte_count(*step_[i].format, step_[i].width, 2) / 2);
+    const int most = count_ == 1 ? dst.height : std::max(2, static_cast<int>(kBandBytes / bytes) & ~1);
     for (int y = 0, rows = 0; y < dst.height; y += rows) {
         rows = band_length(most, dst.height - y);
-        if (!produce(plan_.count - 1, y, rows_of(dst, y, rows)))
+        if (!produce(count_ - 1, y, rows_of(dst, y, rows)))
             return false;
     }
     return true;
+}
+
+// A transposition, step `at`, takes bands of rows of its source to strips of columns of the result.
+bool Runner::run_turned(int at, const ImageView& dst) {
+    if (count_ == 1) // nothing between: the transposition does its own tiling
+        return transpose_image(src_, dst);
+    for (int x = 0, columns = 0; x < dst.width; x += columns) {
+        columns = band_length(kStripColumns, dst.width - x);
+        Scratch scratch;
+        ImageView rows;
+        if (!pull(at, {x, x + columns}, scratch, rows))
+            return false;
+        const ImageView strip = crop(dst, Box{x, 0, columns, dst.height});
+        ImageView done;
+        for (int i = at; i < count_; ++i) {
+            if (step_[i].kind == StepKind::flip) {
+                done = flip_rows(done);
+                continue;
+            }
+            const ImageView out = i == count_ - 1 ? strip : take(scratch, step_[i], columns, dst.height);
+            if (!out || !(i == at ? transpose_image(rows, out) : convert_image(done, out)))
+                return false;
+            done = out;
+        }
+    }
+    return true;
+}
+
+bool Runner::run(ImageView dst) {
+    for (; count_ > 0 && (step_->kind == StepKind::luma || step_->kind == StepKind::flip); ++step_, --count_)
+        src_ = step_->kind == StepKind::luma ? luma_view(src_) : flip_rows(src_);
+    for (; count_ > 0 && step_[count_ - 1].kind == StepKind::flip; --count_)
+        dst = flip_rows(dst);
+    if (count_ == 0 || (count_ == 1 && step_->kind == StepKind::convert))
+        return convert_image(src_, dst);
+    Scratch scratch;
+    int turn_at = -1;
+    for (int i = 0; i < count_; ++i) {
+        const Step& s = step_[i];
+        const Format& before = i ? *step_[i - 1].format : *src_.format;
+        if (s.kind == StepKind::transpose)
+            turn_at = i;
+        else if (s.kind == StepKind::scale && !scaler_.init(scratch, {&before, src_.width, src_.height, box_,
+                                                                      s.format, s.width, s.height, method_}))
+            return false;
+    }
+    return turn_at >= 0 ? run_turned(turn_at, dst) : run_bands(dst);
 }
 
 } // namespace
 
 Refusal convert_region(const ImageView& src, const Box& box, const ImageView& dst, int mode, int method) {
     // Only what the box touches is converted: the source becomes the box, widened to whole chroma samples. A box that
-    // starts between chroma samples needs the scaler to place them, also where the size stays.
-    const bool wide_samples = src.format->xshift() == 1;
-    const bool tall_samples = src.format->yshift() == 1;
-    int x = wide_samples ? box.x & ~1 : box.x, y = tall_samples ? box.y & ~1 : box.y;
+    // starts between chroma samples is reached by scaling, also where the size stays.
+    const int wide = src.format->xshift(), tall = src.format->yshift();
+    int x = box.x >> wide << wide, y = box.y >> tall << tall;
     // An odd last column or row has no chroma of its own: the part starts at the sample that it shares.
-    if (wide_samples && x == src.width - 1)
+    if (wide && x == src.width - 1)
         x -= 2;
-    if (tall_samples && y == src.height - 1)
+    if (tall && y == src.height - 1)
         y -= 2;
 
     Box part{x, y, box.x + box.width - x, box.y + box.height - y};
@@ -170,19 +182,16 @@ Refusal convert_region(const ImageView& src, const Box& box, const ImageView& ds
     const bool same_size =
         (turned ? dst.height : dst.width) == box.width && (turned ? dst.width : dst.height) == box.height;
     if (!same_size || inner.x || inner.y) {
-        if (wide_samples)
-            part.width = std::min((part.width + 1) & ~1, src.width - x);
-        if (tall_samples)
-            part.height = std::min((part.height + 1) & ~1, src.height - y);
+        const auto whole = [](int length, int shift) { return (length + shift) >> shift << shift; };
+        part.width = std::min(whole(part.width, wide), src.width - x);
+        part.height = std::min(whole(part.height, tall), src.height - y);
     }
     const ImageView view = crop(src, part);
-    const Plan plan = make_plan({src.id(), view.width, view.height, inner, dst.id(), dst.width, dst.height, mode});
+    const Plan plan =
+        make_plan({src.format, view.width, view.height, inner, dst.format, dst.width, dst.height, mode});
     LOG_DEBUG("%s %dx%d -> %s %dx%d mode=%d by software: %s", src.format->name.data(), inner.width, inner.height,
-              dst.format->name.data(), dst.width, dst.height, mode, describe(plan, src.id()).c_str());
-    const ImageView out = plan.flip_result ? flip_rows(dst) : dst;
-    const bool direct = plan.count == 0 || (plan.count == 1 && plan.step[0].kind == StepKind::convert);
-    const bool done = direct ? convert_image(view, out) : Runner(plan, view, inner, method).run(out);
-    if (done)
+              dst.format->name.data(), dst.width, dst.height, mode, PlanText(plan, *src.format).text);
+    if (Runner(plan, view, inner, method).run(dst))
         return {};
     return {TAVI_RET_FAIL,
             "no memory for temporaries: src size=%dx%d fmt=%s dst size=%dx%d fmt=%s",

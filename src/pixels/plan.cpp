@@ -1,56 +1,166 @@
 // SPDX-License-Identifier: MIT
 #include "pixels/plan.h"
 
-#include <initializer_list>
+#include <cstdio>
+#include <utility>
+
+#include "pixels/even.h"
 
 namespace tavi {
 namespace {
 
-bool is_packed422(tavi_pixel_format f) {
-    return f == TAVI_PIXEL_FORMAT_YUV422_YUYV || f == TAVI_PIXEL_FORMAT_YUV422_UYVY;
+const Format& kGray8 = kFormats[TAVI_PIXEL_FORMAT_GRAY8];
+const Format& kRgb = kFormats[TAVI_PIXEL_FORMAT_RGB888];
+
+bool is_gray(const Format& f) { return f.model == Model::gray; }
+
+bool holds(const Format& f, int width, int height) { return width >> f.xshift() > 0 && height >> f.yshift() > 0; }
+
+/// Packed 4:2:2 taken apart, so that each plane can be worked on for itself.
+const Format& unpacked(const Format& f) { return f.packed() ? *find_yuv(2, f.xshift(), f.yshift(), false) : f; }
+
+/// What a mode does: rows and columns exchanged, and before or after that sides exchanged.
+struct Moves {
+    bool flip_first, transpose, mirror, flip_last;
+    bool reverses_x, reverses_y; ///< of the picture before the transposition
+};
+
+Moves moves_of(tavi_image_transform_mode mode) {
+    switch (mode) {
+    case TAVI_IMAGE_TRANSFORM_FLIP_H:
+        return {false, false, true, false, true, false};
+    case TAVI_IMAGE_TRANSFORM_FLIP_V:
+        return {false, false, false, true, false, true};
+    case TAVI_IMAGE_TRANSFORM_ROTATE_180:
+        return {false, false, true, true, true, true};
+    case TAVI_IMAGE_TRANSFORM_ROTATE_90:
+        return {true, true, false, false, false, true};
+    case TAVI_IMAGE_TRANSFORM_ROTATE_270:
+        return {false, true, false, true, true, false};
+    case TAVI_IMAGE_TRANSFORM_TRANSPOSE:
+        return {false, true, false, false, false, false};
+    default:
+        return {};
+    }
 }
 
-// Mirroring and transposing work plane by plane: everything but packed 4:2:2. Scaling takes that too.
-tavi_pixel_format planar(tavi_pixel_format f) { return is_packed422(f) ? TAVI_PIXEL_FORMAT_YUV422P_YU16 : f; }
-
-// Half bytes per pixel, to compare how much a step moves.
-int weight(tavi_pixel_format f) {
-    const Format& row = *find_format(f);
-    return row.bits_per_pixel / 4;
+/// The next format on the way to another one.
+const Format& next_towards(const Format& from, const Format& to) {
+    if (converts_directly(from, to))
+        return to;
+    if (from.bits == 16 || to.bits == 16) // deep grey by way of 8 bits; full chroma by way of RGB
+        return from.is_yuv() && !from.subsampled() ? kRgb : kGray8;
+    // Between packed and pairs in the order V U, or on another grid: pairs in the order U V.
+    return *find_yuv(2, 1, from.packed() ? to.yshift() : from.yshift(), false);
 }
 
 class Builder {
 public:
-    explicit Builder(const PlanRequest& r) : current_(r.src_format), width_(r.src_width), height_(r.src_height) {}
+    explicit Builder(const PlanRequest& r)
+        : request_(r), dst_(*r.dst_format), current_(r.src_format), width_(r.src_width), height_(r.src_height) {}
 
-    void convert(tavi_pixel_format to) {
-        if (to == current_)
-            return;
-        current_ = to;
-        add(StepKind::convert);
+    Plan build() {
+        const bool turned = exchanges_sides(request_.mode);
+        const int width = turned ? request_.dst_height : request_.dst_width;
+        const int height = turned ? request_.dst_width : request_.dst_height;
+        const Box& box = request_.box;
+        const bool scales =
+            box.x || box.y || box.width != width_ || box.height != height_ || width != width_ || height != height_;
+        if (is_gray(dst_) && current_->is_yuv() && (scales || request_.mode != TAVI_IMAGE_TRANSFORM_NONE)) {
+            if (current_->packed())
+                convert(kGray8);
+            else
+                add(StepKind::luma, kGray8);
+        }
+        if (scales)
+            scale(width, height);
+        transform();
+        convert(dst_);
+        return plan_;
     }
-    void scale(int width, int height) {
-        width_ = width;
-        height_ = height;
-        add(StepKind::scale);
-    }
-    void mirror() { add(StepKind::mirror); }
-    void transpose() {
-        plan.transpose_at = plan.count;
-        const int width = width_;
-        width_ = height_;
-        height_ = width;
-        add(StepKind::transpose);
-    }
-    tavi_pixel_format current() const { return current_; }
-
-    Plan plan;
 
 private:
-    void add(StepKind kind) { plan.step[plan.count++] = {kind, current_, width_, height_}; }
+    void add(StepKind kind, const Format& format) {
+        current_ = &format;
+        plan_.step[plan_.count++] = {kind, current_, width_, height_};
+    }
 
-    tavi_pixel_format current_;
+    void convert(const Format& to) {
+        while (current_ != &to)
+            add(StepKind::convert, next_towards(*current_, to));
+    }
+
+    void scale(int width, int height) {
+        const bool shrinks = int64_t{width} * height < int64_t{request_.box.width} * request_.box.height;
+        const Format* result = nullptr;
+        if (current_->is_yuv() && (shrinks || dst_.is_yuv())) {
+            // Chroma is sampled straight at the result's positions: those of RGB are the pixels.
+            convert(unpacked(*current_));
+            if (dst_.is_yuv())
+                result = find_yuv(current_->planes, dst_.xshift(), dst_.yshift(), current_->swapped());
+            if (dst_.is_yuv() && current_->planes == 3)
+                result = find_yuv(3, dst_.xshift(), dst_.yshift(), dst_.planes == 3 && dst_.swapped());
+            if (!result || !holds(*result, width, height))
+                result = find_yuv(current_->planes, 0, 0, current_->planes == 2 && current_->swapped(), 16);
+        } else {
+            // In the format in which less is lost, then with fewer bytes. Chroma is made after scaling.
+            const bool deepens = is_gray(dst_) && dst_.bits == 16;
+            if (deepens || (!shrinks && !dst_.is_yuv() && (dst_.parts <= current_->parts || current_->is_yuv())))
+                convert(dst_);
+            result = current_;
+        }
+        width_ = width;
+        height_ = height;
+        add(StepKind::scale, *result);
+    }
+
+    /// Whether a picture of a format keeps its chroma in place through the mode.
+    bool keeps_chroma(const Format& f, const Moves& m) const {
+        return !((m.reverses_x && width_ % (1 << f.xshift())) || (m.reverses_y && height_ % (1 << f.yshift())) ||
+                 (m.transpose && f.xshift() != f.yshift()));
+    }
+
+    /// The format to move pixels in: the lighter of those on both sides in which no chroma moves.
+    const Format& format_to_move_in(const Moves& m) const {
+        const Format &from = unpacked(*current_), &to = unpacked(dst_);
+        const bool to_fits = holds(to, width_, height_);
+        const bool saves_unpacking = current_->packed() != dst_.packed();
+        const bool to_is_lighter =
+            to_fits && (saves_unpacking ? current_->packed()
+                                        : to.bits_per_pixel < from.bits_per_pixel ||
+                                              (to.bits_per_pixel == from.bits_per_pixel && from.is_yuv()));
+        const Format &first = to_is_lighter ? to : from, &second = to_is_lighter || !to_fits ? from : to;
+        return keeps_chroma(first, m) || !keeps_chroma(second, m) ? first : second;
+    }
+
+    void transform() {
+        const Moves m = moves_of(request_.mode);
+        if (!m.mirror && !m.transpose && !m.flip_last)
+            return;
+        if (!m.mirror && !m.transpose && keeps_chroma(dst_, m)) { // written from the bottom up
+            convert(dst_);
+        } else {
+            convert(format_to_move_in(m));
+        }
+        if (m.transpose && !holds(*current_, height_, width_))
+            convert(kRgb); // a picture of one row or column has no chroma sample
+        if (m.flip_first)
+            add(StepKind::flip, *current_);
+        if (m.mirror)
+            add(StepKind::mirror, *current_);
+        if (m.transpose) {
+            std::swap(width_, height_);
+            add(StepKind::transpose, *current_);
+        }
+        if (m.flip_last)
+            add(StepKind::flip, *current_);
+    }
+
+    const PlanRequest& request_;
+    const Format& dst_;
+    const Format* current_;
     int width_, height_;
+    Plan plan_;
 };
 
 } // namespace
@@ -60,93 +170,46 @@ bool is_transform_mode(tavi_image_transform_mode mode) {
            mode == TAVI_IMAGE_TRANSFORM_TRANSPOSE;
 }
 
-namespace {
+Plan make_plan(const PlanRequest& request) { return Builder(request).build(); }
 
-struct Size {
-    int width;
-    int height;
-};
-
-bool is_gray(tavi_pixel_format f) { return find_format(f)->model == Model::gray; }
-
-// The first format that can hold a picture of both sizes: one row or column of pixels has no chroma sample.
-tavi_pixel_format first_that_holds(std::initializer_list<tavi_pixel_format> formats, Size a, Size b) {
-    for (const tavi_pixel_format f : formats)
-        if (!why_not_viewable(f, a.width, a.height) && !why_not_viewable(f, b.width, b.height))
-            return f;
-    return *(formats.end() - 1);
-}
-
-} // namespace
-
-Plan make_plan(const PlanRequest& r) {
-    Builder b(r);
-    const bool turned = exchanges_sides(r.mode);
-    const Size source{r.src_width, r.src_height}, result{r.dst_width, r.dst_height};
-    const Size before_turn{turned ? result.height : result.width, turned ? result.width : result.height};
-    const tavi_pixel_format src = planar(r.src_format), dst = planar(r.dst_format);
-    const tavi_pixel_format any_size =
-        is_gray(src) || is_gray(dst) ? TAVI_PIXEL_FORMAT_GRAY8 : TAVI_PIXEL_FORMAT_RGB888;
-
-    const bool whole = r.box.x == 0 && r.box.y == 0 && r.box.width == source.width && r.box.height == source.height;
-    if (!whole || source.width != before_turn.width || source.height != before_turn.height) {
-        const bool shrinks = int64_t{before_turn.width} * before_turn.height < int64_t{r.box.width} * r.box.height;
-        const bool source_first = shrinks || r.box.x != 0 || r.box.y != 0;
-        // Packed 4:2:2 is scaled twice, which is less than taking it apart where much of it is skipped.
-        const bool to_a_quarter =
-            4 * int64_t{before_turn.width} * before_turn.height <= int64_t{r.box.width} * r.box.height;
-        const tavi_pixel_format first = to_a_quarter ? r.src_format : source_first ? src : dst;
-        b.convert(first_that_holds({first, source_first ? dst : src, any_size}, source, before_turn));
-        b.scale(before_turn.width, before_turn.height);
-    }
-    const bool mirrored = r.mode == TAVI_IMAGE_TRANSFORM_FLIP_H || r.mode == TAVI_IMAGE_TRANSFORM_ROTATE_180;
-    if (mirrored || turned) { // on whichever side has fewer bytes to move
-        const tavi_pixel_format current = planar(b.current());
-        const bool dst_first = weight(r.dst_format) < weight(b.current());
-        b.convert(
-            first_that_holds({dst_first ? dst : current, dst_first ? current : dst, any_size}, before_turn, result));
-        if (mirrored)
-            b.mirror();
-        else
-            b.transpose();
-    }
-    b.convert(r.dst_format);
-    b.plan.flip_source = r.mode == TAVI_IMAGE_TRANSFORM_ROTATE_90;
-    b.plan.flip_result = r.mode == TAVI_IMAGE_TRANSFORM_FLIP_V || r.mode == TAVI_IMAGE_TRANSFORM_ROTATE_180 ||
-                         r.mode == TAVI_IMAGE_TRANSFORM_ROTATE_270;
-    return b.plan;
-}
-
-std::string describe(const Plan& plan, tavi_pixel_format src_format) {
-    std::string text;
-    tavi_pixel_format from = src_format;
+PlanText::PlanText(const Plan& plan, const Format& src_format) {
+    std::snprintf(text, sizeof text, "copy");
+    const Format* from = &src_format;
+    int at = 0;
     for (int i = 0; i < plan.count; ++i) {
         const Step& s = plan.step[i];
-        const std::string name(find_format(s.format)->name);
-        const std::string size = std::to_string(s.width) + "x" + std::to_string(s.height);
-        if (i)
-            text += "; ";
+        const char *const before = from->name.data(), *const after = s.format->name.data();
+        const int room = static_cast<int>(sizeof text) - at;
+        const char* const gap = i ? "; " : "";
+        int length = 0;
         switch (s.kind) {
         case StepKind::convert:
-            text += std::string(find_format(from)->name) + ">" + name;
+            length = std::snprintf(text + at, room, "%s%s>%s", gap, before, after);
             break;
         case StepKind::scale:
-            text += "scale " + name + " " + size;
+            length =
+                from == s.format
+                    ? std::snprintf(text + at, room, "%sscale %s %dx%d", gap, after, s.width, s.height)
+                    : std::snprintf(text + at, room, "%sscale %s>%s %dx%d", gap, before, after, s.width, s.height);
+            break;
+        case StepKind::luma:
+            length = std::snprintf(text + at, room, "%sluma of %s", gap, before);
             break;
         case StepKind::mirror:
-            text += "mirror " + name;
+            length = std::snprintf(text + at, room, "%smirror %s", gap, after);
+            break;
+        case StepKind::flip:
+            length = std::snprintf(text + at, room, "%sflip %s", gap, after);
             break;
         case StepKind::transpose:
-            text += (plan.flip_source ? "transpose upturned " : "transpose ") + name;
+            length = std::snprintf(text + at, room, "%stranspose %s", gap, after);
             break;
         }
+        if (length < 0 || length >= room)
+            return; // cut short
+        at += length;
         from = s.format;
     }
-    if (!plan.count)
-        text = "copy";
-    if (plan.flip_result)
-        text += "; upturned";
-    return text;
 }
 
 } // namespace tavi

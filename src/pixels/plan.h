@@ -1,40 +1,43 @@
 // SPDX-License-Identifier: MIT
-// Which steps lead from one shape to another. Pure: shapes in, steps out, no pixel touched.
+// Which steps lead from one shape to another. Pure: shapes in, steps out, no pixel touched. What a plan says is all
+// that runs: no step hides another one.
 #pragma once
-
-#include <string>
 
 #include "image/view.h"
 
 namespace tavi {
 
-enum class StepKind : uint8_t { convert, scale, mirror, transpose };
+enum class StepKind : uint8_t {
+    luma,     ///< the luma plane alone, as grey; no pass over the pixels
+    convert,  ///< one conversion of the table in even.cpp
+    scale,    ///< also to another chroma grid of the same layout
+    mirror,   ///< left and right exchanged
+    flip,     ///< top and bottom exchanged; no pass over the pixels
+    transpose ///< rows and columns exchanged
+};
 
 /// One step; format and size are those of its result.
 struct Step {
     StepKind kind;
-    tavi_pixel_format format;
+    const Format* format;
     int width;
     int height;
 };
 
 struct Plan {
-    static constexpr int kMaxSteps = 6;
+    static constexpr int kMaxSteps = 10;
     Step step[kMaxSteps] = {};
-    int count = 0;            ///< 0: a plain copy
-    bool flip_source = false; ///< the transposition reads its source from the bottom up (a quarter turn clockwise)
-    bool flip_result = false; ///< the result is written from the bottom up
-    int transpose_at = -1;    ///< index of the transposition, at most one
+    int count = 0; ///< 0: a plain copy
 };
 
 /// What a plan is made for. `box` is the part of the source that fills the destination; a box that is not the whole
 /// source is reached by scaling, also where no size changes.
 struct PlanRequest {
-    tavi_pixel_format src_format;
+    const Format* src_format;
     int src_width;
     int src_height;
     Box box;
-    tavi_pixel_format dst_format;
+    const Format* dst_format;
     int dst_width;
     int dst_height;
     tavi_image_transform_mode mode;
@@ -45,7 +48,10 @@ bool is_transform_mode(tavi_image_transform_mode mode);
 
 Plan make_plan(const PlanRequest& request);
 
-/// A plan in words, e.g. "scale nv12 640x360; nv12>rgb".
-std::string describe(const Plan& plan, tavi_pixel_format src_format);
+/// A plan in words, e.g. "scale nv12>nv24 640x360; nv24>rgb".
+struct PlanText {
+    PlanText(const Plan& plan, const Format& src_format);
+    char text[320];
+};
 
 } // namespace tavi

@@ -11,7 +11,7 @@
 #include "image/scratch.h"
 #include "kernels/kernels.h"
 #include "pixels/fill.h"
-#include "pixels/steps.h"
+#include "pixels/odd_edges.h"
 
 #define TAVI_LOG_TAG "tavi-cpu"
 #include "services/log.h"

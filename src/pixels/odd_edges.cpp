@@ -1,0 +1,110 @@
+// SPDX-License-Identifier: MIT
+#include "pixels/odd_edges.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "image/scratch.h"
+#include "kernels/kernels.h"
+#include "pixels/even.h"
+
+namespace tavi {
+namespace {
+
+bool is_420(const ImageView& v) { return v.format->yshift() == 1; }
+
+// The last row of an odd 4:2:0 image as a 4:2:2 image of one row, which uses the last chroma row. In a view of that
+// row alone this is row -1: views are cut out of whole pictures, and the row above is there.
+ImageView last_row_as_422(const ImageView& v) {
+    ImageView row = v;
+    row.format = find_yuv(v.planes(), 1, 0, v.format->swapped());
+    row.height = 1;
+    row.plane[0].data = v.plane[0].row(v.height - 1);
+    row.plane[0].rows = 1;
+    for (int i = 1; i < row.planes(); ++i) {
+        row.plane[i].data = v.plane[i].row(v.plane[i].rows - 1);
+        row.plane[i].rows = 1;
+    }
+    return row;
+}
+
+ImageView last_row(const ImageView& v) { return rows_of(v, v.height - 1, 1); }
+
+bool convert_last_row(const ImageView& s, const ImageView& d, int even_width) {
+    Scratch scratch;
+    ImageView from = is_420(s) ? last_row_as_422(s) : last_row(s), to = last_row(d);
+    if (is_420(d)) { // its luma is kept, its chroma has no place
+        const Format& planar = *find_yuv(3, 1, 0, false);
+        uint8_t* spare = scratch.take<uint8_t>(byte_count(planar, d.width, 1));
+        if (!spare)
+            return false;
+        to = make_view(spare, planar, d.width, 1, d.color);
+        to.plane[0].data = d.plane[0].row(d.height - 1);
+    }
+    const Box even{0, 0, even_width, 1};
+    return find_conversion(*from.format, *to.format)(crop(from, even), crop(to, even));
+}
+
+/// The samples of one pixel: R, G, B and perhaps A, or Y, U and V, or grey.
+struct Pixel {
+    uint8_t part[4];
+};
+
+Pixel read_last_column(const ImageView& s, int y) {
+    Pixel p = {};
+    for (int i = 0; i < s.format->parts; ++i) {
+        const Component& c = s.format->part[i];
+        const Samples samples = samples_of(s, i);
+        // The last column and row share their neighbour's chroma.
+        p.part[i] = *samples.at(std::min((s.width - 1) >> c.xshift, samples.cols - 1),
+                                std::min(y >> c.yshift, samples.rows - 1));
+    }
+    return p;
+}
+
+// The last column of an odd width: a pixel a row, by the arithmetic of all the others.
+void convert_last_column(const ImageView& s, const ImageView& d) {
+    const Kernels& k = plain_kernels();
+    const RgbToYuv& to_yuv = rgb_to_yuv_constants(d.color);
+    const int x = d.width - 1;
+    for (int y = 0; y < d.height; ++y) {
+        const Pixel p = read_last_column(s, y);
+        uint8_t* out = d.plane[0].at(x, y);
+        if (d.format->model == Model::rgb) {
+            const uint16_t yuv[3] = {static_cast<uint16_t>(p.part[0] << 6), static_cast<uint16_t>(p.part[1] << 6),
+                                     static_cast<uint16_t>(p.part[2] << 6)};
+            k.yuv444_to_rgb[kPlanar][rgb_kind(*d.format)](yuv, yuv + 1, yuv + 2, out, 1,
+                                                          yuv_to_rgb_constants(s.color));
+            continue;
+        }
+        if (d.format->packed())
+            std::memset(out, kNeutral, d.plane[0].step);
+        out[d.format->part[0].byte] =
+            s.format->model == Model::rgb ? luma_of({p.part[0], p.part[1], p.part[2]}, to_yuv) : p.part[0];
+    }
+}
+
+} // namespace
+
+bool convert_image(const ImageView& src, const ImageView& dst) {
+    const ConvertFn convert = find_conversion(*src.format, *dst.format);
+    const bool subsampled = src.format->subsampled() || dst.format->subsampled();
+    // Within one format only when it is packed: a part of a picture has chroma where its odd last column has none.
+    const bool by_pairs = subsampled && (src.format != dst.format || dst.format->packed());
+    const int even_width = by_pairs ? dst.width & ~1 : dst.width;
+    const int even_height = by_pairs && (is_420(src) || is_420(dst)) ? dst.height & ~1 : dst.height;
+    if (even_width == dst.width && even_height == dst.height)
+        return convert(src, dst);
+    if (even_width > 0 && even_height > 0) {
+        const Box even{0, 0, even_width, even_height};
+        if (!convert(crop(src, even), crop(dst, even)))
+            return false;
+    }
+    if (even_height < dst.height && even_width > 0 && !convert_last_row(src, dst, even_width))
+        return false;
+    if (even_width < dst.width)
+        convert_last_column(src, dst);
+    return true;
+}
+
+} // namespace tavi
