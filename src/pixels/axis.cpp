@@ -18,7 +18,18 @@ Filter axis_filter(int method, int src_extent, int dst_extent) {
     }
 }
 
+// Two neighbouring positions are one sample, or two that are neighbours too.
+static Tap replicated_tap(const AxisMap& m, const Divider& unit, int i) {
+    const int at = 2 * (2 * i + 1) * m.num - m.den; // of `unit`, whose `den` counts halves of positions
+    const auto [index, part] = at < 0 ? Divider::Result{0, 0} : unit(at);
+    const auto sample = [&](int position) { return std::min((position + m.offset) >> 1, m.src_count - 1); };
+    const int first = sample(index), second = sample(std::min(index + 1, m.num - 1));
+    return {first, second > first ? part : 0};
+}
+
 Tap bilinear_tap(const AxisMap& m, const Divider& unit, int i) {
+    if (m.replicated)
+        return replicated_tap(m, unit, i);
     const int at = (2 * i + 1) * m.num + (m.offset - 1) * m.den;
     if (at < 0)
         return {0, 0};

@@ -6,8 +6,7 @@
 namespace tavi {
 namespace {
 
-/// One axis of a plane. In units of half a source sample's pixels where chroma goes from a coarse grid to a finer
-/// one.
+/// One axis of a plane.
 AxisMap axis_of(int src_shift, int src_extent, int first, int count, int dst_shift, int dst_extent, int method,
                 int& origin) {
     AxisMap m;
@@ -19,6 +18,7 @@ AxisMap axis_of(int src_shift, int src_extent, int first, int count, int dst_shi
     m.num = count << std::max(0, dst_shift - src_shift);
     m.den = dst_extent << std::max(0, src_shift - dst_shift);
     m.offset = src_shift ? first - 2 * begin : 0;
+    m.replicated = src_shift > dst_shift;
     m.filter = axis_filter(method, count, dst_extent);
     return m;
 }

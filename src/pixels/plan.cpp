@@ -95,7 +95,11 @@ private:
         const Format* result = nullptr;
         if (current_->is_yuv() && (shrinks || dst_.is_yuv())) {
             // Chroma is sampled straight at the result's positions: those of RGB are the pixels.
-            convert(unpacked(*current_));
+            if (shrinks && dst_.is_yuv() && dst_.yshift() > current_->yshift()) // 4:2:2 rows are averaged first
+                convert(*find_yuv(current_->planes == 3 ? 3 : 2, dst_.xshift(), dst_.yshift(),
+                                  current_->planes == 2 && current_->swapped()));
+            else
+                convert(unpacked(*current_));
             if (dst_.is_yuv())
                 result = find_yuv(current_->planes, dst_.xshift(), dst_.yshift(), current_->swapped());
             if (dst_.is_yuv() && current_->planes == 3)

@@ -5,8 +5,8 @@
 #include <cmath>
 #include <random>
 
-#include "pixels/convert.h"
 #include "backends/software/tavi_image_libyuv.h"
+#include "pixels/convert.h"
 #include "support/pixels.h"
 
 namespace tavi::test {
