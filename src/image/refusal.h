@@ -14,7 +14,7 @@ namespace tavi {
 /// Converts to true when there is a refusal, so that `if (const Refusal no = ...)` handles it.
 class [[nodiscard]] Refusal {
 public:
-    Refusal() = default;
+    Refusal() { text[0] = 0; } // the rest stays as it is: this is what every request that is served returns
     __attribute__((format(printf, 3, 4))) Refusal(int result, const char* format, ...) : code(result) {
         va_list arguments;
         va_start(arguments, format);

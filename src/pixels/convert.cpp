@@ -48,7 +48,7 @@ private:
     ImageView src_;
     const Box box_; ///< what the scaling step reads, of its own source
     const int method_;
-    ImageScaler scaler_;
+    ImageScaler* scaler_ = nullptr; ///< on run()'s stack, where there is a step for it
 };
 
 /// Memory for part of a step's result; an empty view when there is none.
@@ -89,10 +89,10 @@ bool Runner::produce(int index, int first, const ImageView& out) {
     Scratch scratch;
     ImageView in;
     if (s.kind == StepKind::scale) {
-        const RowRange rows = index == 0 ? RowRange{0, src_.height} : scaler_.source_rows(first, first + out.height);
+        const RowRange rows = index == 0 ? RowRange{0, src_.height} : scaler_->source_rows(first, first + out.height);
         if (!pull(index, rows, scratch, in))
             return false;
-        scaler_.run(in, rows.begin, first, out);
+        scaler_->run(in, rows.begin, first, out);
         return true;
     }
     if (!pull(index, {first, first + out.height}, scratch, in))
@@ -149,18 +149,21 @@ bool Runner::run(ImageView dst) {
         dst = flip_rows(dst);
     if (count_ == 0 || (count_ == 1 && step_->kind == StepKind::convert))
         return convert_image(src_, dst);
+    const auto turn =
+        std::find_if(step_, step_ + count_, [](const Step& s) { return s.kind == StepKind::transpose; });
+    const auto rest = [&] {
+        return turn < step_ + count_ ? run_turned(static_cast<int>(turn - step_), dst) : run_bands(dst);
+    };
+    const auto scale = std::find_if(step_, step_ + count_, [](const Step& s) { return s.kind == StepKind::scale; });
+    if (scale == step_ + count_)
+        return rest();
+    const Format& before = scale == step_ ? *src_.format : *scale[-1].format;
     Scratch scratch;
-    int turn_at = -1;
-    for (int i = 0; i < count_; ++i) {
-        const Step& s = step_[i];
-        const Format& before = i ? *step_[i - 1].format : *src_.format;
-        if (s.kind == StepKind::transpose)
-            turn_at = i;
-        else if (s.kind == StepKind::scale && !scaler_.init(scratch, {&before, src_.width, src_.height, box_,
-                                                                      s.format, s.width, s.height, method_}))
-            return false;
-    }
-    return turn_at >= 0 ? run_turned(turn_at, dst) : run_bands(dst);
+    ImageScaler scaler;
+    scaler_ = &scaler;
+    return scaler.init(scratch, {&before, src_.width, src_.height, box_, scale->format, scale->width, scale->height,
+                                 method_}) &&
+           rest();
 }
 
 } // namespace

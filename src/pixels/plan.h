@@ -26,7 +26,7 @@ struct Step {
 
 struct Plan {
     static constexpr int kMaxSteps = 10;
-    Step step[kMaxSteps] = {};
+    Step step[kMaxSteps]; ///< the first `count` of them
     int count = 0; ///< 0: a plain copy
 };
 

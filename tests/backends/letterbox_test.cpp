@@ -39,18 +39,31 @@ TEST(Letterbox, MapsThereAndBackExactly) {
 }
 
 TEST(Letterbox, RoundsToPixelsAndWholeChromaSamples) {
+    constexpr auto kCentre = LetterboxPosition::centre, kTopLeft = LetterboxPosition::top_left,
+                   kBottomRight = LetterboxPosition::bottom_right;
     const struct {
         int src_width, src_height, dst_width, dst_height, grid;
+        LetterboxPosition position;
         Box picture;
     } rows[] = {
-        {1000, 333, 100, 100, 1, {0, 33, 100, 33}}, {1000, 336, 100, 100, 1, {0, 33, 100, 34}},
-        {1000, 345, 100, 100, 1, {0, 32, 100, 35}}, {345, 1000, 100, 100, 1, {32, 0, 35, 100}},
-        {1000, 345, 100, 100, 2, {0, 32, 100, 36}}, {1000, 1, 100, 100, 1, {0, 49, 100, 1}},
-        {1, 1000, 100, 100, 2, {48, 0, 2, 100}},    {101, 100, 101, 101, 2, {0, 0, 101, 100}},
+        {1000, 333, 100, 100, 1, kCentre, {0, 33, 100, 33}},
+        {1000, 336, 100, 100, 1, kCentre, {0, 33, 100, 34}},
+        {1000, 345, 100, 100, 1, kCentre, {0, 32, 100, 35}},
+        {345, 1000, 100, 100, 1, kCentre, {32, 0, 35, 100}},
+        {1000, 345, 100, 100, 2, kCentre, {0, 32, 100, 36}},
+        {1000, 1, 100, 100, 1, kCentre, {0, 49, 100, 1}},
+        {1, 1000, 100, 100, 2, kCentre, {48, 0, 2, 100}},
+        {101, 100, 101, 101, 2, kCentre, {0, 0, 101, 100}},
+        // nothing below or beside it, at odd sides either
+        {1000, 345, 100, 100, 2, kBottomRight, {0, 64, 100, 36}},
+        {1000, 345, 100, 101, 2, kBottomRight, {0, 66, 100, 35}},
+        {345, 1000, 101, 100, 1, kBottomRight, {66, 0, 35, 100}},
+        {1000, 1, 100, 101, 2, kBottomRight, {0, 98, 100, 3}},
+        {1000, 345, 100, 101, 2, kTopLeft, {0, 0, 100, 36}},
     };
     for (const auto& row : rows) {
         const Letterbox g = letterbox_geometry(row.src_width, row.src_height, row.dst_width, row.dst_height,
-                                               {row.grid, row.grid}, LetterboxPosition::centre);
+                                               {row.grid, row.grid}, row.position);
         EXPECT_EQ((std::array{g.x, g.y, g.width, g.height}),
                   (std::array{row.picture.x, row.picture.y, row.picture.width, row.picture.height}))
             << row.src_width << "x" << row.src_height << " grid " << row.grid;
