@@ -28,6 +28,13 @@ public:
         return no;
     }
 
+    /// The same, with the -errno that the device code looks at.
+    Refusal because_of(int negative_errno) const {
+        Refusal no = *this;
+        no.error = negative_errno;
+        return no;
+    }
+
     explicit operator bool() const { return code != TAVI_RET_SUCCESS; }
 
     int code = TAVI_RET_SUCCESS; ///< a result code of the public header
