@@ -66,6 +66,8 @@ struct Format {
     constexpr int xshift() const { return part[1].xshift; }
     constexpr int yshift() const { return part[1].yshift; }
     constexpr bool subsampled() const { return xshift() + yshift() > 0; }
+    /// All samples of a pixel stand side by side, as picture files hold them: grey and RGB.
+    constexpr bool whole_pixels() const { return plane[0].step == parts * sample_bytes(); }
     /// Luma and chroma in one plane.
     constexpr bool packed() const { return is_yuv() && planes == 1; }
     /// B before R, or V before U.
