@@ -105,10 +105,10 @@ void print_setting(const Setting& s) {
         printf("  %-16s  %s (default: \"%s\" in %s is malformed)\n", s.name, s.unset, text, from);
 }
 
-std::string names_of(unsigned mask) {
+std::string names_of(const tavi::FormatSet& formats) {
     std::string names;
     for (size_t i = 0; i < tavi::kFormats.size(); ++i)
-        if (mask & (1u << i))
+        if (formats.has(static_cast<uint32_t>(i)))
             names += (names.empty() ? "" : " ") + std::string(tavi::kFormats[i].name);
     return names.empty() ? "none" : names;
 }

@@ -239,7 +239,7 @@ TEST_F(Blit, NeverWorksOnMemoryThatIsNotTheImages) {
 }
 
 // Every call fails once with every errno that it may give, in a first conversion and in one that finds its
-// conversation open. The result must be software's each time, nothing may stay open or mapped, and the next request
+// context open. The result must be software's each time, nothing may stay open or mapped, and the next request
 // must find the engine again.
 TEST_F(Blit, AnyFailingCallIsServedBySoftware) {
     TaviLogger::GetInstance()->level = TAVI_LOG_ERROR;
@@ -340,7 +340,7 @@ TEST_F(Blit, SoftwareKnowsOneBufferAtTwoAddresses) {
     free(clone);
 }
 
-TEST_F(Blit, KeepsConversationsAndLetsThemGo) {
+TEST_F(Blit, KeepsContextsAndLetsThemGo) {
     const auto convert = [&](const char* when, int opened) {
         const int opens = engine.opens, calls = engine.calls;
         EXPECT_EQ(tavi_image_convert_blit(&src, &dst, 0), 0) << when;
@@ -351,10 +351,10 @@ TEST_F(Blit, KeepsConversationsAndLetsThemGo) {
     is_blit_support();
     convert("first", 1);
     EXPECT_TRUE(logged("done by the engine /dev/video0: rgb 64x32 (0 0) 64x32 to bgr 64x32 (0 0) 64x32, mode 0, "
-                       "conversation opened\n"))
+                       "context opened\n"))
         << log;
     convert("again", 0);
-    EXPECT_TRUE(logged("conversation kept from before\n")) << log;
+    EXPECT_TRUE(logged("context kept from before\n")) << log;
     const int opens = engine.opens, before = open_descriptors();
     for (int x = 0; x < 20; ++x) {
         tavi_rect_t from{x, 0, x + 31, 31}, to{0, 0, 63, 31};
@@ -432,7 +432,7 @@ TEST_F(Blit, LetterboxIsSoftwaresToThePixel) {
     EXPECT_EQ(tavi_blit_keep_ratio_resize_check(&src, nullptr, 0), 0);
 }
 
-TEST_F(Blit, ThreadsShareAndLoseConversations) {
+TEST_F(Blit, ThreadsShareAndLoseContexts) {
     TaviLogger::GetInstance()->level = TAVI_LOG_ERROR;
     engine.fail_errno = ENODEV;
     constexpr int kThreads = 12, kRounds = 15, kRequests = 5;
@@ -467,10 +467,11 @@ TEST_F(Blit, ThreadsShareAndLoseConversations) {
     }
     engine.fail_every = 0;
     std::vector<ContextPool::Lease> all;
-    const tavi::Setup setup{{src.pixel_format, 64, 32, {0, 0, 64, 32}}, {dst.pixel_format, 64, 32, {0, 0, 64, 32}}};
-    Why why;
+    tavi::Setup setup;
+    setup.src = {src.pixel_format, 64, 32, {0, 0, 64, 32}};
+    setup.dst = {dst.pixel_format, 64, 32, {0, 0, 64, 32}};
     for (int i = 0; i < ContextPool::kMost; ++i)
-        all.push_back(ContextPool::instance().lease(setup, why));
+        all.push_back(ContextPool::instance().lease(setup));
     int result = -1;
     std::thread late([&] { result = tavi_image_convert_blit(&src, &dst, 0); });
     std::this_thread::sleep_for(std::chrono::milliseconds(50));

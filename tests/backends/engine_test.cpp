@@ -112,7 +112,7 @@ TEST_F(Engine, WholeRequestsAgreeWithSoftware) {
         for (const auto& c : cases) {
             Picture src(c.from, c.sw, c.sh), dst(c.to, c.dw, c.dh), want(c.to, c.dw, c.dh, TAVI_MEM_TYPE_HEAP);
             draw_slopes(src);
-            for (int repeat = 0; repeat < 2; ++repeat) { // a new conversation, then one that is open
+            for (int repeat = 0; repeat < 2; ++repeat) { // a new context, then one that is open
                 log.clear();
                 ASSERT_EQ(tavi_image_convert(&src, &dst, c.mode), 0) << log;
                 // What 6.1 makes of a memfd cannot be read by this driver: software serves it, and says why.
@@ -160,7 +160,7 @@ TEST_F(Engine, WhatItDoesNotOfferIsServedBySoftware) {
     }
 }
 
-// The contiguous region holds 32 MiB: what a conversation keeps imported is missing there.
+// The contiguous region holds 32 MiB: what a context keeps imported is missing there.
 TEST_F(Engine, FreedBuffersAreFreed) {
     tavi_mem_record_t probe{};
     if (tavi_mem_alloc(4096, TAVI_MEM_TYPE_CONTIGUOUS, &probe) != 0)
@@ -180,7 +180,7 @@ TEST_F(Engine, FreedBuffersAreFreed) {
     }
 }
 
-TEST_F(Engine, ThreadsAndChildrenHaveTheirOwnConversations) {
+TEST_F(Engine, ThreadsAndChildrenHaveTheirOwnContexts) {
     std::atomic<int> wrong{0};
     const auto work = [&wrong](int t) {
         Picture src(TAVI_PIXEL_FORMAT_RGB888, 64, 48), dst(TAVI_PIXEL_FORMAT_BGR888, 64, 48);
@@ -215,7 +215,7 @@ double seconds(clockid_t clock) {
     return static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_nsec) * 1e-9;
 }
 
-TEST_F(Engine, PrintsWhatAnOpenConversationSaves) {
+TEST_F(Engine, PrintsWhatAnOpenContextSaves) {
     TaviLogger::GetInstance()->level = TAVI_LOG_ERROR;
     Picture src(TAVI_PIXEL_FORMAT_RGB888, 32, 32), dst(TAVI_PIXEL_FORMAT_BGR888, 32, 32);
     double best[2][2] = {{1e9, 1e9}, {1e9, 1e9}}; // [open, anew][wall, processor]

@@ -151,8 +151,8 @@ int ScriptedEngine::dispatch(Context& c, unsigned long request, void* argument) 
         auto& a = as<v4l2_fmtdesc>(argument);
         std::vector<uint32_t> list;
         for (uint32_t i = 0; i < 16; ++i) {
-            if (const BlitFormat* f = find_blit_format(i))
-                list.push_back(f->fourcc);
+            if (const uint32_t fourcc = fourcc_of(i))
+                list.push_back(fourcc);
         }
         if (compressed_results && !is_source(a.type))
             list = {V4L2_PIX_FMT_H264};
@@ -280,7 +280,8 @@ void ScriptedEngine::run(Context& c, bool with_garbage) {
     const ImageView dst =
         crop(make_view(to.data(), dst_format, static_cast<int>(df.width), static_cast<int>(df.height)),
              box(c.queue[1].box));
-    const bool exchange = src.format->swapped() != dst.format->swapped(); // of formats with the same planes: red and blue
+    const bool exchange =
+        src.format->swapped() != dst.format->swapped(); // of formats with the same planes: red and blue
     const bool flip_h = c.controls[V4L2_CID_HFLIP], flip_v = c.controls[V4L2_CID_VFLIP];
     const bool sets_alpha = c.controls.count(V4L2_CID_ALPHA_COMPONENT); // of all pixels, as some engines do
     for (int i = 0; i < dst.planes(); ++i) {

@@ -1,47 +1,44 @@
 // SPDX-License-Identifier: MIT
 #include "backends/blit/blit_formats.h"
 
-#include <linux/videodev2.h>
+#include <algorithm>
+#include <array>
 
-#include "image/format.h"
+#include <linux/videodev2.h>
 
 namespace tavi {
 namespace {
 
-// Only formats whose planes follow one another in one buffer: an image has one descriptor.
-constexpr BlitFormat kBlitFormats[] = {
-    {V4L2_PIX_FMT_GREY, 1, 1, false},    // GRAY8
-    {V4L2_PIX_FMT_RGB24, 1, 1, false},   // RGB888
-    {V4L2_PIX_FMT_BGR24, 1, 1, false},   // BGR888
-    {V4L2_PIX_FMT_RGBA32, 1, 1, true},   // RGBA8888
-    {V4L2_PIX_FMT_ABGR32, 1, 1, true},   // BGRA8888: the kernel's BGRA32 is A, B, G, R in memory
-    {V4L2_PIX_FMT_YUV420, 2, 2, false},  // YU12
-    {V4L2_PIX_FMT_YVU420, 2, 2, false},  // YV12
-    {V4L2_PIX_FMT_NV12, 2, 2, false},    // NV12
-    {V4L2_PIX_FMT_NV21, 2, 2, false},    // NV21
-    {V4L2_PIX_FMT_YUV422P, 2, 1, false}, // YU16
-    {0, 2, 1, false},                    // YV16: the kernel has it in three buffers only
-    {V4L2_PIX_FMT_NV16, 2, 1, false},    // NV16
-    {V4L2_PIX_FMT_NV61, 2, 1, false},    // NV61
-    {V4L2_PIX_FMT_YUYV, 2, 1, false},    // YUYV
-    {V4L2_PIX_FMT_UYVY, 2, 1, false},    // UYVY
-    {V4L2_PIX_FMT_Y16, 1, 1, false},     // GRAY16
+constexpr struct {
+    std::string_view name;
+    uint32_t fourcc;
+} kNames[] = {
+    {"gray8", V4L2_PIX_FMT_GREY},  {"rgb", V4L2_PIX_FMT_RGB24},    {"bgr", V4L2_PIX_FMT_BGR24},
+    {"rgba", V4L2_PIX_FMT_RGBA32}, {"bgra", V4L2_PIX_FMT_ABGR32}, // the kernel's BGRA32 is A, B, G, R in memory
+    {"yu12", V4L2_PIX_FMT_YUV420}, {"yv12", V4L2_PIX_FMT_YVU420},  {"nv12", V4L2_PIX_FMT_NV12},
+    {"nv21", V4L2_PIX_FMT_NV21},   {"yu16", V4L2_PIX_FMT_YUV422P}, {"yv16", 0}, // in three buffers only
+    {"nv16", V4L2_PIX_FMT_NV16},   {"nv61", V4L2_PIX_FMT_NV61},    {"yuyv", V4L2_PIX_FMT_YUYV},
+    {"uyvy", V4L2_PIX_FMT_UYVY},   {"gray16", V4L2_PIX_FMT_Y16},
 };
-constexpr int kCount = sizeof(kBlitFormats) / sizeof(kBlitFormats[0]);
-static_assert(kCount == kFormats.size());
+static_assert(std::size(kNames) == kFormats.size());
+
+constexpr std::array<uint32_t, kFormats.size()> by_format() {
+    std::array<uint32_t, kFormats.size()> fourcc{};
+    for (size_t i = 0; i < fourcc.size(); ++i)
+        for (const auto& row : kNames)
+            if (row.name == kFormats[i].name)
+                fourcc[i] = row.fourcc;
+    return fourcc;
+}
+constexpr auto kFourcc = by_format();
 
 } // namespace
 
-const BlitFormat* find_blit_format(uint32_t pixel_format) {
-    return pixel_format < kCount && kBlitFormats[pixel_format].fourcc ? &kBlitFormats[pixel_format] : nullptr;
-}
+uint32_t fourcc_of(uint32_t pixel_format) { return pixel_format < kFourcc.size() ? kFourcc[pixel_format] : 0; }
 
 int format_of_fourcc(uint32_t fourcc) {
-    for (int i = 0; i < kCount; ++i) {
-        if (fourcc && kBlitFormats[i].fourcc == fourcc)
-            return i;
-    }
-    return -1;
+    const auto found = std::find(kFourcc.begin(), kFourcc.end(), fourcc);
+    return fourcc && found != kFourcc.end() ? static_cast<int>(found - kFourcc.begin()) : -1;
 }
 
 } // namespace tavi

@@ -4,21 +4,27 @@
 
 #include <cstdint>
 
-#include "tavi_image.h"
+#include "image/format.h"
 
 namespace tavi {
 
-struct BlitFormat {
-    uint32_t fourcc; ///< V4L2 pixel format, all planes in one buffer; 0 = the kernel has none
-    uint8_t x_step;  ///< widths and left edges that the engine will not round
-    uint8_t y_step;
-    bool alpha;
-};
-
-/// The row of a format, or null when an engine cannot be told of it.
-const BlitFormat* find_blit_format(uint32_t pixel_format);
+/// The V4L2 pixel format with all planes in one buffer, since an image has one descriptor; 0 = the kernel has none.
+uint32_t fourcc_of(uint32_t pixel_format);
 
 /// Our format of a V4L2 pixel format, or -1.
 int format_of_fourcc(uint32_t fourcc);
+
+/// Some of our formats.
+class FormatSet {
+public:
+    void add(uint32_t format) { mask_ |= 1u << format; }
+    bool has(uint32_t format) const { return format < kFormats.size() && (mask_ >> format & 1); }
+    bool empty() const { return mask_ == 0; }
+    uint32_t mask() const { return mask_; } ///< one bit a format, for messages
+
+private:
+    uint32_t mask_ = 0;
+    static_assert(kFormats.size() <= 32);
+};
 
 } // namespace tavi

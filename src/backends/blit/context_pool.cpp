@@ -20,7 +20,7 @@ namespace tavi {
 namespace {
 
 constexpr int kMostNodes = 128;
-constexpr int kPatienceMs = 3000; ///< for a conversation to become free
+constexpr int kPatienceMs = 3000; ///< for a context to become free
 
 void on_memory_event(MemEvent event, int fd) {
     Buffer buffer;
@@ -50,11 +50,10 @@ void visit_engines(const char* only, bool (*visit)(const EngineInfo& info, const
         char path[32];
         std::snprintf(path, sizeof(path), "/dev/video%d", i);
         EngineInfo info;
-        Why why;
-        const int error = examine_engine(only ? only : path, info, why);
-        if (error == -ENOENT && !only)
+        const Refusal no = examine_engine(only ? only : path, info);
+        if (no.error == -ENOENT && !only)
             continue; // numbers may have gaps
-        if (!visit(info, error ? why.text : nullptr, user) || only)
+        if (!visit(info, no ? no.text : nullptr, user) || only)
             return;
     }
 }
@@ -67,7 +66,7 @@ ContextPool& ContextPool::instance() {
 
 ContextPool::ContextPool() { ::pthread_atfork(before_fork, after_fork, in_child); }
 
-// A child must not speak to the parent's conversations, nor find the lock held by a thread that it does not have.
+// A child must not touch the parent's contexts, nor find the lock held by a thread that it does not have.
 void ContextPool::before_fork() { instance().mutex_.lock(); }
 void ContextPool::after_fork() { instance().mutex_.unlock(); }
 void ContextPool::in_child() {
@@ -112,7 +111,7 @@ bool ContextPool::engine(EngineInfo& info) {
     return present_;
 }
 
-// The best conversation for a setup: set up so already, differing in rectangles only, unused, or used longest ago.
+// The best context for a setup: set up so already, differing in rectangles only, unused, or used longest ago.
 // The caller holds the lock.
 ContextPool::Slot* ContextPool::pick(const Setup& setup) {
     const auto rank = [&](const Slot& s) {
@@ -132,13 +131,10 @@ ContextPool::Slot* ContextPool::pick(const Setup& setup) {
     return best;
 }
 
-ContextPool::Lease ContextPool::lease(const Setup& setup, Why& why) {
+ContextPool::Lease ContextPool::lease(const Setup& setup) {
     EngineInfo info;
-    Lease lease;
-    if (!engine(info)) {
-        why.set("no engine");
-        return lease;
-    }
+    if (!engine(info))
+        return Lease({TAVI_RET_UNSUPPORTED, "no engine"});
     // Where all are busy the engine, which does one job at a time, is no slower for waiting; nobody would repeat a
     // letterbox in software. No condition variable: a child of this process would inherit its waiters.
     Slot* slot = nullptr;
@@ -156,37 +152,37 @@ ContextPool::Lease ContextPool::lease(const Setup& setup, Why& why) {
                 slot->src = slot->dst = Buffer(); // opened anew below: nothing is imported
         }
     }
-    if (!slot) {
-        why.set("%d conversations with the engine have been busy for %d ms, no more are opened", kMost, kPatienceMs);
-        return lease;
+    if (!slot)
+        return Lease({TAVI_RET_FAIL, "%d contexts of the engine have been busy for %d ms, no more are opened", kMost,
+                      kPatienceMs});
+    if (const Refusal no = slot->context.prepare(info, setup)) {
+        give_back(slot, no);
+        return Lease(no);
     }
-    if (const int error = slot->context.prepare(info, setup, why)) {
-        give_back(slot, error);
-        return lease;
-    }
+    Lease lease;
     lease.pool_ = this;
     lease.slot_ = slot;
     return lease;
 }
 
-int ContextPool::Lease::run(const Buffer& src, const Buffer& dst, Why& why) {
+Refusal ContextPool::Lease::run(const Buffer& src, const Buffer& dst) {
     {
         std::lock_guard<std::mutex> lock(pool_->mutex_);
         slot_->src = src;
         slot_->dst = dst;
     }
-    return error_ = slot_->context.run(src, dst, why);
+    return refusal_ = slot_->context.run(src, dst);
 }
 
 ContextPool::Lease::~Lease() {
     if (pool_)
-        pool_->give_back(slot_, error_);
+        pool_->give_back(slot_, refusal_);
 }
 
-void ContextPool::give_back(Slot* slot, int error) {
-    if (error)
+void ContextPool::give_back(Slot* slot, const Refusal& no) {
+    if (no)
         slot->context.close();
-    if (error == -ENODEV || error == -ENXIO || error == -ENOENT) // the last: its node is gone
+    if (no.error == -ENODEV || no.error == -ENXIO || no.error == -ENOENT) // the last: its node is gone
         forget_engine();
     std::lock_guard<std::mutex> lock(mutex_);
     if (slot->doomed)

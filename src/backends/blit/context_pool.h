@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The engine of this process and the conversations kept open with it. Opening one costs several times what a job of
+// The engine of this process and the contexts of it that are kept open. Opening one costs several times what a job of
 // it costs, so they are kept, bounded in number, found by what they are set to, and dropped when what they hold is to
 // go.
 #pragma once
@@ -7,7 +7,7 @@
 #include <mutex>
 #include <utility>
 
-#include "backends/blit/m2m_device.h"
+#include "backends/blit/m2m_context.h"
 
 namespace tavi {
 
@@ -33,43 +33,46 @@ public:
     /// Copies what is known of the engine; false when there is none. Looks for it when that has not been done yet.
     bool engine(EngineInfo& info);
 
-    /// One conversation, this thread's alone until the lease ends.
+    /// One context, this thread's alone until the lease ends.
     class Lease {
     public:
         Lease() = default;
+        explicit Lease(const Refusal& no) : refusal_(no) {}
         Lease(Lease&& other) noexcept
-            : pool_(std::exchange(other.pool_, nullptr)), slot_(other.slot_), error_(other.error_) {}
+            : pool_(std::exchange(other.pool_, nullptr)), slot_(other.slot_), refusal_(other.refusal_) {}
         Lease& operator=(Lease&&) = delete;
         ~Lease();
 
         explicit operator bool() const { return pool_ != nullptr; }
-        /// Whether the conversation was opened for this lease.
+        /// Why it is empty.
+        const Refusal& refusal() const { return refusal_; }
+        /// Whether the context was opened for this lease.
         bool opened() const { return slot_->context.opened(); }
         /// One job. When it has failed the end of the lease stops the stream: not before may software write.
-        int run(const Buffer& src, const Buffer& dst, Why& why);
+        Refusal run(const Buffer& src, const Buffer& dst);
 
     private:
         friend class ContextPool;
         ContextPool* pool_ = nullptr;
         Slot* slot_ = nullptr;
-        int error_ = 0;
+        Refusal refusal_; ///< of the lease, or of its last job
     };
 
-    /// A conversation set up as asked, when all are busy as soon as one is free; empty, with the reason, when the
-    /// engine will not have it so.
-    Lease lease(const Setup& setup, Why& why);
+    /// A context set up as asked, when all are busy as soon as one is free; empty when the engine will not have it
+    /// so.
+    Lease lease(const Setup& setup);
 
-    /// Closes every conversation that is not busy; busy ones are closed when their lease ends.
+    /// Closes every context that is not busy; busy ones are closed when their lease ends.
     void drop_all();
     /// The same, and the engine is looked for again: it has gone away.
     void forget_engine();
-    /// Closes the conversations that hold a buffer.
+    /// Closes the contexts that hold a buffer.
     void drop_holders(const Buffer& buffer);
 
 private:
     ContextPool();
     Slot* pick(const Setup& setup);
-    void give_back(Slot* slot, int error);
+    void give_back(Slot* slot, const Refusal& no);
     template <class Match>
     void drop_if(Match match);
     static void before_fork();

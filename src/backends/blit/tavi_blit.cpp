@@ -37,8 +37,6 @@ struct Operand {
 
 constexpr uint64_t kPage = 4096;
 
-constexpr unsigned bit_of(uint32_t format) { return 1u << format; }
-
 /// Whether `data` is the first byte of the buffer behind `fd`. A deep clone keeps the descriptor of its source, and a
 /// region may start inside a buffer: an engine would work on the wrong picture.
 bool owns_descriptor(const tavi_image_t& image, const Buffer& buffer, uint64_t& extent) {
@@ -51,42 +49,30 @@ bool owns_descriptor(const tavi_image_t& image, const Buffer& buffer, uint64_t& 
            (record.fd == image.fd || (identify_buffer(record.fd, own) && same_buffer(own, buffer)));
 }
 
-bool take_operand(tavi_image_t* image, const char* name, unsigned offered, Operand& o, Why& why) {
-    if (!image) {
-        why.set("%s record is null", name);
-        return false;
-    }
-    const BlitFormat* const format = find_blit_format(image->pixel_format);
-    if (!format || !(offered & bit_of(image->pixel_format))) {
-        why.set("%s format: %u was asked for, the engine has those of mask %#x", name,
-                static_cast<unsigned>(image->pixel_format), offered);
-        return false;
-    }
-    if (const char* problem = why_not_viewable(image->pixel_format, image->width, image->height)) {
-        why.set("%s size %ux%u: %s", name, image->width, image->height, problem);
-        return false;
-    }
-    if (image->width % format->x_step || image->height % format->y_step) {
-        why.set("%s size %ux%u: multiples of %ux%u are needed, engines round other ones", name, image->width,
-                image->height, format->x_step, format->y_step);
-        return false;
-    }
-    if (!identify_buffer(image->fd, o.buffer)) {
-        why.set("%s fd=%d: the descriptor of a DMA buffer, 1 or more, is needed", name, image->fd);
-        return false;
-    }
-    o.bytes = byte_count(*find_format(image->pixel_format), image->width, image->height);
-    if (o.buffer.bytes < o.bytes) {
-        why.set("%s buffer: it has %llu bytes, the image has %llu", name,
-                static_cast<unsigned long long>(o.buffer.bytes), static_cast<unsigned long long>(o.bytes));
-        return false;
-    }
+Refusal take_operand(tavi_image_t* image, const char* name, const FormatSet& offered, Operand& o) {
+    constexpr int kNo = TAVI_RET_UNSUPPORTED;
+    if (!image)
+        return {kNo, "%s record is null", name};
+    if (!offered.has(image->pixel_format))
+        return {kNo, "%s format: %u was asked for, the engine has those of mask %#x", name,
+                static_cast<unsigned>(image->pixel_format), offered.mask()};
+    if (const char* problem = why_not_viewable(image->pixel_format, image->width, image->height))
+        return {kNo, "%s size %ux%u: %s", name, image->width, image->height, problem};
+    const Format& format = *find_format(image->pixel_format);
+    const ChromaGrid grid = chroma_grid(format);
+    if (image->width % grid.x || image->height % grid.y)
+        return Refusal(kNo, "%s size %ux%u: multiples of %dx%d are needed, engines round other ones", name,
+                       image->width, image->height, grid.x, grid.y);
+    if (!identify_buffer(image->fd, o.buffer))
+        return {kNo, "%s fd=%d: the descriptor of a DMA buffer, 1 or more, is needed", name, image->fd};
+    o.bytes = byte_count(format, image->width, image->height);
+    if (o.buffer.bytes < o.bytes)
+        return {kNo, "%s buffer: it has %llu bytes, the image has %llu", name,
+                static_cast<unsigned long long>(o.buffer.bytes), static_cast<unsigned long long>(o.bytes)};
     o.extent = o.bytes;
-    if (image->data && !owns_descriptor(*image, o.buffer, o.extent)) {
-        why.set("%s data=%p is not the start of the buffer behind fd=%d", name, static_cast<void*>(image->data),
-                image->fd);
-        return false;
-    }
+    if (image->data && !owns_descriptor(*image, o.buffer, o.extent))
+        return {kNo, "%s data=%p is not the start of the buffer behind fd=%d", name, static_cast<void*>(image->data),
+                image->fd};
     // Less than a page more is what the kernel rounded up, not what anybody uses.
     if (o.buffer.bytes - o.bytes >= kPage)
         o.extent = o.buffer.bytes;
@@ -95,30 +81,27 @@ bool take_operand(tavi_image_t* image, const char* name, unsigned offered, Opera
     o.side.width = static_cast<int>(image->width);
     o.side.height = static_cast<int>(image->height);
     o.side.box = Box{0, 0, o.side.width, o.side.height};
-    return true;
+    return {};
 }
 
-bool take_box(const Box& box, const char* name, Operand& o, Why& why) {
-    const BlitFormat& format = *find_blit_format(o.side.format);
+Refusal take_box(const Box& box, const char* name, Operand& o) {
     // In 64 bits: the edges are the caller's and may be anything.
     if (box.x < 0 || box.y < 0 || box.width < 1 || box.height < 1 || int64_t{box.x} + box.width > o.side.width ||
-        int64_t{box.y} + box.height > o.side.height) {
-        why.set("%s rectangle (%d %d) %dx%d is not inside %dx%d", name, box.x, box.y, box.width, box.height,
-                o.side.width, o.side.height);
-        return false;
-    }
-    if ((box.x | box.width) % format.x_step || (box.y | box.height) % format.y_step) {
-        why.set("%s rectangle (%d %d) %dx%d: multiples of %ux%u are needed, engines move other ones", name, box.x,
-                box.y, box.width, box.height, format.x_step, format.y_step);
-        return false;
-    }
+        int64_t{box.y} + box.height > o.side.height)
+        return Refusal(TAVI_RET_UNSUPPORTED, "%s rectangle (%d %d) %dx%d is not inside %dx%d", name, box.x, box.y,
+                       box.width, box.height, o.side.width, o.side.height);
+    const ChromaGrid grid = chroma_grid(*find_format(o.side.format));
+    if ((box.x | box.width) % grid.x || (box.y | box.height) % grid.y)
+        return Refusal(TAVI_RET_UNSUPPORTED,
+                       "%s rectangle (%d %d) %dx%d: multiples of %dx%d are needed, engines move other ones", name,
+                       box.x, box.y, box.width, box.height, grid.x, grid.y);
     o.side.box = box;
-    return true;
+    return {};
 }
 
 bool is_whole(const Side& side) { return side.box.width == side.width && side.box.height == side.height; }
 
-bool is_gray(const Side& side) { return find_format(side.format)->model == Model::gray; }
+bool is_gray(const Side& side) { return find_format(side.format)->parts == 1; }
 
 /// A request that passed every check that needs no engine at hand.
 struct Request {
@@ -127,44 +110,34 @@ struct Request {
     tavi_image_transform_mode mode = TAVI_IMAGE_TRANSFORM_NONE;
     bool opened = false; ///< the engine was opened for it
 
-    Setup setup() const { return {src.side, dst.side, mode}; }
+    Setup setup() const { return {src.side, dst.side, mode, {}}; }
 };
 
-bool make_request(tavi_image_t* src, tavi_image_t* dst, tavi_image_transform_mode mode, Request& r, Why& why) {
-    if (!ContextPool::instance().engine(r.engine)) {
-        why.set("no engine");
-        return false;
-    }
-    if (mode < TAVI_IMAGE_TRANSFORM_NONE || mode > TAVI_IMAGE_TRANSFORM_ROTATE_180) {
+Refusal make_request(tavi_image_t* src, tavi_image_t* dst, tavi_image_transform_mode mode, Request& r) {
+    constexpr int kNo = TAVI_RET_UNSUPPORTED;
+    if (!ContextPool::instance().engine(r.engine))
+        return {kNo, "no engine"};
+    if (mode < TAVI_IMAGE_TRANSFORM_NONE || mode > TAVI_IMAGE_TRANSFORM_ROTATE_180)
         // Which way V4L2_CID_ROTATE turns is not laid down, and drivers differ; a wrong turn would go unnoticed.
-        why.set("transform mode %d: 0 to 3 are given to engines, whose quarter turns may go either way", mode);
-        return false;
-    }
+        return {kNo, "transform mode %d: 0 to 3 are given to engines, whose quarter turns may go either way", mode};
     r.mode = mode;
-    if (!take_operand(src, "source", r.engine.sources, r.src, why) ||
-        !take_operand(dst, "destination", r.engine.results, r.dst, why))
-        return false;
-    if (same_buffer(r.src.buffer, r.dst.buffer)) {
-        why.set("fd=%d and fd=%d are one buffer, two are needed", src->fd, dst->fd);
-        return false;
-    }
-    if ((::fcntl(dst->fd, F_GETFL) & O_ACCMODE) == O_RDONLY) { // drivers import it and write all the same
-        why.set("destination fd=%d is open for reading only", dst->fd);
-        return false;
-    }
-    if ((is_gray(r.src.side) || is_gray(r.dst.side)) && r.src.side.format != r.dst.side.format) {
-        why.set("format %u to %u: what engines take for grey is not laid down",
-                static_cast<unsigned>(src->pixel_format), static_cast<unsigned>(dst->pixel_format));
-        return false;
-    }
+    if (const Refusal no = take_operand(src, "source", r.engine.sources, r.src))
+        return no;
+    if (const Refusal no = take_operand(dst, "destination", r.engine.results, r.dst))
+        return no;
+    if (same_buffer(r.src.buffer, r.dst.buffer))
+        return {kNo, "fd=%d and fd=%d are one buffer, two are needed", src->fd, dst->fd};
+    if ((::fcntl(dst->fd, F_GETFL) & O_ACCMODE) == O_RDONLY) // drivers import it and write all the same
+        return {kNo, "destination fd=%d is open for reading only", dst->fd};
+    if ((is_gray(r.src.side) || is_gray(r.dst.side)) && r.src.side.format != r.dst.side.format)
+        return {kNo, "format %u to %u: what engines take for grey is not laid down",
+                static_cast<unsigned>(src->pixel_format), static_cast<unsigned>(dst->pixel_format)};
     for (const Operand* o : {&r.src, &r.dst}) {
         // The CPU's pixels reach memory before the engine looks at it.
-        if (const int error = clean_for_device(o->buffer.fd)) {
-            why.set("fd=%d is no DMA buffer, or not a sound one: %s", o->buffer.fd, std::strerror(-error));
-            return false;
-        }
+        if (const int error = clean_for_device(o->buffer.fd))
+            return {kNo, "fd=%d is no DMA buffer, or not a sound one: %s", o->buffer.fd, std::strerror(-error)};
     }
-    return true;
+    return {};
 }
 
 /// Keeps what the CPU wrote around the destination's rectangle, and behind the image in its buffer. The import of a
@@ -174,23 +147,22 @@ bool make_request(tavi_image_t* src, tavi_image_t* dst, tavi_image_transform_mod
 class Surroundings {
 public:
     /// With `around` what is in the image around the rectangle, too.
-    bool save(const Operand& dst, bool around, Why& why) {
+    Refusal save(const Operand& dst, bool around) {
         around_ = around;
         begin_ = around ? 0 : static_cast<size_t>(dst.bytes);
         if (begin_ >= dst.extent)
-            return true;
+            return {};
         const auto end = static_cast<size_t>(dst.extent);
         if (!dst.record->data || dst.extent > dst.bytes)
             mapping_ = CpuMapping(dst.buffer.fd, end, Access::read_write);
         data_ = mapping_ ? mapping_.data() : dst.record->data;
         saved_.reset(data_ && mapping_.error() == 0 ? static_cast<uint8_t*>(std::malloc(end - begin_)) : nullptr);
-        if (!saved_) {
-            why.set("no memory, or no mapping, to keep %zu bytes around the destination", end - begin_);
-            return false;
-        }
+        if (!saved_)
+            return {TAVI_RET_FAIL, "no memory, or no mapping, to keep %zu bytes around the destination",
+                    end - begin_};
         const DmaSync pass(dst.buffer.fd, Access::read);
         std::memcpy(saved_.get(), data_ + begin_, end - begin_);
-        return true;
+        return {};
     }
 
     void restore(const Operand& dst) {
@@ -234,24 +206,24 @@ private:
 };
 
 /// Runs a request. With `keep_rest` the destination's pixels outside its rectangle survive, also when it fails.
-bool run_request(Request& r, bool keep_rest, Why& why) {
+Refusal run_request(Request& r, bool keep_rest) {
     Surroundings rest;
-    int error;
+    Refusal no;
     {
-        ContextPool::Lease lease = ContextPool::instance().lease(r.setup(), why);
+        ContextPool::Lease lease = ContextPool::instance().lease(r.setup());
         if (!lease)
-            return false;
-        if (!rest.save(r.dst, keep_rest && !is_whole(r.dst.side), why))
-            return false;
+            return lease.refusal();
+        no = rest.save(r.dst, keep_rest && !is_whole(r.dst.side));
+        if (no)
+            return no;
         r.opened = lease.opened();
-        error = lease.run(r.src.buffer, r.dst.buffer, why);
+        no = lease.run(r.src.buffer, r.dst.buffer);
     }
-    if (const int stale = discard_after_device(r.dst.buffer.fd); stale && !error) {
-        why.set("result buffer fd=%d cannot be made visible: %s", r.dst.buffer.fd, std::strerror(-stale));
-        error = stale;
-    }
+    if (const int stale = discard_after_device(r.dst.buffer.fd); stale && !no)
+        no = {TAVI_RET_FAIL, "result buffer fd=%d cannot be made visible: %s", r.dst.buffer.fd,
+              std::strerror(-stale)};
     rest.restore(r.dst);
-    return error == 0;
+    return no;
 }
 
 /// What was done, in words, for the line that says so.
@@ -266,8 +238,8 @@ struct Summary {
             std::snprintf(sides[i], sizeof(sides[i]), "%.*s %dx%d (%d %d) %dx%d", static_cast<int>(f.name.size()),
                           f.name.data(), s.width, s.height, s.box.x, s.box.y, s.box.width, s.box.height);
         }
-        std::snprintf(text, sizeof(text), "%.63s: %s to %s, mode %d, conversation %s", r.engine.path, sides[0],
-                      sides[1], r.mode, r.opened ? "opened" : "kept from before");
+        std::snprintf(text, sizeof(text), "%.63s: %s to %s, mode %d, context %s", r.engine.path, sides[0], sides[1],
+                      r.mode, r.opened ? "opened" : "kept from before");
     }
 };
 
@@ -282,28 +254,29 @@ Letterbox letterbox_of(const Request& r, LetterboxPosition position) {
 
 Box box_of(const Letterbox& l) { return {l.x, l.y, l.width, l.height}; }
 
-bool letterbox(tavi_image_t* src, tavi_image_t* dst, LetterboxPosition position, uint32_t color, Request& r,
-               Letterbox& picture, Why& why) {
-    if (!make_request(src, dst, TAVI_IMAGE_TRANSFORM_NONE, r, why))
-        return false;
+Refusal letterbox(tavi_image_t* src, tavi_image_t* dst, LetterboxPosition position, uint32_t color, Request& r,
+                  Letterbox& picture) {
+    if (const Refusal no = make_request(src, dst, TAVI_IMAGE_TRANSFORM_NONE, r))
+        return no;
     picture = letterbox_of(r, position);
-    if (!take_box(box_of(picture), "destination", r.dst, why))
-        return false;
+    if (const Refusal no = take_box(box_of(picture), "destination", r.dst))
+        return no;
     // Mapped before the job: once it has run, nothing may fail any more.
     CpuMapping mapping;
     if (!dst->data)
         mapping = CpuMapping(dst->fd, static_cast<size_t>(r.dst.bytes), Access::read_write);
     uint8_t* const data = dst->data ? dst->data : mapping.data();
-    if (!data) {
-        why.set("destination fd=%d cannot be mapped for its padding: %s", dst->fd, std::strerror(mapping.error()));
-        return false;
-    }
-    if (!run_request(r, false, why))
-        return false;
+    if (!data)
+        return {TAVI_RET_FAIL, "destination fd=%d cannot be mapped for its padding: %s", dst->fd,
+                std::strerror(mapping.error())};
+    if (const Refusal no = run_request(r, false))
+        return no;
     // After the job: the import of a buffer throws away what the CPU wrote before it.
     const DmaSync pass(dst->fd, Access::write);
-    paint_padding(make_view(data, r.dst.side.format, r.dst.side.width, r.dst.side.height), box_of(picture), color);
-    return true;
+    const Side& side = r.dst.side;
+    paint_padding(make_view(data, *find_format(side.format), side.width, side.height, {}), box_of(picture),
+                  color);
+    return {};
 }
 
 } // namespace
@@ -318,53 +291,50 @@ int is_blit_support() {
 
 int tavi_image_convert_blit(tavi_image_t* src, tavi_image_t* dst, tavi_image_transform_mode mode) {
     Request r;
-    Why why;
-    if (!make_request(src, dst, mode, r, why)) {
-        LOG_INFO("refused: %s", why.text);
-        return TAVI_RET_UNSUPPORTED;
-    }
-    if (!run_request(r, false, why)) {
-        LOG_INFO("refused: %s", why.text);
-        return TAVI_RET_FAIL;
-    }
-    LOG_INFO("done by the engine %s", Summary(r).text);
-    return TAVI_RET_SUCCESS;
+    Refusal no = make_request(src, dst, mode, r);
+    if (!no)
+        no = run_request(r, false);
+    if (no)
+        LOG_INFO("refused: %s", no.text);
+    else
+        LOG_INFO("done by the engine %s", Summary(r).text);
+    return no.code;
 }
 
 int tavi_image_convert_blit_with_crop(tavi_image_t* src, tavi_rect_t* src_rect, tavi_image_t* dst,
                                       tavi_rect_t* dst_rect, tavi_image_transform_mode mode) {
-    Request r;
-    Why why;
     if (!src_rect || !dst_rect) {
         LOG_INFO("refused: src_rect=%p dst_rect=%p, both are needed", static_cast<void*>(src_rect),
                  static_cast<void*>(dst_rect));
         return TAVI_RET_PARAM_ERR;
     }
-    if (!make_request(src, dst, mode, r, why) || !take_box(box_of(*src_rect), "source", r.src, why) ||
-        !take_box(box_of(*dst_rect), "destination", r.dst, why)) {
-        LOG_INFO("refused: %s", why.text);
-        return TAVI_RET_UNSUPPORTED;
-    }
-    if (!run_request(r, true, why)) {
-        LOG_INFO("refused: %s", why.text);
-        return TAVI_RET_FAIL;
-    }
-    LOG_INFO("done by the engine %s", Summary(r).text);
-    return TAVI_RET_SUCCESS;
+    Request r;
+    Refusal no = make_request(src, dst, mode, r);
+    if (!no)
+        no = take_box(box_of(*src_rect), "source", r.src);
+    if (!no)
+        no = take_box(box_of(*dst_rect), "destination", r.dst);
+    if (!no)
+        no = run_request(r, true);
+    if (no)
+        LOG_INFO("refused: %s", no.text);
+    else
+        LOG_INFO("done by the engine %s", Summary(r).text);
+    return no.code;
 }
 
 // Nobody retries a letterbox in software once this says yes, so the engine itself is asked, down to the rectangles.
-// The conversation stays open: the conversion that follows finds it as it needs it.
+// The context stays open: the conversion that follows finds it as it needs it.
 int tavi_blit_keep_ratio_resize_check(tavi_image_t* src, tavi_image_t* dst, int) {
     Request r;
-    Why why;
-    bool able = make_request(src, dst, TAVI_IMAGE_TRANSFORM_NONE, r, why) &&
-                take_box(box_of(letterbox_of(r, LetterboxPosition::centre)), "destination", r.dst, why);
-    if (able)
-        able = static_cast<bool>(ContextPool::instance().lease(r.setup(), why));
-    if (!able)
-        LOG_INFO("refused: %s", why.text);
-    return able;
+    Refusal no = make_request(src, dst, TAVI_IMAGE_TRANSFORM_NONE, r);
+    if (!no)
+        no = take_box(box_of(letterbox_of(r, LetterboxPosition::centre)), "destination", r.dst);
+    if (!no)
+        no = ContextPool::instance().lease(r.setup()).refusal();
+    if (no)
+        LOG_INFO("refused: %s", no.text);
+    return !no;
 }
 
 int tavi_image_convert_keep_ratio_by_blit(tavi_image_t* src, tavi_image_t* dst, int param0, int param1, float* out0,
@@ -373,17 +343,16 @@ int tavi_image_convert_keep_ratio_by_blit(tavi_image_t* src, tavi_image_t* dst, 
         LOG_ERROR("position param1=%d: allowed are 0 (centre), 1 (top-left) and 2 (bottom-right)", param1);
         return TAVI_RET_PARAM_ERR;
     }
-    // Nobody repeats a letterbox in software: what failed is tried once more, by a conversation opened anew.
-    Why said;
+    // Nobody repeats a letterbox in software: what failed is tried once more, by a context opened anew.
+    Refusal said;
     for (int attempt = 0; attempt < 2; ++attempt) {
         Request r;
-        Why why;
-        Letterbox picture;
-        if (!letterbox(src, dst, static_cast<LetterboxPosition>(param1), static_cast<uint32_t>(param0), r, picture,
-                       why)) {
-            if (std::strcmp(why.text, said.text) != 0) // one line for what is refused both times
-                LOG_INFO("refused: %s", why.text);
-            said = why;
+        Letterbox picture = {};
+        if (const Refusal no = letterbox(src, dst, static_cast<LetterboxPosition>(param1),
+                                         static_cast<uint32_t>(param0), r, picture)) {
+            if (std::strcmp(no.text, said.text) != 0) // one line for what is refused both times
+                LOG_INFO("refused: %s", no.text);
+            said = no;
             continue;
         }
         LOG_INFO("done by the engine %s", Summary(r).text);
@@ -397,5 +366,5 @@ int tavi_image_convert_keep_ratio_by_blit(tavi_image_t* src, tavi_image_t* dst, 
             *out3 = static_cast<float>(picture.y);
         return TAVI_RET_SUCCESS;
     }
-    return TAVI_RET_FAIL;
+    return said.code;
 }
