@@ -22,6 +22,7 @@
 #include "pixels/fill.h"
 #include "services/log.h"
 #include "services/tavi_mem.h"
+#include "services/yuv_setting.h"
 
 namespace tavi {
 namespace {
@@ -110,7 +111,7 @@ struct Request {
     tavi_image_transform_mode mode = TAVI_IMAGE_TRANSFORM_NONE;
     bool opened = false; ///< the engine was opened for it
 
-    Setup setup() const { return {src.side, dst.side, mode, {}}; }
+    Setup setup() const { return {src.side, dst.side, mode, yuv_setting()}; }
 };
 
 Refusal make_request(tavi_image_t* src, tavi_image_t* dst, tavi_image_transform_mode mode, Request& r) {
@@ -274,7 +275,7 @@ Refusal letterbox(tavi_image_t* src, tavi_image_t* dst, LetterboxPosition positi
     // After the job: the import of a buffer throws away what the CPU wrote before it.
     const DmaSync pass(dst->fd, Access::write);
     const Side& side = r.dst.side;
-    paint_padding(make_view(data, *find_format(side.format), side.width, side.height, {}), box_of(picture),
+    paint_padding(make_view(data, *find_format(side.format), side.width, side.height, yuv_setting()), box_of(picture),
                   color);
     return {};
 }
