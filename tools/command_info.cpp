@@ -14,6 +14,7 @@
 #include "services/mem_sources.h"
 #include "services/parse_int.h"
 #include "services/tavi_mem.h"
+#include "services/yuv_setting.h"
 
 namespace tool {
 namespace {
@@ -83,10 +84,16 @@ bool is_level(const char* text) {
     return tavi::parse_int(text, &value) && value >= 0 && value <= 3;
 }
 
+bool is_yuv_value(const char* text) {
+    tavi::ColorSpace color;
+    return tavi::parse_yuv(text, color);
+}
+
 constexpr Setting kSettings[] = {
     {"TAVI_LOG_LEVEL", nullptr, "1", is_level},
     {"TAVI_USE_BLIT", "use_blit", "1", is_number},
     {"TAVI_BLIT_DEVICE", nullptr, "the first engine that qualifies", any_text},
+    {"TAVI_YUV", nullptr, "bt601", is_yuv_value},
     {"TAVI_DMA_HEAP", nullptr, "any contiguous heap, then the system heap", any_text},
 };
 

@@ -19,17 +19,24 @@ constexpr struct {
 
 ColorSpace read_yuv_setting() {
     const char* const text = std::getenv("TAVI_YUV");
-    if (!text)
-        return {};
-    for (const auto& value : kValues)
-        if (std::strcmp(text, value.text) == 0)
-            return value.color;
-    LOG_ERROR("TAVI_YUV=\"%s\": allowed are bt601, bt709 and bt2020, each with -full or without; bt601 is used",
-              text);
-    return {};
+    ColorSpace color;
+    if (text && !parse_yuv(text, color))
+        LOG_ERROR("TAVI_YUV=\"%s\": allowed are bt601, bt709 and bt2020, each with -full or without; bt601 is used",
+                  text);
+    return color;
 }
 
 } // namespace
+
+bool parse_yuv(const char* text, ColorSpace& color) {
+    for (const auto& value : kValues) {
+        if (std::strcmp(text, value.text) != 0)
+            continue;
+        color = value.color;
+        return true;
+    }
+    return false;
+}
 
 ColorSpace yuv_setting() {
     static const ColorSpace color = read_yuv_setting();

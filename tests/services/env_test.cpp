@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include "services/yuv_setting.h"
 #include "support/captured_log.h"
 
 namespace {
@@ -62,6 +63,21 @@ TEST(Env, PrefersThePrefixedNameOverThePlainOne) {
     EXPECT_EQ(tavi_env_get_int(std::string(500, 'k').c_str(), &value, 4), TAVI_RET_FAIL);
     EXPECT_EQ(value, 4);
     EXPECT_EQ(log.lines.size(), 2u);
+}
+
+TEST(YuvSetting, IsReadOnceAndRefusesWhatItDoesNotKnow) {
+    tavi::ColorSpace color;
+    EXPECT_TRUE(tavi::parse_yuv("bt2020-full", color));
+    EXPECT_EQ(color, (tavi::ColorSpace{tavi::Matrix::bt2020, true}));
+    for (const char* text : {"", "BT709", "bt709-", "bt709-limited", "709"})
+        EXPECT_FALSE(tavi::parse_yuv(text, color)) << text;
+    CapturedLog log;
+    setenv("TAVI_YUV", "bt470", 1);
+    EXPECT_EQ(tavi::yuv_setting(), tavi::ColorSpace{});
+    setenv("TAVI_YUV", "bt709", 1);
+    EXPECT_EQ(tavi::yuv_setting(), tavi::ColorSpace{}) << "read again";
+    ASSERT_EQ(log.lines.size(), 1u);
+    EXPECT_NE(log.lines[0].message.find("TAVI_YUV=\"bt470\": allowed are"), std::string::npos);
 }
 
 } // namespace

@@ -132,10 +132,12 @@ TEST_F(Tool, TellsWhatItDid) {
          {"explain: request     rgb 600x400 -> nv12 300x200\n", "tavi_image_convert: transform mode=0\n",
           "by software: ", "tavi_image_convert: tavi_image_convert finish ret=0\n"})
         EXPECT_NE(err.find(words), std::string::npos) << words << err;
-    ASSERT_EQ(run("@ formats --size 3x3 && @ --version && TAVI_USE_BLIT=maybe use_blit=0 @ probe"), 0);
+    ASSERT_EQ(
+        run("@ formats --size 3x3 && @ --version && TAVI_USE_BLIT=maybe use_blit=0 TAVI_YUV=bt709-full @ probe"), 0);
     EXPECT_NE(out.find("  7  nv12     -                       13  Y plane, U V plane\n"), std::string::npos) << out;
     EXPECT_NE(out.find("tavi-image " TAVI_VERSION "\n"), std::string::npos);
     EXPECT_NE(out.find("\"maybe\" in TAVI_USE_BLIT is malformed"), std::string::npos) << out;
+    EXPECT_NE(out.find("bt709-full (from TAVI_YUV)"), std::string::npos) << out;
     EXPECT_EQ(run("unset TAVI_BLIT_DEVICE; @ probe | head -n 3 >a; TAVI_BLIT_DEVICE= @ probe | head -n 3 | cmp - a"),
               0)
         << "set to nothing is not set" << out;
