@@ -31,9 +31,8 @@ void print_file_type(const Input& input) {
             continue;
         const std::unique_ptr<tavi::Decoder> decoder(s->make());
         tavi::FileHeader header;
-        tavi::Failure why;
         printf("type    %s\n", s->name);
-        if (decoder && decoder->open(file, header, why) && header.orientation != 1)
+        if (decoder && !decoder->open(file, header) && header.orientation != 1)
             printf("stored  %ux%u, EXIF orientation %d\n", header.width, header.height, header.orientation);
         return;
     }
@@ -58,7 +57,10 @@ void run_formats(Size size) {
     printf("%3s  %-7s  %-8s  %16s  %s\n", "no.", "name", "channels", bytes, "memory");
     for (size_t i = 0; i < tavi::kFormats.size(); ++i) {
         const tavi::Format& f = tavi::kFormats[i];
-        const std::string channels = f.is_yuv() ? "-" : std::to_string(f.parts);
+        tavi_image_t image{};
+        image.pixel_format = static_cast<tavi_pixel_format>(i);
+        const int count = tavi_image_get_channels(&image);
+        const std::string channels = count < 0 ? "-" : std::to_string(count);
         printf("%3zu  %-7.*s  %-8s  %16llu  %s\n", i, static_cast<int>(f.name.size()), f.name.data(),
                channels.c_str(), static_cast<unsigned long long>(tavi::byte_count(f, size.width, size.height)),
                f.layout);

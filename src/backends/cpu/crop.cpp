@@ -33,10 +33,8 @@ Refusal crop_and_resize(const tavi_image_t* src, const tavi_rect_t& rect, const 
     const ImageView &s = pair.src.view(), &d = pair.dst.view();
     if (rect.left < 0 || rect.top < 0 || rect.right >= s.width || rect.bottom >= s.height || rect.right < rect.left ||
         rect.bottom < rect.top)
-        return {TAVI_RET_PARAM_ERR, "rect=(%d %d %d %d) is empty or not inside (0 0 %d %d)",
-                rect.left,          rect.top,
-                rect.right,         rect.bottom,
-                s.width - 1,        s.height - 1};
+        return Refusal(TAVI_RET_PARAM_ERR, "rect=(%d %d %d %d) is empty or not inside (0 0 %d %d)", rect.left,
+                       rect.top, rect.right, rect.bottom, s.width - 1, s.height - 1);
     if (d.format != s.format)
         return {TAVI_RET_PARAM_ERR, "dst fmt=%d: allowed is the source's, %d", d.id(), s.id()};
     if (pair.in_place)

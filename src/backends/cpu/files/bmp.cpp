@@ -53,16 +53,16 @@ uint64_t row_bytes(uint64_t width, uint32_t bits) { return (width * bits + 31) /
 
 class BmpDecoder : public Decoder {
 public:
-    bool open(Input& input, FileHeader& header, Failure& why) override {
+    Refusal open(Input& input, FileHeader& header) override {
         input_ = &input;
         uint8_t h[kFileHeader + kMaxHeader] = {};
         if (!input.read(h, kFileHeader + 4))
-            return why.set(TAVI_RET_FAIL, "damaged BMP: the file ends in its header");
+            return {TAVI_RET_FAIL, "damaged BMP: the file ends in its header"};
         const uint32_t size = get32(h + kFileHeader);
         if (size != kCoreHeader && (size < kInfoHeader || size > kMaxHeader))
-            return why.set(TAVI_RET_UNSUPPORTED, "BMP header of %u bytes; allowed are 12 and 40 to 124", size);
+            return {TAVI_RET_UNSUPPORTED, "BMP header of %u bytes; allowed are 12 and 40 to 124", size};
         if (!input.read(h + kFileHeader + 4, size - 4))
-            return why.set(TAVI_RET_FAIL, "damaged BMP: the file ends in its header");
+            return {TAVI_RET_FAIL, "damaged BMP: the file ends in its header"};
         position_ = kFileHeader + size;
         const uint8_t* const info = h + kFileHeader;
         uint32_t compression = kPlain;
@@ -79,38 +79,42 @@ public:
             bits_ = get16(info + 14);
             compression = get32(info + 16);
         }
-        return check_kind(compression, why) && read_masks(info, size, compression, why) &&
-               read_palette(info, size, why) && skip_to_pixels(get32(h + 10), header, why);
+        Refusal no = check_kind(compression);
+        if (!no)
+            no = read_masks(info, size, compression);
+        if (!no)
+            no = read_palette(info, size);
+        return no ? no : skip_to_pixels(get32(h + 10), header);
     }
 
-    tavi_pixel_format nearest(tavi_pixel_format) const override { return stored_; }
+    tavi_pixel_format nearest(const ImageView&) const override { return stored_; }
 
-    bool decode(const ImageView& picture, Failure& why) override {
+    Refusal decode(const ImageView& picture) override {
         const uint64_t bytes = row_bytes(static_cast<uint64_t>(picture.width), bits_);
         const Bytes row = allocate_bytes(bytes);
         if (!row)
-            return why.set(TAVI_RET_FAIL, "no memory for a row");
+            return {TAVI_RET_FAIL, "no memory for a row"};
         for (int y = 0; y < picture.height; ++y) {
             if (!input_->read(row.get(), static_cast<size_t>(bytes)))
-                return why.set(TAVI_RET_FAIL, "damaged BMP: the file ends in row %d of %d", y, picture.height);
+                return {TAVI_RET_FAIL, "damaged BMP: the file ends in row %d of %d", y, picture.height};
             store(row.get(), picture.width, picture.plane[0].row(top_down_ ? y : picture.height - 1 - y));
         }
-        return true;
+        return {};
     }
 
 private:
-    bool check_kind(uint32_t compression, Failure& why) {
+    Refusal check_kind(uint32_t compression) {
         const bool packed = bits_ == 16 || bits_ == 32;
         const bool known = bits_ == 1 || bits_ == 4 || bits_ == 8 || bits_ == 24 || packed;
         const bool masked = compression == kBitFields || compression == kAlphaBitFields;
         if (known && (compression == kPlain || (masked && packed)))
-            return true;
-        return why.set(TAVI_RET_UNSUPPORTED,
-                       "BMP of %u bits with compression %u; allowed are 1, 4, 8, 16, 24 and 32 bits, uncompressed",
-                       bits_, compression);
+            return {};
+        return {TAVI_RET_UNSUPPORTED,
+                "BMP of %u bits with compression %u; allowed are 1, 4, 8, 16, 24 and 32 bits, uncompressed", bits_,
+                compression};
     }
 
-    bool read_masks(const uint8_t* info, uint32_t size, uint32_t compression, Failure& why) {
+    Refusal read_masks(const uint8_t* info, uint32_t size, uint32_t compression) {
         uint8_t masks[16] = {};
         if (compression == kPlain) {
             const bool wide = bits_ == 32;
@@ -122,25 +126,25 @@ private:
         } else {
             const uint32_t count = compression == kAlphaBitFields ? 16 : 12;
             if (!input_->read(masks, count))
-                return why.set(TAVI_RET_FAIL, "damaged BMP: the file ends in its masks");
+                return {TAVI_RET_FAIL, "damaged BMP: the file ends in its masks"};
             position_ += count;
         }
         for (int i = 0; i < 4; ++i)
             mask_[i].set(get32(masks + 4 * i));
         stored_ = mask_[3].bits && bits_ > 8 && bits_ != 24 ? TAVI_PIXEL_FORMAT_RGBA8888 : TAVI_PIXEL_FORMAT_RGB888;
-        return true;
+        return {};
     }
 
-    bool read_palette(const uint8_t* info, uint32_t size, Failure& why) {
+    Refusal read_palette(const uint8_t* info, uint32_t size) {
         if (bits_ > 8)
-            return true;
+            return {};
         const uint32_t room = 1u << bits_;
         const uint32_t used = size == kCoreHeader ? 0 : get32(info + 32);
         const uint32_t entries = used == 0 || used > room ? room : used;
         const uint32_t step = size == kCoreHeader ? 3 : 4;
         uint8_t raw[256 * 4];
         if (!input_->read(raw, entries * step))
-            return why.set(TAVI_RET_FAIL, "damaged BMP: the file ends in its palette");
+            return {TAVI_RET_FAIL, "damaged BMP: the file ends in its palette"};
         position_ += entries * step;
         bool grey = true;
         for (uint32_t i = 0; i < entries; ++i) {
@@ -151,14 +155,14 @@ private:
         }
         if (grey)
             stored_ = TAVI_PIXEL_FORMAT_GRAY8;
-        return true;
+        return {};
     }
 
-    bool skip_to_pixels(uint32_t start, FileHeader& header, Failure& why) {
+    Refusal skip_to_pixels(uint32_t start, FileHeader& header) {
         header.stored = stored_;
         if (start < position_ || !input_->skip(start - position_))
-            return why.set(TAVI_RET_FAIL, "damaged BMP: no pixels at byte %u", start);
-        return true;
+            return {TAVI_RET_FAIL, "damaged BMP: no pixels at byte %u", start};
+        return {};
     }
 
     void store(const uint8_t* row, int width, uint8_t* to) const {
@@ -189,14 +193,13 @@ private:
     uint8_t palette_[256][3] = {}; ///< an index beyond the file's entries is black
 };
 
-tavi_pixel_format nearest_for_bmp(tavi_pixel_format have) {
-    const Format& f = *find_format(have);
-    if (f.model == Model::rgb)
-        return have;
-    return f.model == Model::gray ? TAVI_PIXEL_FORMAT_GRAY8 : TAVI_PIXEL_FORMAT_BGR888;
+tavi_pixel_format nearest_for_bmp(const ImageView& have) {
+    if (!have.format->whole_pixels())
+        return TAVI_PIXEL_FORMAT_BGR888;
+    return have.format->parts == 1 ? TAVI_PIXEL_FORMAT_GRAY8 : have.id();
 }
 
-bool encode_bmp(const ImageView& picture, Output& output, Failure& why) {
+Refusal encode_bmp(const ImageView& picture, Output& output) {
     const Format& f = *picture.format;
     const int channels = f.parts;
     const uint32_t info_size = channels == 4 ? kV4Header : kInfoHeader;
@@ -226,18 +229,18 @@ bool encode_bmp(const ImageView& picture, Output& output, Failure& why) {
         put32(info + info_size + 4 * i, i * 0x010101);
     const Bytes row = allocate_bytes(pitch);
     if (!row)
-        return why.set(TAVI_RET_FAIL, "no memory for a row");
+        return {TAVI_RET_FAIL, "no memory for a row"};
     std::memset(row.get(), 0, static_cast<size_t>(pitch));
     bool good = output.write(head, start);
     for (int y = picture.height - 1; good && y >= 0; --y) {
         const uint8_t* const from = picture.plane[0].row(y);
         std::memcpy(row.get(), from, static_cast<size_t>(picture.width) * channels);
-        if (f.model == Model::rgb && !f.swapped())
+        if (f.part[2].byte > f.part[0].byte) // red first, where the file has blue
             for (int x = 0; x < picture.width * channels; x += channels)
                 std::swap(row[x], row[x + 2]);
         good = output.write(row.get(), static_cast<size_t>(pitch));
     }
-    return good || why.set(TAVI_RET_FAIL, "%s", std::strerror(errno));
+    return good ? Refusal() : Refusal(TAVI_RET_FAIL, "%s", std::strerror(errno));
 }
 
 bool is_bmp(const uint8_t* head, size_t size) { return size >= 2 && head[0] == 'B' && head[1] == 'M'; }

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -20,17 +19,6 @@
 
 namespace tavi {
 
-bool Failure::set(int result, const char* format, ...) {
-    if (code != TAVI_RET_SUCCESS)
-        return false;
-    code = result;
-    va_list arguments;
-    va_start(arguments, format);
-    std::vsnprintf(reason, sizeof(reason), format, arguments);
-    va_end(arguments);
-    return false;
-}
-
 namespace {
 
 constexpr const Signature* kSignatures[] = {&kJpegSignature, &kPngSignature, &kBmpSignature, &kPnmSignature};
@@ -40,15 +28,14 @@ constexpr const Ending* kEndings[] = {&kJpgEnding, &kJpegEnding, &kPngEnding, &k
 /// other diagonal: it is a quarter turn of the picture with its rows reversed.
 struct Turn {
     tavi_image_transform_mode mode;
-    bool exchanges_sides;
-    bool reverses_rows;
+    bool reverses_rows = false;
 };
 constexpr Turn kTurns[] = {
-    {TAVI_IMAGE_TRANSFORM_NONE, false, false},      {TAVI_IMAGE_TRANSFORM_NONE, false, false},
-    {TAVI_IMAGE_TRANSFORM_FLIP_H, false, false},    {TAVI_IMAGE_TRANSFORM_ROTATE_180, false, false},
-    {TAVI_IMAGE_TRANSFORM_FLIP_V, false, false},    {TAVI_IMAGE_TRANSFORM_TRANSPOSE, true, false},
-    {TAVI_IMAGE_TRANSFORM_ROTATE_90, true, false},  {TAVI_IMAGE_TRANSFORM_ROTATE_270, true, true},
-    {TAVI_IMAGE_TRANSFORM_ROTATE_270, true, false},
+    {TAVI_IMAGE_TRANSFORM_NONE},       {TAVI_IMAGE_TRANSFORM_NONE},
+    {TAVI_IMAGE_TRANSFORM_FLIP_H},     {TAVI_IMAGE_TRANSFORM_ROTATE_180},
+    {TAVI_IMAGE_TRANSFORM_FLIP_V},     {TAVI_IMAGE_TRANSFORM_TRANSPOSE},
+    {TAVI_IMAGE_TRANSFORM_ROTATE_90},  {TAVI_IMAGE_TRANSFORM_ROTATE_270, true},
+    {TAVI_IMAGE_TRANSFORM_ROTATE_270},
 };
 
 struct MemDeleter {
@@ -61,11 +48,10 @@ struct Shape {
     uint32_t height;
 };
 
-/// What the caller is to get; false when the flag or the shape cannot be.
-bool choose_shape(const FileHeader& header, const Turn& turn, const tavi_image_t& img, int kind, Shape& shape,
-                  Failure& why) {
+/// What the caller is to get.
+Refusal choose_shape(const FileHeader& header, const Turn& turn, const tavi_image_t& img, int kind, Shape& shape) {
     shape = {TAVI_PIXEL_FORMAT_RGB888, header.width, header.height};
-    if (turn.exchanges_sides)
+    if (exchanges_sides(turn.mode))
         std::swap(shape.width, shape.height);
     if (kind == TAVI_IMAGE_READ_AS_STORED)
         shape.format = header.stored;
@@ -79,9 +65,9 @@ bool choose_shape(const FileHeader& header, const Turn& turn, const tavi_image_t
         }
     }
     if (const char* const rule = why_not_viewable(shape.format, shape.width, shape.height))
-        return why.set(TAVI_RET_UNSUPPORTED, "%ux%u in format %u: %s", shape.width, shape.height,
+        return Refusal(TAVI_RET_UNSUPPORTED, "%ux%u in format %u: %s", shape.width, shape.height,
                        static_cast<unsigned>(shape.format), rule);
-    return true;
+    return {};
 }
 
 void reverse_rows(const ImageView& picture) {
@@ -93,79 +79,75 @@ void reverse_rows(const ImageView& picture) {
 }
 
 /// Decodes into `target`: straight when it is what the codec gives, else through a picture of the file's own shape.
-bool decode_into(Decoder& decoder, const FileHeader& header, const Turn& turn, const ImageView& target,
-                 Failure& why) {
+Refusal decode_into(Decoder& decoder, const FileHeader& header, const Turn& turn, const ImageView& target) {
     const int width = static_cast<int>(header.width);
     const int height = static_cast<int>(header.height);
-    tavi_pixel_format nearest = decoder.nearest(target.id());
+    tavi_pixel_format nearest = decoder.nearest(target);
     if (turn.mode == TAVI_IMAGE_TRANSFORM_NONE && nearest == target.id() && width == target.width &&
         height == target.height)
-        return decoder.decode(target, why);
+        return decoder.decode(target);
     if (why_not_viewable(nearest, header.width, header.height))
         nearest = TAVI_PIXEL_FORMAT_RGB888; // one row or column has no chroma sample, and may grow to a size that has
     const Bytes pixels = allocate_bytes(byte_count(kFormats[nearest], header.width, header.height));
     if (!pixels)
-        return why.set(TAVI_RET_FAIL, "no memory for a picture of %dx%d", width, height);
-    const ImageView picture = make_view(pixels.get(), nearest, width, height);
-    if (!decoder.decode(picture, why))
-        return false;
+        return {TAVI_RET_FAIL, "no memory for a picture of %dx%d", width, height};
+    const ImageView picture = make_view(pixels.get(), kFormats[nearest], width, height, target.color);
+    if (const Refusal no = decoder.decode(picture))
+        return no;
     if (turn.reverses_rows)
         reverse_rows(picture);
-    const Refusal no = convert_views(picture, target, turn.mode, TAVI_IMAGE_RESIZE_DEFAULT);
-    return !no || why.set(no.code, "%s", no.text);
+    return convert_views(picture, target, turn.mode, TAVI_IMAGE_RESIZE_DEFAULT);
 }
 
-bool open_picture(const char* path, Input& input, std::unique_ptr<Decoder>& decoder, FileHeader& header,
-                  Failure& why) {
+Refusal open_picture(const char* path, Input& input, std::unique_ptr<Decoder>& decoder, FileHeader& header) {
     if (!input.open(path))
-        return why.set(TAVI_RET_FAIL, "%s", std::strerror(errno));
+        return {TAVI_RET_FAIL, "%s", std::strerror(errno)};
     const auto found = std::find_if(std::begin(kSignatures), std::end(kSignatures),
                                     [&](const Signature* s) { return s->matches(input.head(), input.head_size()); });
     if (found == std::end(kSignatures))
-        return why.set(TAVI_RET_UNSUPPORTED, "its first bytes are not those of a JPEG, PNG, BMP or PNM file");
+        return {TAVI_RET_UNSUPPORTED, "its first bytes are not those of a JPEG, PNG, BMP or PNM file"};
     decoder.reset((*found)->make());
     if (!decoder)
-        return why.set(TAVI_RET_FAIL, "no memory for the decoder");
-    if (!decoder->open(input, header, why))
-        return false;
+        return {TAVI_RET_FAIL, "no memory for the decoder"};
+    if (const Refusal no = decoder->open(input, header))
+        return no;
     if (header.width < 1 || header.height < 1)
-        return why.set(TAVI_RET_FAIL, "damaged %s: sides %u x %u", (*found)->name, header.width, header.height);
+        return {TAVI_RET_FAIL, "damaged %s: sides %u x %u", (*found)->name, header.width, header.height};
     if (header.width > kMaxSide || header.height > kMaxSide) // both at the limit are the most pixels there can be
-        return why.set(TAVI_RET_UNSUPPORTED, "picture of %u x %u; allowed sides are 1 to %d", header.width,
-                       header.height, kMaxSide);
-    return true;
+        return {TAVI_RET_UNSUPPORTED, "picture of %u x %u; allowed sides are 1 to %d", header.width, header.height,
+                kMaxSide};
+    return {};
 }
 
-bool read_file(const char* path, tavi_image_t& img, int read_flag, Failure& why) {
+Refusal read_file(const char* path, tavi_image_t& img, int read_flag) {
     const int kind = read_flag & ~TAVI_IMAGE_READ_IGNORE_ORIENTATION;
     const bool lent = img.is_prealloc_buf == 1;
     if (kind < TAVI_IMAGE_READ_COLOR || kind > TAVI_IMAGE_READ_INTO_RECORD)
-        return why.set(TAVI_RET_PARAM_ERR, "read_flag=%d; allowed are 0 to 3, with 16 added or not", read_flag);
+        return {TAVI_RET_PARAM_ERR, "read_flag=%d; allowed are 0 to 3, with 16 added or not", read_flag};
     if (kind == TAVI_IMAGE_READ_INTO_RECORD && !find_format(img.pixel_format))
-        return why.set(TAVI_RET_PARAM_ERR, "pixel_format=%u; allowed are 0 to 15",
-                       static_cast<unsigned>(img.pixel_format));
+        return {TAVI_RET_PARAM_ERR, "pixel_format=%u; allowed are 0 to 15", static_cast<unsigned>(img.pixel_format)};
     if (lent != (img.data != nullptr)) // memory that nobody would free, or none where some was promised
-        return why.set(TAVI_RET_PARAM_ERR, "data=%p with is_prealloc_buf=%d; give memory and 1, or null and 0",
-                       static_cast<void*>(img.data), img.is_prealloc_buf);
+        return {TAVI_RET_PARAM_ERR, "data=%p with is_prealloc_buf=%d; give memory and 1, or null and 0",
+                static_cast<void*>(img.data), img.is_prealloc_buf};
     Input input;
     std::unique_ptr<Decoder> decoder;
     FileHeader header;
-    if (!open_picture(path, input, decoder, header, why))
-        return false;
+    if (const Refusal no = open_picture(path, input, decoder, header))
+        return no;
     const bool upright = (read_flag & TAVI_IMAGE_READ_IGNORE_ORIENTATION) != 0;
     const Turn& turn = kTurns[upright ? 1 : header.orientation];
     Shape shape;
-    if (!choose_shape(header, turn, img, kind, shape, why))
-        return false;
+    if (const Refusal no = choose_shape(header, turn, img, kind, shape))
+        return no;
     const uint64_t bytes = byte_count(kFormats[shape.format], shape.width, shape.height); // at most 2^30
     std::unique_ptr<uint8_t, MemDeleter> attached;
     if (!lent) {
         tavi_mem_record_t record = {};
         if (tavi_mem_alloc(static_cast<int>(bytes), TAVI_MEM_TYPE_HEAP, &record) != TAVI_RET_SUCCESS)
-            return why.set(TAVI_RET_FAIL, "no memory for %ux%u pixels", shape.width, shape.height);
+            return {TAVI_RET_FAIL, "no memory for %ux%u pixels", shape.width, shape.height};
         attached.reset(static_cast<uint8_t*>(record.virt_addr));
     } else if (img.size < bytes) {
-        return why.set(TAVI_RET_PARAM_ERR, "size=%u is too small for %ux%u in format %u, which needs %u", img.size,
+        return Refusal(TAVI_RET_PARAM_ERR, "size=%u is too small for %ux%u in format %u, which needs %u", img.size,
                        shape.width, shape.height, static_cast<unsigned>(shape.format), static_cast<unsigned>(bytes));
     }
     tavi_image_t target = img;
@@ -177,10 +159,10 @@ bool read_file(const char* path, tavi_image_t& img, int read_flag, Failure& why)
     {
         const CpuImage pixels(&target, Access::write, yuv_setting());
         if (!pixels)
-            return why.set(pixels.refusal().code, "%s", pixels.refusal().text);
+            return pixels.refusal();
         pixels.clear_tail();
-        if (!decode_into(*decoder, header, turn, pixels.view(), why))
-            return false;
+        if (const Refusal no = decode_into(*decoder, header, turn, pixels.view()))
+            return no;
     }
     img.pixel_format = shape.format;
     img.width = shape.width;
@@ -192,7 +174,7 @@ bool read_file(const char* path, tavi_image_t& img, int read_flag, Failure& why)
         img.fd = 0;
         img.data_phy = nullptr;
     }
-    return true;
+    return {};
 }
 
 const Ending* find_ending(const char* path) {
@@ -203,32 +185,34 @@ const Ending* find_ending(const char* path) {
     return found == std::end(kEndings) ? nullptr : *found;
 }
 
-bool write_file(const char* path, const tavi_image_t& img, Failure& why) {
+Refusal write_file(const char* path, const tavi_image_t& img) {
     const Ending* const ending = find_ending(path);
     if (!ending)
-        return why.set(TAVI_RET_UNSUPPORTED, "unknown ending; allowed are .jpg, .jpeg, .png, .bmp, .ppm and .pgm");
+        return {TAVI_RET_UNSUPPORTED, "unknown ending; allowed are .jpg, .jpeg, .png, .bmp, .ppm and .pgm"};
     const CpuImage source(&img, Access::read, yuv_setting());
     if (!source)
-        return why.set(source.refusal().code, "%ux%u in format %u: %s", img.width, img.height,
+        return Refusal(source.refusal().code, "%ux%u in format %u: %s", img.width, img.height,
                        static_cast<unsigned>(img.pixel_format), source.refusal().text);
     ImageView picture = source.view();
-    const tavi_pixel_format format = ending->nearest(img.pixel_format);
+    const tavi_pixel_format format = ending->nearest(picture);
     Bytes converted;
     if (format != picture.id()) {
         converted = allocate_bytes(byte_count(kFormats[format], img.width, img.height));
         if (!converted)
-            return why.set(TAVI_RET_FAIL, "no memory for a picture of %ux%u", img.width, img.height);
-        const ImageView target = make_view(converted.get(), format, picture.width, picture.height);
+            return {TAVI_RET_FAIL, "no memory for a picture of %ux%u", img.width, img.height};
+        const ImageView target = make_view(converted.get(), format, picture.width, picture.height); // grey or RGB
         if (const Refusal no = convert_views(picture, target, TAVI_IMAGE_TRANSFORM_NONE, TAVI_IMAGE_RESIZE_DEFAULT))
-            return why.set(no.code, "%s", no.text);
+            return no;
         picture = target;
     }
     Output output;
     if (!output.open(path))
-        return why.set(TAVI_RET_FAIL, "%s", std::strerror(errno));
-    if (!ending->encode(picture, output, why))
-        return false;
-    return output.commit() || why.set(TAVI_RET_FAIL, "%s", std::strerror(errno));
+        return {TAVI_RET_FAIL, "%s", std::strerror(errno)};
+    if (const Refusal no = ending->encode(picture, output))
+        return no;
+    if (!output.commit())
+        return {TAVI_RET_FAIL, "%s", std::strerror(errno)};
+    return {};
 }
 
 } // namespace
@@ -239,10 +223,10 @@ extern "C" int tavi_image_read_cpu(const char* path, tavi_image_t* img, int read
         LOG_ERROR("path=%p img=%p; neither may be null", static_cast<const void*>(path), static_cast<void*>(img));
         return TAVI_RET_PARAM_ERR;
     }
-    tavi::Failure why;
-    if (!tavi::read_file(path, *img, read_flag, why))
-        LOG_ERROR("cannot read %s: %s", path, why.reason);
-    return why.code;
+    const tavi::Refusal no = tavi::read_file(path, *img, read_flag);
+    if (no)
+        LOG_ERROR("cannot read %s: %s", path, no.text);
+    return no.code;
 }
 
 extern "C" int tavi_image_write_cpu(const char* path, tavi_image_t* img) {
@@ -250,8 +234,8 @@ extern "C" int tavi_image_write_cpu(const char* path, tavi_image_t* img) {
         LOG_ERROR("path=%p img=%p; neither may be null", static_cast<const void*>(path), static_cast<void*>(img));
         return TAVI_RET_PARAM_ERR;
     }
-    tavi::Failure why;
-    if (!tavi::write_file(path, *img, why))
-        LOG_ERROR("cannot write %s: %s", path, why.reason);
-    return why.code;
+    const tavi::Refusal no = tavi::write_file(path, *img);
+    if (no)
+        LOG_ERROR("cannot write %s: %s", path, no.text);
+    return no.code;
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
-// JPEG through TurboJPEG. YUV pictures pass as planes in both directions: what is left to do here is the range (files
-// are full-range, our formats limited) and, where file and picture subsample differently, the chroma grid.
+// JPEG through TurboJPEG. Files hold full-range BT.601. YUV pictures of that matrix pass as planes in both
+// directions: what is left to do here is the range, where theirs is limited, and, where file and picture subsample
+// differently, the chroma grid. Those of another matrix come and go as RGB.
 #include <turbojpeg.h>
 
 #include <algorithm>
@@ -21,12 +22,22 @@ constexpr int kEncodeFlags = TJFLAG_ACCURATEDCT; // 0.2 dB more at the same spee
 
 // Rounded exactly, in 16 bits so that the loops over rows become vector code. (t + 1 + (t >> 8)) >> 8 is t / 255.
 constexpr uint16_t div255(uint16_t t) { return static_cast<uint16_t>((t + 1 + (t >> 8)) >> 8); }
-constexpr uint8_t limited_luma(uint8_t full) {
-    return static_cast<uint8_t>(16 + div255(static_cast<uint16_t>(full * 219 + 127)));
-}
-constexpr uint8_t limited_chroma(uint8_t full) { // 128 + (c - 128) * 224 / 255
-    return div255(static_cast<uint16_t>(full * 224 + 128 * 31 + 127));
-}
+
+/// From a file's samples to those of the limited range.
+struct ToLimited {
+    static constexpr uint8_t luma(uint8_t full) {
+        return static_cast<uint8_t>(kBlack + div255(static_cast<uint16_t>(full * kLumaSpan + kFullSpan / 2)));
+    }
+    static constexpr uint8_t chroma(uint8_t full) { // kNeutral + (c - kNeutral) * kChromaSpan / kFullSpan
+        constexpr int kOffset = kNeutral * (kFullSpan - kChromaSpan) + kFullSpan / 2;
+        return static_cast<uint8_t>(div255(static_cast<uint16_t>(full * kChromaSpan + kOffset)));
+    }
+};
+/// And to those of the full range, which is the files'.
+struct ToFull {
+    static constexpr uint8_t luma(uint8_t full) { return full; }
+    static constexpr uint8_t chroma(uint8_t full) { return full; }
+};
 
 using Table = std::array<uint8_t, 256>;
 
@@ -36,13 +47,14 @@ constexpr int rounded(int numerator, int denominator) {
 constexpr Table make_full(int centre, int offset, int range) {
     Table t{};
     for (int i = 0; i < 256; ++i) {
-        const int value = offset + rounded((i - centre) * 255, range);
-        t[i] = static_cast<uint8_t>(value < 0 ? 0 : value > 255 ? 255 : value);
+        const int value = offset + rounded((i - centre) * kFullSpan, range);
+        t[i] = static_cast<uint8_t>(value < 0 ? 0 : value > kFullSpan ? kFullSpan : value);
     }
     return t;
 }
-constexpr Table kFullLuma = make_full(16, 0, 219);
-constexpr Table kFullChroma = make_full(128, 128, 224);
+constexpr Table kLumaOfLimited = make_full(kBlack, 0, kLumaSpan);
+constexpr Table kChromaOfLimited = make_full(kNeutral, kNeutral, kChromaSpan);
+constexpr Table kSame = make_full(0, 0, kFullSpan);
 
 /// The components of a view whose format is one of the YUV ones.
 struct YuvSamples {
@@ -71,11 +83,13 @@ private:
 
 /// TurboJPEG's number of a grey or RGB format.
 int tj_format(const Format& f) {
-    if (f.model == Model::gray)
+    if (f.parts == 1)
         return TJPF_GRAY;
-    if (f.parts == 3)
-        return f.swapped() ? TJPF_BGR : TJPF_RGB;
-    return f.swapped() ? TJPF_BGRA : TJPF_RGBA;
+    int number = 0;
+    while (tjPixelSize[number] != f.plane[0].step || tjRedOffset[number] != f.part[0].byte ||
+           tjBlueOffset[number] != f.part[2].byte || (tjAlphaOffset[number] >= 0) != (f.parts == 4))
+        ++number; // it has all of ours
+    return number;
 }
 
 /// The three planes that TurboJPEG reads or writes. It rounds odd sides up where our formats round down, so a plane
@@ -128,14 +142,15 @@ void map_row(const uint8_t* s, uint8_t* d, int count, const Map& map) {
     }
 }
 
-void limit_luma(const Planes& from, const Samples& to) {
+template <class Range>
+void store_luma(const Planes& from, const Samples& to) {
     for (int y = 0; y < to.rows; ++y) {
         const uint8_t* const s = from.data[0] + static_cast<ptrdiff_t>(y) * from.pitch[0];
         uint8_t* const d = to.row(y);
         if (to.step == 1)
-            map_row<1>(s, d, to.cols, limited_luma);
+            map_row<1>(s, d, to.cols, Range::luma);
         else
-            map_row<2>(s, d, to.cols, limited_luma);
+            map_row<2>(s, d, to.cols, Range::luma);
     }
 }
 
@@ -156,7 +171,8 @@ void gather_chroma(const uint8_t* a, const uint8_t* b, int file_factor, int cols
     }
 }
 
-void limit_chroma(const Planes& from, int plane, int xfactor, int yfactor, const Samples& to, int to_yshift,
+template <class Range>
+void store_chroma(const Planes& from, int plane, int xfactor, int yfactor, const Samples& to, int to_yshift,
                   uint8_t* row) {
     for (int y = 0; y < to.rows; ++y) {
         const int first = (y << to_yshift) / yfactor;
@@ -170,16 +186,17 @@ void limit_chroma(const Planes& from, int plane, int xfactor, int yfactor, const
             s = row;
         }
         if (to.step == 1)
-            map_row<1>(s, d, to.cols, limited_chroma);
+            map_row<1>(s, d, to.cols, Range::chroma);
         else if (to.step == 2)
-            map_row<2>(s, d, to.cols, limited_chroma);
+            map_row<2>(s, d, to.cols, Range::chroma);
         else
-            map_row<4>(s, d, to.cols, limited_chroma);
+            map_row<4>(s, d, to.cols, Range::chroma);
     }
 }
 
 /// Both components of a pair in one pass, the common case of NV12 from a file that subsamples as it does.
-void limit_pairs(const Planes& from, const YuvSamples& to) {
+template <class Range>
+void store_pairs(const Planes& from, const YuvSamples& to) {
     const bool u_first = to.u.data < to.v.data;
     for (int y = 0; y < to.u.rows; ++y) {
         const uint8_t* const u = from.data[1] + static_cast<ptrdiff_t>(y) * from.pitch[1];
@@ -188,8 +205,8 @@ void limit_pairs(const Planes& from, const YuvSamples& to) {
         const uint8_t* const b = u_first ? v : u;
         uint8_t* const d = (u_first ? to.u : to.v).row(y);
         for (int x = 0; x < to.u.cols; ++x) {
-            d[2 * x] = limited_chroma(a[x]);
-            d[2 * x + 1] = limited_chroma(b[x]);
+            d[2 * x] = Range::chroma(a[x]);
+            d[2 * x + 1] = Range::chroma(b[x]);
         }
     }
 }
@@ -204,43 +221,66 @@ void fill_channel(const Samples& to, uint8_t value) {
 void neutralise_last_byte(const ImageView& picture, const YuvSamples& c) {
     if (c.y.step == 2 && picture.width % 2 != 0)
         for (int y = 0; y < picture.height; ++y)
-            c.u.row(y)[2 * (picture.width - 1)] = 128;
+            c.u.row(y)[2 * (picture.width - 1)] = kNeutral;
+}
+
+/// The file's planes in the picture's samples.
+template <class Range>
+void store_planes(const Planes& from, int subsampling, const YuvSamples& to, uint8_t* row) {
+    store_luma<Range>(from, to.y);
+    const int xfactor = tjMCUWidth[subsampling] / 8;
+    const int yfactor = tjMCUHeight[subsampling] / 8;
+    if (subsampling == TJSAMP_GRAY) {
+        fill_channel(to.u, kNeutral);
+        fill_channel(to.v, kNeutral);
+    } else if (to.u.step == 2 && xfactor == 2 && yfactor == 1 << to.yshift) {
+        store_pairs<Range>(from, to);
+    } else {
+        store_chroma<Range>(from, 1, xfactor, yfactor, to.u, to.yshift, row);
+        store_chroma<Range>(from, 2, xfactor, yfactor, to.v, to.yshift, row);
+    }
+}
+
+/// What files hold of a picture, in both directions.
+tavi_pixel_format nearest_for_jpeg(const ImageView& picture) {
+    if (picture.format->sample_bytes() == 2)
+        return TAVI_PIXEL_FORMAT_GRAY8;
+    const bool fits = picture.format->whole_pixels() || picture.color.matrix == Matrix::bt601;
+    return fits ? picture.id() : TAVI_PIXEL_FORMAT_RGB888;
 }
 
 class JpegDecoder : public Decoder {
 public:
     JpegDecoder() : handle_(tjInitDecompress()) {}
 
-    bool open(Input& input, FileHeader& header, Failure& why) override {
+    Refusal open(Input& input, FileHeader& header) override {
         if (!handle_.get())
-            return why.set(TAVI_RET_FAIL, "no memory for the decoder");
+            return {TAVI_RET_FAIL, "no memory for the decoder"};
         file_ = input.read_all(kMaxFile, size_);
         if (!file_)
-            return why.set(TAVI_RET_FAIL, "%s (files up to 512 MiB are read)", std::strerror(errno));
+            return {TAVI_RET_FAIL, "%s (files up to 512 MiB are read)", std::strerror(errno)};
         int width = -1;
         int height = -1;
         int space = -1;
         if (tjDecompressHeader3(handle_.get(), file_.get(), size_, &width, &height, &subsampling_, &space) != 0 &&
             (width < 1 || height < 1 || space < 0)) // rare subsamplings are refused here and can be decoded to RGB
-            return why.set(TAVI_RET_FAIL, "damaged JPEG: %s", handle_.error());
+            return {TAVI_RET_FAIL, "damaged JPEG: %s", handle_.error()};
         if (space == TJCS_CMYK || space == TJCS_YCCK)
-            return why.set(TAVI_RET_UNSUPPORTED, "CMYK JPEG; allowed are grey, YCbCr and RGB");
+            return {TAVI_RET_UNSUPPORTED, "CMYK JPEG; allowed are grey, YCbCr and RGB"};
         planes_fit_ = subsampling_ >= 0 && subsampling_ < TJ_NUMSAMP && (space == TJCS_YCbCr || space == TJCS_GRAY);
         header.width = static_cast<uint32_t>(width);
         header.height = static_cast<uint32_t>(height);
         header.stored = space == TJCS_GRAY ? TAVI_PIXEL_FORMAT_GRAY8 : TAVI_PIXEL_FORMAT_RGB888;
         header.orientation = jpeg_orientation(file_.get(), size_);
-        return true;
+        return {};
     }
 
-    tavi_pixel_format nearest(tavi_pixel_format wanted) const override {
-        if (wanted == TAVI_PIXEL_FORMAT_GRAY16)
-            return TAVI_PIXEL_FORMAT_GRAY8;
-        return is_yuv(wanted) && !planes_fit_ ? TAVI_PIXEL_FORMAT_RGB888 : wanted;
+    tavi_pixel_format nearest(const ImageView& wanted) const override {
+        return planes_fit_ || wanted.format->whole_pixels() ? nearest_for_jpeg(wanted) : TAVI_PIXEL_FORMAT_RGB888;
     }
 
-    bool decode(const ImageView& picture, Failure& why) override {
-        return is_yuv(picture.id()) ? decode_planes(picture, why) : decode_pixels(picture, why);
+    Refusal decode(const ImageView& picture) override {
+        return picture.format->whole_pixels() ? decode_pixels(picture) : decode_planes(picture);
     }
 
 private:
@@ -248,56 +288,43 @@ private:
     /// warning. Stray bytes before the end marker, which cameras write, come after the last pixel: such a picture is
     /// whole, and decodes without the stop.
     template <typename Run>
-    bool strictly(const Run& run, Failure& why) {
+    Refusal strictly(const Run& run) {
         constexpr int kFlags = TJFLAG_LIMITSCANS;
         if (run(kFlags | TJFLAG_STOPONWARNING) == 0)
-            return true;
+            return {};
         const char* const text = handle_.error();
         if (tjGetErrorCode(handle_.get()) == TJERR_WARNING &&
             std::strstr(text, "extraneous bytes before marker 0xd9") &&
             (run(kFlags) == 0 || tjGetErrorCode(handle_.get()) == TJERR_WARNING))
-            return true;
-        return why.set(TAVI_RET_FAIL, "damaged JPEG: %s", handle_.error());
+            return {};
+        return {TAVI_RET_FAIL, "damaged JPEG: %s", handle_.error()};
     }
 
-    bool decode_pixels(const ImageView& picture, Failure& why) {
+    Refusal decode_pixels(const ImageView& picture) {
         const PlaneView& p = picture.plane[0];
-        return strictly(
-            [&](int flags) {
-                return tjDecompress2(handle_.get(), file_.get(), size_, p.data, picture.width,
-                                     static_cast<int>(p.pitch), picture.height, tj_format(*picture.format), flags);
-            },
-            why);
+        return strictly([&](int flags) {
+            return tjDecompress2(handle_.get(), file_.get(), size_, p.data, picture.width, static_cast<int>(p.pitch),
+                                 picture.height, tj_format(*picture.format), flags);
+        });
     }
 
-    bool decode_planes(const ImageView& picture, Failure& why) {
+    Refusal decode_planes(const ImageView& picture) {
         const YuvSamples c(picture);
         Planes planes;
         const Bytes row = allocate_bytes(static_cast<uint64_t>(picture.width));
         if (!row || !planes.prepare(picture.width, picture.height, subsampling_, &c))
-            return why.set(TAVI_RET_FAIL, "no memory for the planes of a %dx%d picture", picture.width,
-                           picture.height);
-        if (!strictly(
-                [&](int flags) {
-                    return tjDecompressToYUVPlanes(handle_.get(), file_.get(), size_, planes.data, picture.width,
-                                                   planes.pitch, picture.height, flags);
-                },
-                why))
-            return false;
-        limit_luma(planes, c.y);
-        const int xfactor = tjMCUWidth[subsampling_] / 8;
-        const int yfactor = tjMCUHeight[subsampling_] / 8;
-        if (subsampling_ == TJSAMP_GRAY) {
-            fill_channel(c.u, 128);
-            fill_channel(c.v, 128);
-        } else if (c.u.step == 2 && xfactor == 2 && yfactor == 1 << c.yshift) {
-            limit_pairs(planes, c);
-        } else {
-            limit_chroma(planes, 1, xfactor, yfactor, c.u, c.yshift, row.get());
-            limit_chroma(planes, 2, xfactor, yfactor, c.v, c.yshift, row.get());
-        }
+            return {TAVI_RET_FAIL, "no memory for the planes of a %dx%d picture", picture.width, picture.height};
+        if (const Refusal no = strictly([&](int flags) {
+                return tjDecompressToYUVPlanes(handle_.get(), file_.get(), size_, planes.data, picture.width,
+                                               planes.pitch, picture.height, flags);
+            }))
+            return no;
+        if (picture.color.full_range)
+            store_planes<ToFull>(planes, subsampling_, c, row.get());
+        else
+            store_planes<ToLimited>(planes, subsampling_, c, row.get());
         neutralise_last_byte(picture, c);
-        return true;
+        return {};
     }
 
     Handle handle_;
@@ -319,27 +346,23 @@ void expand(const Samples& from, const Table& full, const Planes& to, int plane)
     }
 }
 
-tavi_pixel_format nearest_for_jpeg(tavi_pixel_format have) {
-    return have == TAVI_PIXEL_FORMAT_GRAY16 ? TAVI_PIXEL_FORMAT_GRAY8 : have;
-}
-
-bool encode_jpeg(const ImageView& picture, Output& output, Failure& why) {
+Refusal encode_jpeg(const ImageView& picture, Output& output) {
     const Handle handle(tjInitCompress());
     if (!handle.get())
-        return why.set(TAVI_RET_FAIL, "no memory for the encoder");
+        return {TAVI_RET_FAIL, "no memory for the encoder"};
     unsigned char* jpeg = nullptr;
     unsigned long size = 0;
     int result = 0;
-    if (is_yuv(picture.id())) {
+    if (!picture.format->whole_pixels()) {
         const YuvSamples c(picture);
         const int subsampling = c.yshift ? TJSAMP_420 : TJSAMP_422;
         Planes planes;
         if (!planes.prepare(picture.width, picture.height, subsampling, nullptr))
-            return why.set(TAVI_RET_FAIL, "no memory for the planes of a %dx%d picture", picture.width,
-                           picture.height);
-        expand(c.y, kFullLuma, planes, 0);
-        expand(c.u, kFullChroma, planes, 1);
-        expand(c.v, kFullChroma, planes, 2);
+            return {TAVI_RET_FAIL, "no memory for the planes of a %dx%d picture", picture.width, picture.height};
+        const bool full = picture.color.full_range;
+        expand(c.y, full ? kSame : kLumaOfLimited, planes, 0);
+        expand(c.u, full ? kSame : kChromaOfLimited, planes, 1);
+        expand(c.v, full ? kSame : kChromaOfLimited, planes, 2);
         result =
             tjCompressFromYUVPlanes(handle.get(), const_cast<const uint8_t**>(planes.data), picture.width,
                                     planes.pitch, picture.height, subsampling, &jpeg, &size, kQuality, kEncodeFlags);
@@ -354,10 +377,10 @@ bool encode_jpeg(const ImageView& picture, Output& output, Failure& why) {
         ~Owner() { tjFree(bytes); }
     } owner{jpeg};
     if (result != 0)
-        return why.set(TAVI_RET_FAIL, "%s", handle.error());
+        return {TAVI_RET_FAIL, "%s", handle.error()};
     if (!output.write(jpeg, size))
-        return why.set(TAVI_RET_FAIL, "%s", std::strerror(errno));
-    return true;
+        return {TAVI_RET_FAIL, "%s", std::strerror(errno)};
+    return {};
 }
 
 bool is_jpeg(const uint8_t* head, size_t size) { return size >= 3 && std::memcmp(head, "\xff\xd8\xff", 3) == 0; }

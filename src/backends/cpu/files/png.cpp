@@ -16,7 +16,7 @@ namespace tavi {
 namespace {
 
 [[noreturn]] void fail(png_structp png, png_const_charp text) {
-    static_cast<Failure*>(png_get_error_ptr(png))->set(TAVI_RET_FAIL, "%s", text);
+    *static_cast<Refusal*>(png_get_error_ptr(png)) = {TAVI_RET_FAIL, "%s", text};
     png_longjmp(png, 1);
 }
 
@@ -34,41 +34,40 @@ void push(png_structp png, png_bytep from, size_t size) {
 
 void flush(png_structp) {}
 
+bool red_is_last(const Format& f) { return f.part[0].byte > f.part[2].byte; }
+
 class PngDecoder : public Decoder {
 public:
     ~PngDecoder() override { png_destroy_read_struct(&png_, &info_, nullptr); }
 
-    bool open(Input& input, FileHeader& header, Failure& why) override {
+    Refusal open(Input& input, FileHeader& header) override {
         // The sides are read here as well: libpng reports too large a picture like any other damage.
         if (input.head_size() >= 24 && std::memcmp(input.head() + 12, "IHDR", 4) == 0) {
             header.width = png_get_uint_32(input.head() + 16);
             header.height = png_get_uint_32(input.head() + 20);
             if (header.width > kMaxSide || header.height > kMaxSide)
-                return true;
+                return {};
         }
-        png_ = png_create_read_struct(PNG_LIBPNG_VER_STRING, &failure_, fail, ignore);
+        png_ = png_create_read_struct(PNG_LIBPNG_VER_STRING, &refusal_, fail, ignore);
         info_ = png_ ? png_create_info_struct(png_) : nullptr;
         if (!info_)
-            return why.set(TAVI_RET_FAIL, "no memory for the decoder");
+            return {TAVI_RET_FAIL, "no memory for the decoder"};
         png_set_read_fn(png_, &input, pull);
         if (read_info())
-            return describe(header);
-        why = failure_;
-        return false;
+            describe(header);
+        return refusal_;
     }
 
-    tavi_pixel_format nearest(tavi_pixel_format wanted) const override {
-        const Format& f = *find_format(wanted);
-        if (f.model == Model::rgb || (f.model == Model::gray && grey_))
-            return wanted;
+    tavi_pixel_format nearest(const ImageView& wanted) const override {
+        const Format& f = *wanted.format;
+        if (f.whole_pixels() && (f.parts > 1 || grey_))
+            return wanted.id();
         return grey_ ? TAVI_PIXEL_FORMAT_GRAY8 : TAVI_PIXEL_FORMAT_RGB888;
     }
 
-    bool decode(const ImageView& picture, Failure& why) override {
-        if (read_rows(*picture.format, picture.plane[0]))
-            return true;
-        why = failure_;
-        return false;
+    Refusal decode(const ImageView& picture) override {
+        read_rows(*picture.format, picture.plane[0]);
+        return refusal_;
     }
 
 private:
@@ -82,7 +81,7 @@ private:
         return true;
     }
 
-    bool describe(FileHeader& header) {
+    void describe(FileHeader& header) {
         header.width = png_get_image_width(png_, info_);
         header.height = png_get_image_height(png_, info_);
         colour_ = png_get_color_type(png_, info_);
@@ -99,12 +98,11 @@ private:
         png_uint_32 exif_size = 0;
         if (png_get_eXIf_1(png_, info_, &exif_size, &exif) && exif)
             header.orientation = tiff_orientation(exif, exif_size);
-        return true;
     }
 
-    bool read_rows(const Format& want, const PlaneView& rows) {
+    void read_rows(const Format& want, const PlaneView& rows) {
         if (setjmp(png_jmpbuf(png_)))
-            return false;
+            return;
         set_transforms(want);
         const int passes = png_set_interlace_handling(png_);
         png_read_update_info(png_, info_);
@@ -114,7 +112,6 @@ private:
             for (int y = 0; y < rows.rows; ++y)
                 png_read_row(png_, rows.row(y), nullptr);
         png_read_end(png_, nullptr);
-        return true;
     }
 
     /// From what is in the file to grey, RGB or RGBA of one byte, or grey of two.
@@ -134,30 +131,32 @@ private:
         } else if (depth_ == 16) {
             png_set_scale_16(png_); // rounded, where strip_16 truncates
         }
-        if (grey_ && want.model == Model::rgb)
+        if (grey_ && want.parts > 1)
             png_set_gray_to_rgb(png_);
         if (!want_alpha)
             png_set_strip_alpha(png_);
         else if (!alpha_)
             png_set_add_alpha(png_, 0xff, PNG_FILLER_AFTER);
-        if (want.swapped())
+        if (red_is_last(want))
             png_set_bgr(png_);
     }
 
     png_structp png_ = nullptr;
     png_infop info_ = nullptr;
-    Failure failure_;
+    Refusal refusal_; ///< what libpng calls an error
     int colour_ = 0;
     int depth_ = 0;
     bool grey_ = false;
     bool alpha_ = false;
 };
 
-tavi_pixel_format nearest_for_png(tavi_pixel_format have) { return is_yuv(have) ? TAVI_PIXEL_FORMAT_RGB888 : have; }
+tavi_pixel_format nearest_for_png(const ImageView& have) {
+    return have.format->whole_pixels() ? have.id() : TAVI_PIXEL_FORMAT_RGB888;
+}
 
-bool write_rows(png_structp png, png_infop info, const ImageView& picture) {
+void write_rows(png_structp png, png_infop info, const ImageView& picture) {
     if (setjmp(png_jmpbuf(png)))
-        return false;
+        return;
     const Format& f = *picture.format;
     const int colour = f.parts == 1 ? PNG_COLOR_TYPE_GRAY : f.parts == 3 ? PNG_COLOR_TYPE_RGB : PNG_COLOR_TYPE_RGBA;
     png_set_user_limits(png, kMaxSide, kMaxSide);
@@ -172,26 +171,25 @@ bool write_rows(png_structp png, png_infop info, const ImageView& picture) {
     if (f.sample_bytes() == 2)
         png_set_swap(png);
 #endif
-    if (f.swapped())
+    if (red_is_last(f))
         png_set_bgr(png);
     for (int y = 0; y < picture.height; ++y)
         png_write_row(png, picture.plane[0].row(y));
     png_write_end(png, info);
-    return true;
 }
 
-bool encode_png(const ImageView& picture, Output& output, Failure& why) {
-    png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, &why, fail, ignore);
+Refusal encode_png(const ImageView& picture, Output& output) {
+    Refusal no;
+    png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, &no, fail, ignore);
     png_infop info = png ? png_create_info_struct(png) : nullptr;
-    bool done = false;
     if (info) {
         png_set_write_fn(png, &output, push, flush);
-        done = write_rows(png, info, picture);
+        write_rows(png, info, picture);
     } else {
-        why.set(TAVI_RET_FAIL, "no memory for the encoder");
+        no = {TAVI_RET_FAIL, "no memory for the encoder"};
     }
     png_destroy_write_struct(&png, &info);
-    return done;
+    return no;
 }
 
 bool is_png(const uint8_t* head, size_t size) { return size >= 8 && png_sig_cmp(head, 0, 8) == 0; }

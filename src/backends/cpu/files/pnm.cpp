@@ -11,7 +11,7 @@ namespace {
 
 class PnmDecoder : public Decoder {
 public:
-    bool open(Input& input, FileHeader& header, Failure& why) override {
+    Refusal open(Input& input, FileHeader& header) override {
         input_ = &input;
         input.next(); // 'P'
         kind_ = input.next() - '0';
@@ -19,7 +19,7 @@ public:
         const int height = number();
         max_ = bitmap() ? 1 : number(); // each takes the one white space after it, which ends the header
         if (width < 0 || height < 0 || max_ < 1 || max_ > 65535)
-            return why.set(TAVI_RET_FAIL, "damaged PNM: sides %d x %d, largest value %d", width, height, max_);
+            return {TAVI_RET_FAIL, "damaged PNM: sides %d x %d, largest value %d", width, height, max_};
         header.width = static_cast<uint32_t>(width);
         header.height = static_cast<uint32_t>(height);
         channels_ = kind_ % 3 == 0 ? 3 : 1;
@@ -27,23 +27,23 @@ public:
                   : max_ > 255   ? TAVI_PIXEL_FORMAT_GRAY16
                                  : TAVI_PIXEL_FORMAT_GRAY8;
         header.stored = stored_;
-        return true;
+        return {};
     }
 
-    tavi_pixel_format nearest(tavi_pixel_format) const override { return stored_; }
+    tavi_pixel_format nearest(const ImageView&) const override { return stored_; }
 
-    bool decode(const ImageView& picture, Failure& why) override {
+    Refusal decode(const ImageView& picture) override {
         const size_t samples = static_cast<size_t>(picture.width) * channels_;
         const size_t bytes = kind_ == 4 ? (samples + 7) / 8 : samples * (max_ > 255 ? 2 : 1);
         const Bytes row = allocate_bytes(samples * 2);
         if (!row)
-            return why.set(TAVI_RET_FAIL, "no memory for a row");
+            return {TAVI_RET_FAIL, "no memory for a row"};
         for (int y = 0; y < picture.height; ++y) {
             if (kind_ > 3 ? !input_->read(row.get(), bytes) : !read_digits(samples, row.get()))
-                return why.set(TAVI_RET_FAIL, "damaged PNM: no samples from row %d of %d on", y, picture.height);
+                return {TAVI_RET_FAIL, "damaged PNM: no samples from row %d of %d on", y, picture.height};
             store(row.get(), samples, picture.plane[0].row(y));
         }
-        return true;
+        return {};
     }
 
 private:
@@ -116,12 +116,12 @@ private:
     tavi_pixel_format stored_ = TAVI_PIXEL_FORMAT_GRAY8;
 };
 
-tavi_pixel_format nearest_for_ppm(tavi_pixel_format) { return TAVI_PIXEL_FORMAT_RGB888; }
-tavi_pixel_format nearest_for_pgm(tavi_pixel_format have) {
-    return have == TAVI_PIXEL_FORMAT_GRAY16 ? have : TAVI_PIXEL_FORMAT_GRAY8;
+tavi_pixel_format nearest_for_ppm(const ImageView&) { return TAVI_PIXEL_FORMAT_RGB888; }
+tavi_pixel_format nearest_for_pgm(const ImageView& have) {
+    return have.format->sample_bytes() == 2 ? TAVI_PIXEL_FORMAT_GRAY16 : TAVI_PIXEL_FORMAT_GRAY8;
 }
 
-bool encode_pnm(const ImageView& picture, Output& output, Failure& why) {
+Refusal encode_pnm(const ImageView& picture, Output& output) {
     const Format& f = *picture.format;
     const size_t bytes = static_cast<size_t>(picture.width) * picture.plane[0].step;
     char head[48];
@@ -129,7 +129,7 @@ bool encode_pnm(const ImageView& picture, Output& output, Failure& why) {
                                      picture.height, f.sample_bytes() == 2 ? 65535 : 255);
     const Bytes swapped = allocate_bytes(bytes);
     if (!swapped)
-        return why.set(TAVI_RET_FAIL, "no memory for a row");
+        return {TAVI_RET_FAIL, "no memory for a row"};
     bool good = output.write(head, static_cast<size_t>(length));
     for (int y = 0; good && y < picture.height; ++y) {
         const uint8_t* row = picture.plane[0].row(y);
@@ -142,7 +142,7 @@ bool encode_pnm(const ImageView& picture, Output& output, Failure& why) {
         }
         good = output.write(row, bytes);
     }
-    return good || why.set(TAVI_RET_FAIL, "%s", std::strerror(errno));
+    return good ? Refusal() : Refusal(TAVI_RET_FAIL, "%s", std::strerror(errno));
 }
 
 bool is_pnm(const uint8_t* head, size_t size) {
