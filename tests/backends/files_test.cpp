@@ -244,6 +244,62 @@ TEST(Jpeg, KeepsYuvPicturesAndTheirRange) {
     }
 }
 
+// Patches of flat colours, as NV12 of BT.709: the file holds them in its own matrix, and they come back.
+TEST(Jpeg, ConvertsWhatTheSettingCallsAnotherMatrix) {
+    ::setenv("TAVI_YUV", "bt709", 1);
+    constexpr int kPatch = 32;
+    const Color patches[] = {{255, 0, 0}, {0, 200, 0}, {20, 30, 220}, {240, 230, 40}, {90, 90, 90}};
+    const int width = kPatch * int(std::size(patches));
+    Pixels nv12(TAVI_PIXEL_FORMAT_YUV420SP_NV12, width, kPatch), back(TAVI_PIXEL_FORMAT_YUV420SP_NV12, width, kPatch);
+    for (int y = 0; y < kPatch; ++y)
+        for (int x = 0; x < width; ++x) {
+            const Color& c = patches[x / kPatch];
+            const double luma = 0.2126 * c[0] + 0.7152 * c[1] + 0.0722 * c[2];
+            *nv12.view().plane[0].at(x, y) = uint8_t(std::lround(16 + luma * 219 / 255));
+            uint8_t* const uv = nv12.view().plane[1].at(x / 2, y / 2);
+            uv[0] = uint8_t(std::lround(128 + (c[2] - luma) / (2 * (1 - 0.0722)) * 224 / 255));
+            uv[1] = uint8_t(std::lround(128 + (c[0] - luma) / (2 * (1 - 0.2126)) * 224 / 255));
+        }
+    const TempFile file(".jpg");
+    ASSERT_EQ(tavi_image_write_cpu(file.path(), &nv12.img), 0);
+    const std::string jpeg = read_whole(file.path());
+    Blob rgb(size_t(width) * kPatch * 3);
+    tjhandle handle = tjInitDecompress();
+    ASSERT_EQ(tjDecompress2(handle, reinterpret_cast<const uint8_t*>(jpeg.data()), jpeg.size(), rgb.data(), width, 0,
+                            kPatch, TJPF_RGB, 0),
+              0);
+    tjDestroy(handle);
+    ASSERT_EQ(tavi_image_read_cpu(file.path(), &back.img, 3), 0);
+    for (size_t i = 0; i < std::size(patches); ++i) {
+        const int x = int(i) * kPatch + kPatch / 2, y = kPatch / 2;
+        for (int c = 0; c < 3; ++c)
+            EXPECT_NEAR(rgb[(size_t(y) * width + x) * 3 + c], patches[i][c], 4) << "patch " << i;
+        for (int plane = 0; plane < 2; ++plane)
+            for (int byte = 0; byte <= plane; ++byte)
+                EXPECT_NEAR(back.view().plane[plane].at(x >> plane, y >> plane)[byte],
+                            nv12.view().plane[plane].at(x >> plane, y >> plane)[byte], 3)
+                    << "patch " << i;
+    }
+}
+
+TEST(Jpeg, KeepsTheSamplesOfTheFullRange) {
+    ::setenv("TAVI_YUV", "bt601-full", 1);
+    const Blob jpeg = make_jpeg(smooth(32, 16, 3), 32, 16, TJPF_RGB, TJSAMP_420);
+    Blob planes(32 * 16 * 3 / 2);
+    unsigned char* at[3] = {planes.data(), planes.data() + 512, planes.data() + 640};
+    tjhandle handle = tjInitDecompress();
+    ASSERT_EQ(tjDecompressToYUVPlanes(handle, jpeg.data(), jpeg.size(), at, 32, nullptr, 16, 0), 0);
+    tjDestroy(handle);
+    EXPECT_EQ(read_bytes(jpeg, 3, wanted(TAVI_PIXEL_FORMAT_YUV420P_YU12)).pixels, planes);
+    const TempFile file(".jpg");
+    for (const int luma : {0, 16, 235, 255}) {
+        Pixels flat(TAVI_PIXEL_FORMAT_YUV422_UYVY, 16, 16);
+        flat.set(RefImage(Model::yuv, 16, 16, {double(luma), 128, 128}));
+        ASSERT_EQ(tavi_image_write_cpu(file.path(), &flat.img), 0);
+        EXPECT_EQ(read_file(file.path(), 0).pixels, Blob(16 * 16 * 3, uint8_t(luma)));
+    }
+}
+
 // ----------------------------------------------------------------------------------------------------- PNG, others
 
 TEST(Png, ReadsEveryKind) {
