@@ -13,6 +13,7 @@
 
 #include "backends/cpu/drawing/stroke_font.h"
 #include "backends/cpu/tavi_image_cpu.h"
+#include "backends/software/tavi_image_libyuv.h"
 #include "support/captured_log.h"
 #include "support/pixels.h"
 
@@ -157,6 +158,35 @@ TEST(Drawing, CoversThePixelsWhoseCentresAreInside) {
         if (HasFatalFailure())
             return;
     }
+}
+
+// One colour is the same bytes whether it is drawn, or converted from a flat picture, or padded around a letterbox.
+void expect_one_colour_everywhere() {
+    for (int i = 0; i < 18 * 18 * 18; ++i) {
+        const int r = i / 324 * 15, g = i / 18 % 18 * 15, b = i % 18 * 15;
+        const tavi_color_t color = {uint8_t(r), uint8_t(g), uint8_t(b)};
+        Pixels rgb(TAVI_PIXEL_FORMAT_RGB888, 6, 4);
+        for (size_t at = 0; at < rgb.size(); at += 3)
+            std::memcpy(rgb.data() + at, &color, 3);
+        for (int format = 0; format < 16; ++format) {
+            Pixels drawn(format, 6, 4), converted(format, 6, 4), padded(format, 6, 4), corner(format, 2, 4);
+            ASSERT_EQ(tavi_image_draw_rect_cpu(&drawn.img, {0, 0, 0}, {5, 3, 0}, color, -1), 0);
+            ASSERT_EQ(tavi_image_convert_libyuv(&rgb.img, &converted.img, TAVI_IMAGE_TRANSFORM_NONE), 0);
+            ASSERT_EQ(drawn.bytes(), converted.bytes()) << "format " << format << ' ' << r << ' ' << g << ' ' << b;
+            ASSERT_EQ(tavi_image_convert2_libyuv(&corner.img, &padded.img, 1, r << 16 | g << 8 | b, 2, nullptr,
+                                                 nullptr, nullptr, nullptr, TAVI_IMAGE_RESIZE_DEFAULT),
+                      0);
+            for (int plane = 0; plane < drawn.view().planes(); ++plane) { // four columns of six are padding
+                const tavi::PlaneView &a = padded.view().plane[plane], &d = drawn.view().plane[plane];
+                ASSERT_EQ(std::memcmp(a.row(0), d.row(0), size_t(a.cols * 2 / 3 * a.step)), 0) << "format " << format;
+            }
+        }
+    }
+}
+TEST(Drawing, HasTheColoursOfConversion) { expect_one_colour_everywhere(); }
+TEST(Drawing, HasTheColoursOfConversionUnderAnotherSetting) {
+    ::setenv("TAVI_YUV", "bt2020-full", 1);
+    expect_one_colour_everywhere();
 }
 
 // ------------------------------------------------------------------------------------------------------------ text

@@ -5,25 +5,10 @@
 #include <cstring>
 
 #include "kernels/kernels.h"
+#include "pixels/fill.h"
 
 namespace tavi {
 namespace {
-
-/// Full-range luma and limited-range components of BT.601, each rounded from the exact value.
-struct Components {
-    int grey, y, u, v;
-};
-
-constexpr int divide_rounded(int numerator, int denominator) {
-    return (2 * numerator + (numerator < 0 ? -denominator : denominator)) / (2 * denominator);
-}
-
-Components components(tavi_color_t c) {
-    const int luma = 299 * c.r + 587 * c.g + 114 * c.b; // times 1000
-    return {divide_rounded(luma, 1000), 16 + divide_rounded(luma * 73, 85000),
-            128 + divide_rounded((c.b * 1000 - luma) * 56, 443 * 255),
-            128 + divide_rounded((c.r * 1000 - luma) * 112, 701 * 255)};
-}
 
 /// Copies `size` bytes of a pattern that repeats a column. A piece that ends with the run may overlap the one before
 /// it: what stands at an offset of the pattern is right for that offset of the run, modulo the column.
@@ -56,36 +41,13 @@ inline void fill(uint8_t* to, size_t size, const uint8_t* pattern) {
 
 Painter::Painter(const ImageView& view, tavi_color_t color) : view_(view) {
     const Format& f = *view.format;
-    const Components c = components(color);
-    uint8_t column[3][4] = {};
-    if (f.model == Model::gray) {
-        const auto deep = static_cast<uint16_t>(c.grey * 257); // both bytes are the 8-bit value
-        std::memcpy(column[0], &deep, 2);
-        paint_ = &Painter::paint_plane;
-    } else if (f.model == Model::rgb) {
-        const uint8_t rgba[4] = {f.swapped() ? color.b : color.r, color.g, f.swapped() ? color.r : color.b, 255};
-        std::memcpy(column[0], rgba, 4);
-        paint_ = &Painter::paint_plane;
-    } else {
-        const auto y = static_cast<uint8_t>(c.y);
-        const auto u = static_cast<uint8_t>(c.u);
-        const auto v = static_cast<uint8_t>(c.v);
-        paint_ = f.planes == 1 ? &Painter::paint_packed : &Painter::paint_subsampled;
-        column[0][0] = y;
-        column[1][0] = f.planes == 2 && f.swapped() ? v : u;
-        column[1][1] = f.planes == 2 && f.swapped() ? u : v;
-        column[2][0] = v;
-        if (f.planes == 1) { // two pixels at a time
-            const bool chroma_first = f.part[0].byte == 1;
-            const uint8_t pair[4] = {chroma_first ? u : y, chroma_first ? y : u, chroma_first ? v : y,
-                                     chroma_first ? y : v};
-            std::memcpy(column[0], pair, 4);
-        }
-    }
+    const Ink ink = ink_of(view, color.r, color.g, color.b);
+    const bool pairs = f.subsampled() && f.planes == 1; // two pixels at a time
+    paint_ = pairs ? &Painter::paint_packed : f.subsampled() ? &Painter::paint_subsampled : &Painter::paint_plane;
     for (int i = 0; i < f.planes; ++i) {
-        const int step = paint_ == &Painter::paint_packed ? 4 : view.plane[i].step;
+        const int step = pairs ? 4 : view.plane[i].step;
         for (int b = 0; b < 12; b += step)
-            std::memcpy(pattern_[i] + b, column[i], static_cast<size_t>(step));
+            std::memcpy(pattern_[i] + b, ink.bytes[i], static_cast<size_t>(step));
         for (int b = 12; b < kPattern; b += 12)
             std::memcpy(pattern_[i] + b, pattern_[i], 12);
     }
