@@ -65,13 +65,19 @@ TEST(Affine, WithinTwoOfTheReference) {
         }
 }
 
-// The same picture packed and planar comes out the same.
-TEST(Affine, PackedFormatsGoThroughPlanes) {
+// The same picture packed and planar comes out the same, with the black of the setting around it.
+void expect_packed_as_planar(int black) {
     const float m[6] = {0.9f, -0.2f, 6, 0.2f, 0.9f, -3};
     Pixels planar(9, 48, 32), from_planar(9, 40, 40), packed(13, 48, 32), from_packed(13, 40, 40);
     ASSERT_EQ(tavi_image_affine_transform_cpu(&planar.noise(3).img, &from_planar.img, m), 0);
     ASSERT_EQ(tavi_image_affine_transform_cpu(&packed.set(planar.colors()).img, &from_packed.img, m), 0);
     EXPECT_EQ(from_packed.error(from_planar.colors()), 0);
+    EXPECT_EQ(from_planar.data()[0], black);
+}
+TEST(Affine, PackedFormatsGoThroughPlanes) { expect_packed_as_planar(16); }
+TEST(Affine, PackedFormatsKeepTheirRange) {
+    ::setenv("TAVI_YUV", "bt709-full", 1);
+    expect_packed_as_planar(0);
 }
 
 TEST(Affine, SolvesAndRefusesPoints) {

@@ -245,13 +245,13 @@ private:
 bool warp(const ImageView& src, const ImageView& dst, const Affine& to_source) {
     if (src.format->packed()) { // packed chroma has no plane of its own to sample
         Scratch scratch;
-        const tavi_pixel_format planar = TAVI_PIXEL_FORMAT_YUV422P_YU16;
-        uint8_t* from = scratch.take<uint8_t>(byte_count(*find_format(planar), src.width, src.height));
-        uint8_t* to = scratch.take<uint8_t>(byte_count(*find_format(planar), dst.width, dst.height));
+        const Format& planar = *find_format(TAVI_PIXEL_FORMAT_YUV422P_YU16);
+        uint8_t* from = scratch.take<uint8_t>(byte_count(planar, src.width, src.height));
+        uint8_t* to = scratch.take<uint8_t>(byte_count(planar, dst.width, dst.height));
         if (!from || !to)
             return false;
-        const ImageView s = make_view(from, planar, src.width, src.height),
-                        d = make_view(to, planar, dst.width, dst.height);
+        const ImageView s = make_view(from, planar, src.width, src.height, src.color),
+                        d = make_view(to, planar, dst.width, dst.height, dst.color);
         return convert_image(src, s) && warp(s, d, to_source) && convert_image(d, dst);
     }
     const Ink black = ink_of(dst, 0, 0, 0);
