@@ -436,7 +436,7 @@ TEST_F(Blit, ThreadsShareAndLoseContexts) {
     TaviLogger::GetInstance()->level = TAVI_LOG_ERROR;
     engine.fail_errno = ENODEV;
     constexpr int kThreads = 12, kRounds = 15, kRequests = 5;
-    for (const int fail_every : {0, 53}) {
+    for (const int fail_every : {0, 211}) {
         engine.fail_every = fail_every;
         std::atomic<int> wrong{0}, served{0};
         std::vector<std::thread> threads;
