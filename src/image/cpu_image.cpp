@@ -64,7 +64,7 @@ Overlap CpuImage::overlap(const CpuImage& other) const {
 CpuImage::CpuImage(const tavi_image_t* record, Access access, ColorSpace color)
     : refusal_(open(record, access, color)) {}
 
-CpuPair::CpuPair(const tavi_image_t* src_record, const tavi_image_t* dst_record, ColorSpace color)
+CpuPair::CpuPair(const tavi_image_t* src_record, const tavi_image_t* dst_record, ColorSpace color, InPlace rule)
     : src(src_record, Access::read, color), dst(dst_record, Access::write, color) {
     if (!src) {
         refusal = {src.refusal().code, "src=" RECORD_TEXT ": %s", RECORD(src_record), src.refusal().text};
@@ -81,6 +81,9 @@ CpuPair::CpuPair(const tavi_image_t* src_record, const tavi_image_t* dst_record,
                        src.bytes(),
                        static_cast<void*>(dst.data()),
                        dst.bytes()};
+        else if (in_place && rule == InPlace::refused)
+            refusal = {TAVI_RET_PARAM_ERR, "src and dst are the same memory %p: allowed are separate images",
+                       static_cast<void*>(dst.data())};
     }
 }
 

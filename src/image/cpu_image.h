@@ -54,14 +54,16 @@ private:
     Refusal refusal_; ///< last: opening fills the members above
 };
 
+enum class InPlace { allowed, refused };
+
 /// Source and destination of one request.
 struct CpuPair {
     /// Opens both and looks how they lie to each other.
-    CpuPair(const tavi_image_t* src_record, const tavi_image_t* dst_record, ColorSpace color);
+    CpuPair(const tavi_image_t* src_record, const tavi_image_t* dst_record, ColorSpace color, InPlace rule);
 
     CpuImage src, dst;
     bool in_place = false; ///< they start at the same byte
-    Refusal refusal;       ///< of either record, or of memory that overlaps but for its start
+    Refusal refusal;       ///< of either record, or of memory that overlaps
 };
 
 } // namespace tavi

@@ -282,7 +282,7 @@ int tavi_get_affine_transform_cpu(const float* src, const float* dst, int n, flo
 }
 
 int tavi_image_affine_transform_cpu(tavi_image_t* src, tavi_image_t* dst, const float* matrix) {
-    const CpuPair pair(src, dst, yuv_setting());
+    const CpuPair pair(src, dst, yuv_setting(), InPlace::refused);
     if (pair.refusal) {
         LOG_ERROR("%s", pair.refusal.text);
         return pair.refusal.code;
@@ -300,11 +300,6 @@ int tavi_image_affine_transform_cpu(tavi_image_t* src, tavi_image_t* dst, const 
     const ImageView &s = pair.src.view(), &d = pair.dst.view();
     if (s.format != d.format) {
         LOG_ERROR("dst fmt=%d: allowed is the source's, %d", d.id(), s.id());
-        return TAVI_RET_PARAM_ERR;
-    }
-    if (pair.in_place) {
-        LOG_ERROR("src and dst are the same memory %p: allowed are separate images",
-                  static_cast<void*>(pair.dst.data()));
         return TAVI_RET_PARAM_ERR;
     }
     pair.dst.clear_tail();

@@ -27,7 +27,7 @@ Refusal attach(tavi_image_t* dst) {
 }
 
 Refusal crop_and_resize(const tavi_image_t* src, const tavi_rect_t& rect, const tavi_image_t* dst) {
-    const CpuPair pair(src, dst, yuv_setting());
+    const CpuPair pair(src, dst, yuv_setting(), InPlace::refused);
     if (pair.refusal)
         return pair.refusal;
     const ImageView &s = pair.src.view(), &d = pair.dst.view();
@@ -37,9 +37,6 @@ Refusal crop_and_resize(const tavi_image_t* src, const tavi_rect_t& rect, const 
                        rect.top, rect.right, rect.bottom, s.width - 1, s.height - 1);
     if (d.format != s.format)
         return {TAVI_RET_PARAM_ERR, "dst fmt=%d: allowed is the source's, %d", d.id(), s.id()};
-    if (pair.in_place)
-        return {TAVI_RET_PARAM_ERR, "src and dst are the same memory %p: allowed are separate images",
-                static_cast<void*>(pair.dst.data())};
     pair.dst.clear_tail();
     const Box box{rect.left, rect.top, rect.right - rect.left + 1, rect.bottom - rect.top + 1};
     return convert_region(s, box, d, TAVI_IMAGE_TRANSFORM_NONE, TAVI_IMAGE_RESIZE_DEFAULT);

@@ -11,7 +11,7 @@
 using namespace tavi;
 
 int tavi_image_transpose_cpu(tavi_image_t* src, tavi_image_t* dst) {
-    const CpuPair pair(src, dst, yuv_setting());
+    const CpuPair pair(src, dst, yuv_setting(), InPlace::refused);
     if (pair.refusal) {
         LOG_ERROR("%s", pair.refusal.text);
         return pair.refusal.code;
@@ -20,11 +20,6 @@ int tavi_image_transpose_cpu(tavi_image_t* src, tavi_image_t* dst) {
     if (s.format != d.format || d.width != s.height || d.height != s.width) {
         LOG_ERROR("dst size=%dx%d fmt=%d: allowed is the exchanged size %dx%d in the source's format %d", d.width,
                   d.height, d.id(), s.height, s.width, s.id());
-        return TAVI_RET_PARAM_ERR;
-    }
-    if (pair.in_place) {
-        LOG_ERROR("src and dst are the same memory %p: allowed are separate images",
-                  static_cast<void*>(pair.dst.data()));
         return TAVI_RET_PARAM_ERR;
     }
     pair.dst.clear_tail();

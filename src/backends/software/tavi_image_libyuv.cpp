@@ -45,7 +45,7 @@ int tavi_image_convert_libyuv(tavi_image_t* src, tavi_image_t* dst, tavi_image_t
         LOG_ERROR("mode=%d: allowed are 0, 1, 2, 3, 4, 7 and 8", mode);
         return TAVI_RET_UNSUPPORTED;
     }
-    const CpuPair pair(src, dst, yuv_setting());
+    const CpuPair pair(src, dst, yuv_setting(), InPlace::allowed);
     if (pair.refusal) {
         LOG_ERROR("%s", pair.refusal.text);
         return pair.refusal.code;
@@ -89,7 +89,7 @@ int tavi_image_convert2_libyuv(tavi_image_t* src, tavi_image_t* dst, int keep_ra
         LOG_ERROR("position param1=%d: allowed are 0 (centre), 1 (top-left) and 2 (bottom-right)", param1);
         return TAVI_RET_PARAM_ERR;
     }
-    const CpuPair pair(src, dst, yuv_setting());
+    const CpuPair pair(src, dst, yuv_setting(), InPlace::allowed);
     if (pair.refusal) {
         LOG_ERROR("%s", pair.refusal.text);
         return pair.refusal.code;
