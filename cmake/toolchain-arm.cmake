@@ -1,38 +1,8 @@
 # 32-bit ARM Linux: ARMv7-A, hard float, NEON not in the baseline (it is chosen at run time). A compiler or flags of your
 # own win: -DCMAKE_CXX_COMPILER=..., -DCMAKE_CXX_FLAGS=..., or CC, CXX, CFLAGS and CXXFLAGS.
-# TAVI_ARM_SYSROOT (cache or environment) is a folder with the target's libraries, e.g. as scripts/arm-env.sh makes it.
-set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR armv7l)
-
-if(NOT DEFINED CMAKE_C_COMPILER AND NOT DEFINED ENV{CC})
-    set(CMAKE_C_COMPILER arm-linux-gnueabihf-gcc)
-endif()
-if(NOT DEFINED CMAKE_CXX_COMPILER AND NOT DEFINED ENV{CXX})
-    set(CMAKE_CXX_COMPILER arm-linux-gnueabihf-g++)
-endif()
 set(CMAKE_C_FLAGS_INIT "-march=armv7-a+fp -mfloat-abi=hard")
 set(CMAKE_CXX_FLAGS_INIT "-march=armv7-a+fp -mfloat-abi=hard")
-
-if(NOT TAVI_ARM_SYSROOT)
-    set(TAVI_ARM_SYSROOT "$ENV{TAVI_ARM_SYSROOT}" CACHE PATH "Folder with the libraries of the ARM target" FORCE)
-endif()
-list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES TAVI_ARM_SYSROOT)
-set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
-if(TAVI_ARM_SYSROOT)
-    list(APPEND CMAKE_FIND_ROOT_PATH ${TAVI_ARM_SYSROOT})
-    set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
-    set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
-    set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
-    set(ENV{PKG_CONFIG_LIBDIR} ${TAVI_ARM_SYSROOT}/usr/lib/arm-linux-gnueabihf/pkgconfig:${TAVI_ARM_SYSROOT}/usr/share/pkgconfig)
-    set(ENV{PKG_CONFIG_SYSROOT_DIR} ${TAVI_ARM_SYSROOT})
-    # Libraries that our libraries need are found there too.
-    foreach(kind EXE SHARED)
-        set(CMAKE_${kind}_LINKER_FLAGS_INIT
-            "-Wl,-rpath-link,${TAVI_ARM_SYSROOT}/usr/lib/arm-linux-gnueabihf:${TAVI_ARM_SYSROOT}/lib/arm-linux-gnueabihf")
-    endforeach()
-endif()
-
-# Tests run in an emulator where there is no board.
-if(NOT DEFINED CMAKE_CROSSCOMPILING_EMULATOR)
-    set(CMAKE_CROSSCOMPILING_EMULATOR ${CMAKE_CURRENT_LIST_DIR}/../scripts/run-arm.sh)
-endif()
+set(TAVI_ARM_ARCH armhf)
+set(TAVI_ARM_TRIPLET arm-linux-gnueabihf)
+include(${CMAKE_CURRENT_LIST_DIR}/toolchain-arm-common.cmake)
