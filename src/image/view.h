@@ -73,6 +73,11 @@ inline Samples samples_of(const ImageView& view, int part) {
     return {p.data + c.byte, p.pitch, c.step, view.width >> c.xshift, view.height >> c.yshift};
 }
 
+/// What YUV is in a conversion between two views: that of RGB or grey says nothing.
+inline ColorSpace color_between(const ImageView& src, const ImageView& dst) {
+    return src.format->is_yuv() ? src.color : dst.color;
+}
+
 /// Part of a view. Where chroma is subsampled, the first chroma sample is the one that covers the box's first pixel.
 ImageView crop(const ImageView& view, const Box& box);
 

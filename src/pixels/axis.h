@@ -19,8 +19,8 @@ struct AxisMap {
     int den = 1;
     int offset = 0; ///< halves of a source sample by which the source extent starts after sample 0
     Filter filter = Filter::bilinear;
-    /// The source sample stands for two positions, `num` of them in all, and it is those that are filtered: chroma that
-    /// goes to the grid of pixels comes out as if every pixel had had its own before.
+    /// The source sample stands for two positions, `num` of them in all, and it is those that are filtered: chroma
+    /// that goes to the grid of pixels comes out as if every pixel had had its own before.
     bool replicated = false;
 
     bool identity() const { return num == den && offset == 0; }

@@ -31,8 +31,8 @@ ImageView luma_view(const ImageView& v) {
 
 class Runner {
 public:
-    Runner(const Plan& plan, const ImageView& src, const Box& box, int method)
-        : step_(plan.step), count_(plan.count), src_(src), box_(box), method_(method) {}
+    Runner(const Plan& plan, const ImageView& src, const Box& box, int method, ColorSpace color)
+        : step_(plan.step), count_(plan.count), src_(src), box_(box), method_(method), color_(color) {}
 
     bool run(ImageView dst);
 
@@ -48,13 +48,14 @@ private:
     ImageView src_;
     const Box box_; ///< what the scaling step reads, of its own source
     const int method_;
+    const ColorSpace color_;        ///< of what stands between the steps
     ImageScaler* scaler_ = nullptr; ///< on run()'s stack, where there is a step for it
 };
 
 /// Memory for part of a step's result; an empty view when there is none.
 ImageView Runner::take(Scratch& scratch, const Step& step, int width, int height) const {
     uint8_t* pixels = scratch.take<uint8_t>(byte_count(*step.format, width, height));
-    return pixels ? make_view(pixels, *step.format, width, height, src_.color) : ImageView();
+    return pixels ? make_view(pixels, *step.format, width, height, color_) : ImageView();
 }
 
 // The rows [rows.begin, rows.end) of the result of step `index` - 1, or of the source.
@@ -194,7 +195,7 @@ Refusal convert_region(const ImageView& src, const Box& box, const ImageView& ds
         make_plan({src.format, view.width, view.height, inner, dst.format, dst.width, dst.height, mode});
     LOG_DEBUG("%s %dx%d -> %s %dx%d mode=%d by software: %s", src.format->name.data(), inner.width, inner.height,
               dst.format->name.data(), dst.width, dst.height, mode, PlanText(plan, *src.format).text);
-    if (Runner(plan, view, inner, method).run(dst))
+    if (Runner(plan, view, inner, method, color_between(src, dst)).run(dst))
         return {};
     return {TAVI_RET_FAIL,
             "no memory for temporaries: src size=%dx%d fmt=%s dst size=%dx%d fmt=%s",

@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "pixels/one_pixel.h"
+
 namespace tavi {
 namespace {
 
@@ -33,21 +35,15 @@ void fill_plane(const PlaneView& p, int x, int y, int cols, int rows, const uint
 
 Ink ink_of(const ImageView& view, int red, int green, int blue) {
     const Format& f = *view.format;
-    const Rgb rgb{red, green, blue};
-    uint16_t value[4] = {static_cast<uint16_t>(red), static_cast<uint16_t>(green), static_cast<uint16_t>(blue), 255};
-    if (f.model == Model::gray) {
-        value[0] = static_cast<uint16_t>((gray_sum(rgb) * (f.bits == 16 ? 257 : 1) + 500) / 1000);
-    } else if (f.is_yuv()) {
-        const Yuv yuv = yuv_of(rgb, view.color);
-        value[0] = yuv.y, value[1] = yuv.u, value[2] = yuv.v;
-    }
+    const Pixel rgba = {{static_cast<uint16_t>(red), static_cast<uint16_t>(green), static_cast<uint16_t>(blue), 255}};
+    const Pixel pixel = convert_pixel(rgba, kFormats[TAVI_PIXEL_FORMAT_RGBA8888], f, view.color);
     Ink ink = {};
     for (int i = 0; i < f.parts; ++i) {
         const Component& c = f.part[i];
         uint8_t* column = ink.bytes[f.planes == 3 ? i : c.plane];
         // A packed column is a pair of pixels: luma stands in it twice.
         for (int at = c.byte; at < (f.packed() ? 4 : c.step); at += c.step)
-            std::memcpy(column + at, &value[i], f.sample_bytes());
+            std::memcpy(column + at, &pixel.part[i], f.sample_bytes());
     }
     return ink;
 }

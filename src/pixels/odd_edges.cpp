@@ -5,8 +5,8 @@
 #include <cstring>
 
 #include "image/scratch.h"
-#include "kernels/kernels.h"
 #include "pixels/even.h"
+#include "pixels/one_pixel.h"
 
 namespace tavi {
 namespace {
@@ -45,11 +45,6 @@ bool convert_last_row(const ImageView& s, const ImageView& d, int even_width) {
     return find_conversion(*from.format, *to.format)(crop(from, even), crop(to, even));
 }
 
-/// The samples of one pixel: R, G, B and perhaps A, or Y, U and V, or grey.
-struct Pixel {
-    uint8_t part[4];
-};
-
 Pixel read_last_column(const ImageView& s, int y) {
     Pixel p = {};
     for (int i = 0; i < s.format->parts; ++i) {
@@ -62,25 +57,16 @@ Pixel read_last_column(const ImageView& s, int y) {
     return p;
 }
 
-// The last column of an odd width: a pixel a row, by the arithmetic of all the others.
+// The last column of an odd width: a pixel a row, without the chroma that the destination has no place for.
 void convert_last_column(const ImageView& s, const ImageView& d) {
-    const Kernels& k = plain_kernels();
-    const RgbToYuv& to_yuv = rgb_to_yuv_constants(d.color);
-    const int x = d.width - 1;
+    const ColorSpace color = color_between(s, d);
+    const int x = d.width - 1, parts = d.format->subsampled() ? 1 : d.format->parts;
     for (int y = 0; y < d.height; ++y) {
-        const Pixel p = read_last_column(s, y);
-        uint8_t* out = d.plane[0].at(x, y);
-        if (d.format->model == Model::rgb) {
-            const uint16_t yuv[3] = {static_cast<uint16_t>(p.part[0] << 6), static_cast<uint16_t>(p.part[1] << 6),
-                                     static_cast<uint16_t>(p.part[2] << 6)};
-            k.yuv444_to_rgb[kPlanar][rgb_kind(*d.format)](yuv, yuv + 1, yuv + 2, out, 1,
-                                                          yuv_to_rgb_constants(s.color));
-            continue;
-        }
+        const Pixel p = convert_pixel(read_last_column(s, y), *s.format, *d.format, color);
         if (d.format->packed())
-            std::memset(out, kNeutral, d.plane[0].step);
-        out[d.format->part[0].byte] =
-            s.format->model == Model::rgb ? luma_of({p.part[0], p.part[1], p.part[2]}, to_yuv) : p.part[0];
+            std::memset(d.plane[0].at(x, y), kNeutral, d.plane[0].step);
+        for (int i = 0; i < parts; ++i)
+            *samples_of(d, i).at(x, y) = static_cast<uint8_t>(p.part[i]);
     }
 }
 

@@ -27,7 +27,7 @@ struct Step {
 struct Plan {
     static constexpr int kMaxSteps = 10;
     Step step[kMaxSteps]; ///< the first `count` of them
-    int count = 0; ///< 0: a plain copy
+    int count = 0;        ///< 0: a plain copy
 };
 
 /// What a plan is made for. `box` is the part of the source that fills the destination; a box that is not the whole
