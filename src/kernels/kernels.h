@@ -164,13 +164,21 @@ struct Kernels {
     void (*transpose16[4])(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_t dst_pitch, int cols);
 };
 
-/// The fastest build that this machine runs.
+/// The fastest build that this machine runs, or the one that the setting TAVI_KERNELS names. Chosen at the first
+/// call.
 const Kernels& kernels();
 
 /// The plain build.
 const Kernels& plain_kernels();
 
-/// The SIMD build of this architecture, or null when the machine cannot run it.
-const Kernels* simd_kernels();
+/// The builds that this machine runs: plain first, the fastest last.
+struct Builds {
+    const Kernels* list[2];
+    int count;
+
+    const Kernels* const* begin() const { return list; }
+    const Kernels* const* end() const { return list + count; }
+};
+Builds builds();
 
 } // namespace tavi

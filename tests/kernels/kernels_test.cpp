@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Every SIMD kernel writes the bytes of its plain twin, at any width and alignment, and none beyond.
+// Every kernel of every build that the machine runs writes the bytes of its plain twin, at any width and alignment,
+// and none beyond.
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -33,7 +34,7 @@ std::vector<Row> rows_to_try() {
 class KernelsTest : public testing::Test {
 protected:
     void SetUp() override {
-        if (!simd_kernels())
+        if (builds().count < 2)
             GTEST_SKIP() << "this machine has no SIMD build";
     }
 
@@ -55,65 +56,120 @@ protected:
         return reinterpret_cast<const uint16_t*>(noise(count * 2, off & ~size_t{1}, 16320));
     }
 
-    /// Runs a kernel of both builds into fenced outputs and compares them.
+    /// Runs a kernel of every build into fenced outputs and compares them with the plain one's.
     template <class Body>
     void same(size_t out_bytes, size_t misalign, Body body) {
-        FenceBuffer simd(out_bytes, misalign), plain(out_bytes, misalign);
-        body(*simd_kernels(), simd.data());
+        FenceBuffer plain(out_bytes, misalign);
         body(plain_kernels(), plain.data());
-        ASSERT_TRUE(simd.intact() && plain.intact());
-        ASSERT_EQ(0, memcmp(simd.data(), plain.data(), out_bytes));
+        for (const Kernels* build : builds()) {
+            SCOPED_TRACE(build->name);
+            FenceBuffer out(out_bytes, misalign);
+            body(*build, out.data());
+            ASSERT_TRUE(out.intact() && plain.intact());
+            ASSERT_EQ(0, memcmp(out.data(), plain.data(), out_bytes));
+        }
     }
 
     std::mt19937 random_{42};
     std::vector<std::unique_ptr<FenceBuffer>> buffers_;
 };
 
-TEST_F(KernelsTest, Colour) {
-    for (const auto& [width, off] : rows_to_try()) {
-        const int w = width; // a lambda of this standard cannot take it from the binding
-        const int even = (w + 1) & ~1;
-        const uint8_t *y = noise(even, off), *u = noise(even / 2, off), *v = noise(even / 2, off);
-        const uint8_t *pairs = noise(even, off), *packed = noise(2 * even, off);
-        for (int chroma = 0; chroma < kChromaKinds; ++chroma)
+constexpr ColorSpace kSpaces[] = {{Matrix::bt601, false}, {Matrix::bt601, true},   {Matrix::bt709, false},
+                                  {Matrix::bt709, true},  {Matrix::bt2020, false}, {Matrix::bt2020, true}};
+
+int bytes_of(int rgb) { return rgb < kRGBA ? 3 : 4; }
+
+TEST_F(KernelsTest, YuvToRgb) {
+    for (const ColorSpace space : kSpaces)
+        for (const auto& [width, off] : rows_to_try()) {
+            const YuvToRgb& c = yuv_to_rgb_constants(space);
+            const int w = width, even = (w + 1) & ~1; // a lambda of this standard cannot take it from the binding
+            const uint8_t *y = noise(even, off), *u = noise(even / 2, off), *v = noise(even / 2, off);
+            const uint8_t *pairs = noise(even, off), *packed = noise(2 * even, off);
+            const uint16_t *wy = words(w, off), *wu = words(w, off), *wv = words(w, off), *wuv = words(2 * w, off);
+            for (int chroma = 0; chroma < kChromaKinds; ++chroma)
+                for (int rgb = 0; rgb < kRgbKinds; ++rgb) {
+                    same(even * bytes_of(rgb), off, [&](const Kernels& k, uint8_t* out) {
+                        k.yuv_to_rgb[chroma][rgb](chroma >= kPackedYUYV ? packed : y, chroma == kPlanar ? u : pairs,
+                                                  v, out, even, c);
+                    });
+                    if (chroma < 3)
+                        same(w * bytes_of(rgb), off, [&](const Kernels& k, uint8_t* out) {
+                            k.yuv444_to_rgb[chroma][rgb](wy, chroma == kPlanar ? wu : wuv, wv, out, w, c);
+                        });
+                }
+            buffers_.clear();
+        }
+}
+
+TEST_F(KernelsTest, RgbToYuv) {
+    for (const ColorSpace space : kSpaces)
+        for (const auto& [width, off] : rows_to_try()) {
+            const RgbToYuv& c = rgb_to_yuv_constants(space);
+            const int even = (width + 1) & ~1;
+            const uint8_t *a = noise(4 * even, off), *b = noise(4 * even, off);
             for (int rgb = 0; rgb < kRgbKinds; ++rgb)
-                same(even * (rgb < kRGBA ? 3 : 4), off, [&](const Kernels& k, uint8_t* out) {
-                    k.yuv_to_rgb[chroma][rgb](chroma >= kPackedYUYV ? packed : y, chroma == kPlanar ? u : pairs, v,
-                                              out, even, yuv_to_rgb_constants({}));
-                });
-        const uint8_t *a = noise(4 * even, off), *b = noise(4 * even, off);
+                for (int chroma = 0; chroma < 3; ++chroma) { // the rows end at the fence whatever the pixel size
+                    const uint8_t *p = a + (4 - bytes_of(rgb)) * even, *q = b + (4 - bytes_of(rgb)) * even;
+                    same(3 * even, off, [&](const Kernels& k, uint8_t* out) {
+                        uint8_t* uv = out + 2 * even;
+                        k.rgb_to_yuv420[chroma][rgb](p, q, out, out + even, uv, uv + even / 2, even, c);
+                    });
+                    same(2 * even, off, [&](const Kernels& k, uint8_t* out) {
+                        k.rgb_to_yuv422[chroma][rgb](p, out, out + even, out + even + even / 2, even, c);
+                    });
+                }
+            buffers_.clear();
+        }
+}
+
+TEST_F(KernelsTest, GreyAndOrders) {
+    for (const auto& [width, off] : rows_to_try()) {
+        const int w = width, even = (w + 1) & ~1;
+        const uint8_t *a = noise(4 * w, off), *gray = noise(w, off), *gray16 = noise(2 * w, off);
+        const uint8_t *p = noise(2 * even, off), *q = noise(2 * even, off);
         for (int kind : {0, 1})
             same(3 * even, off, [&](const Kernels& k, uint8_t* out) {
-                k.packed_to_nv12[kind](a + 2 * even, packed, out, out + even, out + 2 * even, even);
+                k.packed_to_nv12[kind](p, q, out, out + even, out + 2 * even, even);
             });
-        for (int rgb = 0; rgb < kRgbKinds; ++rgb) {
-            const int n = rgb < kRGBA ? 3 : 4; // the rows end at the fence whatever the pixel size
-            const uint8_t *p = a + (4 - n) * even, *q = b + (4 - n) * even, *gray = a + (4 - n) * w;
-            for (int chroma = 0; chroma < 3; ++chroma) {
-                same(3 * even, off, [&](const Kernels& k, uint8_t* out) {
-                    uint8_t* uv = out + 2 * even;
-                    k.rgb_to_yuv420[chroma][rgb](p, q, out, out + even, uv, uv + even / 2, even,
-                                                 rgb_to_yuv_constants({}));
-                });
-                same(2 * even, off, [&](const Kernels& k, uint8_t* out) {
-                    k.rgb_to_yuv422[chroma][rgb](p, out, out + even, out + even + even / 2, even,
-                                                 rgb_to_yuv_constants({}));
-                });
-            }
-            same(w, off, [&](const Kernels& k, uint8_t* out) { k.rgb_to_gray[rgb](gray, out, w); });
-        }
-        for (int from = 0; from < kRgbKinds; ++from)
+        for (int from = 0; from < kRgbKinds; ++from) {
+            const uint8_t* rgb = a + (4 - bytes_of(from)) * w;
+            same(w, off, [&](const Kernels& k, uint8_t* out) { k.rgb_to_gray[from](rgb, out, w); });
+            same(2 * w, off, [&](const Kernels& k, uint8_t* out) { k.rgb_to_gray16[from](rgb, out, w); });
             for (int to = 0; to < kRgbKinds; ++to)
                 if (from != to)
-                    same(w * (to < kRGBA ? 3 : 4), off, [&](const Kernels& k, uint8_t* out) {
-                        k.rgb_to_rgb[from][to](a + 4 * even - w * (from < kRGBA ? 3 : 4), out, w);
-                    });
-        const uint8_t *gray = noise(w, off), *gray16 = noise(2 * w, off);
+                    same(w * bytes_of(to), off,
+                         [&](const Kernels& k, uint8_t* out) { k.rgb_to_rgb[from][to](rgb, out, w); });
+        }
         for (int n : {3, 4})
             same(n * w, off, [&](const Kernels& k, uint8_t* out) { k.gray_to_rgb[n - 3](gray, out, w); });
         same(w, off, [&](const Kernels& k, uint8_t* out) { k.gray16_to_8(gray16, out, w); });
         buffers_.clear();
     }
+}
+
+// Whole samples of full chroma give what subsampled ones do; grey in 16 bits is exact for every sum there is.
+TEST(Kernels, PlainLoopsAgreeWithEachOther) {
+    const Kernels& k = plain_kernels();
+    for (const ColorSpace space : kSpaces)
+        for (int i = 0; i < 65536; i += 5) {
+            const uint8_t y[2] = {uint8_t(i), uint8_t(i)}, u = uint8_t(i >> 8), v = uint8_t(i / 7);
+            const uint16_t wy = uint16_t(y[0] << 6), wu = uint16_t(u << 6), wv = uint16_t(v << 6);
+            uint8_t pair[6], one[3];
+            k.yuv_to_rgb[kPlanar][kRGB](y, &u, &v, pair, 2, yuv_to_rgb_constants(space));
+            k.yuv444_to_rgb[kPlanar][kRGB](&wy, &wu, &wv, one, 1, yuv_to_rgb_constants(space));
+            ASSERT_EQ(0, memcmp(pair, one, 3)) << i;
+        }
+    for (const Kernels* build : builds())
+        for (int g = 0; g < 256; ++g) {
+            uint8_t rgb[3 * 256];
+            uint16_t out[256];
+            for (int i = 0; i < 256; ++i)
+                rgb[3 * i] = uint8_t(i), rgb[3 * i + 1] = uint8_t(g), rgb[3 * i + 2] = uint8_t(i * 5 + g);
+            build->rgb_to_gray16[kRGB](rgb, reinterpret_cast<uint8_t*>(out), 256);
+            for (int i = 0; i < 256; ++i)
+                ASSERT_EQ(out[i], (gray_sum({rgb[3 * i], rgb[3 * i + 1], rgb[3 * i + 2]}) * 257 + 500) / 1000);
+        }
 }
 
 TEST_F(KernelsTest, VerticalScaling) {
@@ -129,6 +185,7 @@ TEST_F(KernelsTest, VerticalScaling) {
             same(2 * n, even, [&](const Kernels& k, uint8_t* o) { k.blend8(a, b, weight, u16(o), n); });
             same(n, off, [&](const Kernels& k, uint8_t* o) { k.blend8_to_8(a, b, weight, o, n); });
             same(n, off, [&](const Kernels& k, uint8_t* o) { k.blend16_to_8(wa, wb, weight, o, n); });
+            same(2 * n, even, [&](const Kernels& k, uint8_t* o) { k.blend16(wa, wb, weight, u16(o), n); });
         }
         for (int count : {0, 1, 2, 3, 7, 100, 300}) {
             const uint8_t* plane = noise(static_cast<size_t>(n) * (count + 2), off);
@@ -201,13 +258,22 @@ TEST_F(KernelsTest, HorizontalScaling) {
                 const FirTable t = {start.data(), weight.data(), taps, cols, count * channels};
                 const uint16_t* row = words(static_cast<size_t>(count + 16) * channels + 32);
                 const size_t out = static_cast<size_t>(cols) * channels, off = random_() % 16;
+                const auto u16 = [](uint8_t* p) { return reinterpret_cast<uint16_t*>(p); };
                 same(out, off, [&](const Kernels& k, uint8_t* o) { k.fir_to_8[channels - 1](row, t, o); });
+                if (channels < 3)
+                    same(2 * out, 0,
+                         [&](const Kernels& k, uint8_t* o) { k.fir_to_16[channels - 1](row, t, u16(o)); });
                 if (taps != 2)
                     continue;
                 const uint8_t *a = noise(count * channels, off), *b = noise(count * channels);
-                for (int down : {0, 20000})
+                for (int down : {0, 20000}) {
                     same(out, off,
                          [&](const Kernels& k, uint8_t* o) { k.bilinear_at[channels - 1](a, b, down, t, o); });
+                    if (channels < 3)
+                        same(2 * out, 0, [&](const Kernels& k, uint8_t* o) {
+                            k.bilinear_at_16[channels - 1](a, b, down, t, u16(o));
+                        });
+                }
                 buffers_.clear();
             }
 }
@@ -240,6 +306,10 @@ TEST_F(KernelsTest, HalvesAndThirds) {
             const uint8_t *a = noise(2 * out, r.off), *b = noise(2 * out), *c = noise(3 * out, r.off);
             same(out, r.off, [&](const Kernels& k, uint8_t* o) { k.halve[channels - 1](a, b, o, r.width); });
             same(out, r.off, [&](const Kernels& k, uint8_t* o) { k.third[channels - 1](c, o, r.width); });
+            if (channels < 3)
+                same(2 * out, 0, [&](const Kernels& k, uint8_t* o) {
+                    k.halve_to_16[channels - 1](a, b, reinterpret_cast<uint16_t*>(o), r.width);
+                });
             buffers_.clear();
         }
 }

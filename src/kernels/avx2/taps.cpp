@@ -1,0 +1,237 @@
+// SPDX-License-Identifier: MIT
+// Filters across for AVX2. Every kernel gives the bytes of its plain loop, which does the rows shorter than a block.
+#if defined(__AVX2__)
+
+#include "kernels/avx2/vec.h"
+#include "kernels/kinds.h"
+#include "kernels/plain/scale.h"
+
+namespace tavi::avx2 {
+namespace {
+
+// Two weights for every channel of a column.
+H weight_pair(const int16_t* w) {
+    int32_t pair;
+    std::memcpy(&pair, w, sizeof pair);
+    return _mm_set1_epi32(pair);
+}
+
+template <int C>
+V fir_two(const uint16_t* row, const FirTable& t, int i, int k) {
+    const V p = join(load16(row + t.start[i] + k * C), load16(row + t.start[i + 1] + k * C));
+    const V w = join(weight_pair(t.weight + i * t.taps + k), weight_pair(t.weight + (i + 1) * t.taps + k));
+    return _mm256_madd_epi16(_mm256_shuffle_epi8(p, pair_channels<C>().full()), w);
+}
+
+// Three and four channels: two columns to a vector, a pair of taps at a time.
+template <int C>
+void fir_wide(const uint16_t* row, const FirTable& t, uint8_t* out) {
+    const V half = _mm256_set1_epi32(half_of(kSumBits));
+    if (!by_blocks<4>(t.cols, [&](int i) {
+            V a = half, b = half;
+            for (int k = 0; k < t.taps; k += 2) {
+                a = _mm256_add_epi32(a, fir_two<C>(row, t, i, k));
+                b = _mm256_add_epi32(b, fir_two<C>(row, t, i + 2, k));
+            }
+            store_columns<C>(out + i * C, _mm256_srai_epi32(a, kSumBits), _mm256_srai_epi32(b, kSumBits));
+        }))
+        plain_kernels().fir_to_8[C - 1](row, t, out);
+}
+
+// Gathers are slow on many processors. Where four columns and their neighbours lie within 16 bytes, one load and one
+// shuffle per four take their place.
+
+/// Whether `reach` elements hold any four columns and the neighbour of the last.
+bool within(const FirTable& t, int reach) {
+    // Three steps of a map are at most that many elements, rounded up; floors and the edge take up to two off the
+    // whole.
+    return t.cols > 1 && 3 * (t.start[t.cols - 1] - t.start[0] + 2) <= (reach - 2) * (t.cols - 1);
+}
+
+/// The distances of eight columns from the first of their four, in both bytes of the lower word, and in the upper
+/// one.
+V distances(const int32_t* start) {
+    const V at = load(start), d = _mm256_sub_epi32(at, _mm256_shuffle_epi32(at, 0));
+    constexpr Shuffle kSpread = {{0, 0, 0, 0, 4, 4, 4, 4, 8, 8, 8, 8, 12, 12, 12, 12}};
+    return _mm256_shuffle_epi8(d, kSpread.full());
+}
+
+// One and two channels: sums of eight and of four columns.
+V fir1_eight(const uint16_t* row, const FirTable& t, int i, V half, bool near) {
+    if (t.taps == 2) {
+        const V w = load(t.weight + 2 * i);
+        if (!near) {
+            const V pairs = _mm256_i32gather_epi32(reinterpret_cast<const int*>(row), load(t.start + i), 2);
+            return _mm256_add_epi32(half, _mm256_madd_epi16(pairs, w));
+        }
+        const V d = distances(t.start + i);
+        const V index = _mm256_add_epi8(_mm256_add_epi8(d, d), _mm256_set1_epi32(0x03020100));
+        const V words = join(load16(row + t.start[i]), load16(row + t.start[i + 4]));
+        return _mm256_add_epi32(half, _mm256_madd_epi16(_mm256_shuffle_epi8(words, index), w));
+    }
+    const int32_t* start = t.start + i;
+    const int16_t* w = t.weight + i * t.taps;
+    if (t.taps == 4) {
+        const auto four = [&](int c) {
+            const auto two = [](const void* a, const void* b) { return _mm_unpacklo_epi64(load8(a), load8(b)); };
+            const V p = join(two(row + start[c], row + start[c + 1]), two(row + start[c + 2], row + start[c + 3]));
+            return _mm256_madd_epi16(p, load(w + 4 * c));
+        };
+        return _mm256_add_epi32(half, _mm256_permute4x64_epi64(_mm256_hadd_epi32(four(0), four(4)), 0xD8));
+    }
+    const auto pair = [&](int c) { // a column and the fourth after it, eight taps at a time
+        V acc = _mm256_setzero_si256();
+        for (int k = 0; k < t.taps; k += 8)
+            acc = _mm256_add_epi32(
+                acc, _mm256_madd_epi16(join(load16(row + start[c] + k), load16(row + start[c + 4] + k)),
+                                       join(load16(w + c * t.taps + k), load16(w + (c + 4) * t.taps + k))));
+        return acc;
+    };
+    const V s = _mm256_hadd_epi32(_mm256_hadd_epi32(pair(0), pair(1)), _mm256_hadd_epi32(pair(2), pair(3)));
+    return _mm256_add_epi32(half, s);
+}
+
+V fir2_four(const uint16_t* row, const FirTable& t, int i, V half) {
+    const int32_t* start = t.start + i;
+    const int16_t* w = t.weight + i * t.taps;
+    const V channels = pair_channels<2>().full();
+    if (t.taps == 2) {
+        const auto two = [&](int c) { return _mm_unpacklo_epi64(load8(row + start[c]), load8(row + start[c + 1])); };
+        const H pairs = load16(w);
+        const V twice = join(_mm_unpacklo_epi32(pairs, pairs), _mm_unpackhi_epi32(pairs, pairs));
+        return _mm256_add_epi32(half, _mm256_madd_epi16(_mm256_shuffle_epi8(join(two(0), two(2)), channels), twice));
+    }
+    const auto pair = [&](int c) { // a column and the second after it, four taps at a time
+        V acc = _mm256_setzero_si256();
+        for (int k = 0; k < t.taps; k += 4) {
+            const V p = join(load16(row + start[c] + 2 * k), load16(row + start[c + 2] + 2 * k));
+            const V q = join(load8(w + c * t.taps + k), load8(w + (c + 2) * t.taps + k));
+            acc = _mm256_add_epi32(
+                acc, _mm256_madd_epi16(_mm256_shuffle_epi8(p, channels), _mm256_shuffle_epi32(q, 0x50)));
+        }
+        return acc;
+    };
+    const V a = pair(0), b = pair(1);
+    return _mm256_add_epi32(half, _mm256_add_epi32(_mm256_unpacklo_epi64(a, b), _mm256_unpackhi_epi64(a, b)));
+}
+
+H narrow8(V sums) { // eight sums to eight bytes
+    const V words = _mm256_permute4x64_epi64(_mm256_packus_epi32(sums, sums), 0xD8);
+    return _mm_packus_epi16(low(words), low(words));
+}
+
+void fir1(const uint16_t* row, const FirTable& t, uint8_t* out) {
+    const V half = _mm256_set1_epi32(half_of(kSumBits));
+    const bool near = within(t, 8);
+    if (!by_blocks<8>(t.cols, [&](int i) {
+            store8(out + i, narrow8(_mm256_srai_epi32(fir1_eight(row, t, i, half, near), kSumBits)));
+        }))
+        plain_kernels().fir_to_8[0](row, t, out);
+}
+
+void fir2(const uint16_t* row, const FirTable& t, uint8_t* out) {
+    const V half = _mm256_set1_epi32(half_of(kSumBits));
+    if (!by_blocks<4>(t.cols, [&](int i) {
+            store8(out + 2 * i, narrow8(_mm256_srai_epi32(fir2_four(row, t, i, half), kSumBits)));
+        }))
+        plain_kernels().fir_to_8[1](row, t, out);
+}
+
+// Columns whose loads of `bytes` stay inside the row.
+int safe_columns(const FirTable& t, int bytes) {
+    int cols = t.cols;
+    while (cols > 0 && t.start[cols - 1] + bytes > t.row_elements)
+        --cols;
+    return cols;
+}
+
+/// The columns from `done` on, by the plain loop.
+template <int C>
+void bilinear_rest(const uint8_t* a, const uint8_t* b, int weight, const FirTable& t, uint8_t* out, int done) {
+    const FirTable rest = {t.start + done, t.weight + 2 * done, t.taps, t.cols - done, t.row_elements};
+    plain_kernels().bilinear_at[C - 1](a, b, weight, rest, out + done * C);
+}
+
+template <int C>
+void bilinear_wide(const uint8_t* a, const uint8_t* b, int weight, const FirTable& t, uint8_t* out) {
+    const V down = set16(weight), half = _mm256_set1_epi32(half_of(kSumBits));
+    const auto two = [&](int c) {
+        const int s0 = t.start[c], s1 = t.start[c + 1];
+        const V p = _mm256_slli_epi16(load_words(a + s0, a + s1), kRowBits),
+                q = _mm256_slli_epi16(load_words(b + s0, b + s1), kRowBits);
+        const V pairs = _mm256_shuffle_epi8(mix(p, q, down), pair_channels<C>().full());
+        const V w = join(weight_pair(t.weight + 2 * c), weight_pair(t.weight + 2 * c + 2));
+        return _mm256_srai_epi32(_mm256_add_epi32(_mm256_madd_epi16(pairs, w), half), kSumBits);
+    };
+    const int safe = safe_columns(t, 8);
+    const bool done = by_blocks<4>(safe, [&](int i) { store_columns<C>(out + i * C, two(i), two(i + 2)); });
+    bilinear_rest<C>(a, b, weight, t, out, done ? safe : 0);
+}
+
+void bilinear1(const uint8_t* a, const uint8_t* b, int weight, const FirTable& t, uint8_t* out) {
+    const V down = set16(weight), half = _mm256_set1_epi32(half_of(kSumBits));
+    constexpr Shuffle kWords = {{0, -1, 1, -1, 4, -1, 5, -1, 8, -1, 9, -1, 12, -1, 13, -1}};
+    const auto eight = [&](int i, auto pairs) { // words of eight columns and their neighbours
+        const V v = mix(_mm256_slli_epi16(pairs(a), kRowBits), _mm256_slli_epi16(pairs(b), kRowBits), down);
+        const V sums = _mm256_add_epi32(_mm256_madd_epi16(v, load(t.weight + 2 * i)), half);
+        store8(out + i, narrow8(_mm256_srai_epi32(sums, kSumBits)));
+    };
+    int done = 0;
+    if (within(t, 16)) {
+        const int safe = safe_columns(t, 16);
+        if (by_blocks<8>(safe, [&](int i) {
+                const V index =
+                    _mm256_add_epi8(distances(t.start + i), _mm256_set1_epi32(static_cast<int>(0x80018000)));
+                eight(i, [&](const uint8_t* row) {
+                    return _mm256_shuffle_epi8(join(load16(row + t.start[i]), load16(row + t.start[i + 4])), index);
+                });
+            }))
+            done = safe;
+    }
+    for (const int safe = safe_columns(t, 4); done + 8 <= safe; done += 8)
+        eight(done, [&](const uint8_t* row) {
+            const V four = _mm256_i32gather_epi32(reinterpret_cast<const int*>(row), load(t.start + done), 1);
+            return _mm256_shuffle_epi8(four, kWords.full());
+        });
+    bilinear_rest<1>(a, b, weight, t, out, done);
+}
+
+void bilinear2(const uint8_t* a, const uint8_t* b, int weight, const FirTable& t, uint8_t* out) {
+    const V down = set16(weight), half = _mm256_set1_epi32(half_of(kSumBits));
+    constexpr Shuffle kPairs = {{0, 2, 1, 3, 4, 6, 5, 7, 8, 10, 9, 11, 12, 14, 13, 15}};
+    if (!by_blocks<4>(t.cols, [&](int i) { // four bytes are just the two columns
+            const auto gather = [&](const uint8_t* row) {
+                int32_t pair[4];
+                for (int c = 0; c < 4; ++c)
+                    std::memcpy(pair + c, row + t.start[i + c], 4);
+                const H four = _mm_setr_epi32(pair[0], pair[1], pair[2], pair[3]);
+                return _mm256_slli_epi16(_mm256_cvtepu8_epi16(_mm_shuffle_epi8(four, kPairs.half())), kRowBits);
+            };
+            const H w = load16(t.weight + 2 * i);
+            const V twice = join(_mm_unpacklo_epi32(w, w), _mm_unpackhi_epi32(w, w));
+            const V sums = _mm256_add_epi32(_mm256_madd_epi16(mix(gather(a), gather(b), down), twice), half);
+            store8(out + 2 * i, narrow8(_mm256_srai_epi32(sums, kSumBits)));
+        }))
+        plain_kernels().bilinear_at[1](a, b, weight, t, out);
+}
+
+} // namespace
+
+void use_taps(Kernels& k) {
+    k.fir_to_8[0] = fir1;
+    k.fir_to_8[1] = fir2;
+    k.fir_to_8[2] = fir_wide<3>;
+    k.fir_to_8[3] = fir_wide<4>;
+    k.bilinear_at[0] = bilinear1;
+    k.bilinear_at[1] = bilinear2;
+    k.bilinear_at[2] = bilinear_wide<3>;
+    k.bilinear_at[3] = bilinear_wide<4>;
+    for_each<2>([&](auto i) { // plain loops that gain from the instruction set as they are
+        k.fir_to_16[i] = fir_loop<i + 1, uint16_t>;
+        k.bilinear_at_16[i] = bilinear_loop<i + 1, uint16_t>;
+    });
+}
+
+} // namespace tavi::avx2
+
+#endif
