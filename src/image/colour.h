@@ -58,7 +58,7 @@ constexpr YuvToRgb make_yuv_to_rgb(ColorSpace c) {
     const double kg = 1 - k.kr - k.kb;
     const double luma = c.full_range ? 1 : double(kFullSpan) / kLumaSpan;
     const double chroma = c.full_range ? 1 : double(kFullSpan) / kChromaSpan;
-    constexpr double kQuarter = (1 << 15) / 4;
+    constexpr double kQuarter = 1 << 13; // of 1 << 15
     YuvToRgb t = {};
     t.luma = static_cast<uint8_t>(rounded(luma * 128));
     t.luma_257 = static_cast<uint16_t>((t.luma * 32768 + 256) / 257);

@@ -13,7 +13,7 @@ struct Ink {
     uint8_t bytes[3][4];
 };
 
-/// A full-range RGB colour in a format's samples: BT.601 limited range for YUV, luma for grey, alpha 255.
+/// A full-range RGB colour in a format's samples: the view's colour space for YUV, luma for grey, alpha 255.
 Ink ink_of(const ImageView& view, int red, int green, int blue);
 
 /// Fills a box. In subsampled formats it starts on a whole chroma sample and ends on one or at the image's end.

@@ -367,5 +367,5 @@ int tavi_image_convert_keep_ratio_by_blit(tavi_image_t* src, tavi_image_t* dst, 
             *out3 = static_cast<float>(picture.y);
         return TAVI_RET_SUCCESS;
     }
-    return said.code;
+    return TAVI_RET_FAIL;
 }
