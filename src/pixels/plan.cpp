@@ -48,8 +48,11 @@ Moves moves_of(tavi_image_transform_mode mode) {
 const Format& next_towards(const Format& from, const Format& to) {
     if (converts_directly(from, to))
         return to;
-    if (from.bits == 16 || to.bits == 16) // deep grey by way of 8 bits; full chroma by way of RGB
-        return from.is_yuv() && !from.subsampled() ? kRgb : kGray8;
+    const auto full_chroma = [](const Format& f) { return f.is_yuv() && !f.subsampled(); };
+    if (full_chroma(from) || full_chroma(to))
+        return kRgb;
+    if (from.bits == 16 || to.bits == 16)
+        return kGray8;
     // Between packed and pairs in the order V U, or on another grid: pairs in the order U V.
     return *find_yuv(2, 1, from.packed() ? to.yshift() : from.yshift(), false);
 }

@@ -245,8 +245,9 @@ void store_planes(const Planes& from, int subsampling, const YuvSamples& to, uin
 tavi_pixel_format nearest_for_jpeg(const ImageView& picture) {
     if (picture.format->sample_bytes() == 2)
         return TAVI_PIXEL_FORMAT_GRAY8;
-    const bool fits = picture.format->whole_pixels() || picture.color.matrix == Matrix::bt601;
-    return fits ? picture.id() : TAVI_PIXEL_FORMAT_RGB888;
+    const Format& f = *picture.format; // as planes: two columns a chroma sample
+    return f.whole_pixels() || (f.xshift() == 1 && picture.color.matrix == Matrix::bt601) ? picture.id()
+                                                                                          : TAVI_PIXEL_FORMAT_RGB888;
 }
 
 class JpegDecoder : public Decoder {
