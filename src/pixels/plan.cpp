@@ -49,10 +49,12 @@ const Format& next_towards(const Format& from, const Format& to) {
     if (converts_directly(from, to))
         return to;
     const auto full_chroma = [](const Format& f) { return f.is_yuv() && !f.subsampled(); };
-    if (full_chroma(from) || full_chroma(to))
+    if (full_chroma(from))
         return kRgb;
     if (from.bits == 16 || to.bits == 16)
         return kGray8;
+    if (full_chroma(to))
+        return kRgb;
     // Between packed and pairs in the order V U, or on another grid: pairs in the order U V.
     return *find_yuv(2, 1, from.packed() ? to.yshift() : from.yshift(), false);
 }
