@@ -21,6 +21,7 @@ struct Request {
 constexpr Request kRequests[] = {
     {"nv12-to-rgb", Kind::convert, NV12, 320, 240, RGB, 320, 240, 0},
     {"yuyv-to-rgb", Kind::convert, YUYV, 320, 240, RGB, 320, 240, 0},
+    {"nv12-to-half-rgb", Kind::resize, NV12, 480, 360, RGB, 320, 240, TAVI_IMAGE_RESIZE_BILINEAR},
     {"rgba-bilinear", Kind::resize, RGBA, 480, 360, RGBA, 320, 240, TAVI_IMAGE_RESIZE_BILINEAR},
     {"rgb-bilinear", Kind::resize, RGB, 480, 360, RGB, 320, 240, TAVI_IMAGE_RESIZE_BILINEAR},
     {"rgba-box", Kind::resize, RGBA, 960, 720, RGBA, 320, 240, TAVI_IMAGE_RESIZE_BOX},
@@ -28,6 +29,7 @@ constexpr Request kRequests[] = {
     {"nv12-region-to-rgb", Kind::crop, NV12, 640, 480, RGB, 224, 224, 0},
     {"rgb-affine", Kind::affine, RGB, 640, 480, RGB, 112, 112, 0},
     {"rgb-rotate-90", Kind::transform, RGB, 320, 240, RGB, 240, 320, TAVI_IMAGE_TRANSFORM_ROTATE_90},
+    {"rgba-rotate-90", Kind::transform, RGBA, 320, 240, RGBA, 240, 320, TAVI_IMAGE_TRANSFORM_ROTATE_90},
 };
 
 Row row_of(const Request& q) {

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // info, formats and probe: what a file holds, what the formats are, what this machine offers.
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -91,11 +92,17 @@ bool is_yuv_value(const char* text) {
     return tavi::parse_yuv(text, color);
 }
 
+bool is_build(const char* text) {
+    const tavi::Builds all = tavi::builds();
+    return std::any_of(all.begin(), all.end(), [=](const tavi::Kernels* k) { return strcmp(k->name, text) == 0; });
+}
+
 constexpr Setting kSettings[] = {
     {"TAVI_LOG_LEVEL", nullptr, "1", is_level},
     {"TAVI_USE_BLIT", "use_blit", "1", is_number},
     {"TAVI_BLIT_DEVICE", nullptr, "the first engine that qualifies", any_text},
     {"TAVI_YUV", nullptr, "bt601", is_yuv_value},
+    {"TAVI_KERNELS", nullptr, "the fastest that the processor runs", is_build},
     {"TAVI_DMA_HEAP", nullptr, "any contiguous heap, then the system heap", any_text},
 };
 

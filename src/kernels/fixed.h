@@ -14,6 +14,10 @@ constexpr int kWarpSumBits =
     2 * kWarpBits - 1;            ///< of its sum: one bit goes between the axes, so that words are signed
 constexpr int kPositionBits = 16; ///< fraction of an affine position
 
+/// What a sum of taps is shifted down by on its way to a byte, or to a word of a row.
+template <class Out>
+constexpr int kSumShift = sizeof(Out) == 1 ? kSumBits : kTapBits;
+
 /// What is added before `bits` are shifted out, to round.
 constexpr int half_of(int bits) { return 1 << (bits - 1); }
 

@@ -30,6 +30,24 @@ inline RgbToYuv weights_in_order(RgbToYuv k, bool swapped) {
     return k;
 }
 
+/// The entries of scaling by what they write, for C channels.
+template <int C>
+auto fir_of(const Kernels& k, const uint8_t*) {
+    return k.fir_to_8[C - 1];
+}
+template <int C>
+auto fir_of(const Kernels& k, const uint16_t*) {
+    return k.fir_to_16[C - 1];
+}
+template <int C>
+auto bilinear_of(const Kernels& k, const uint8_t*) {
+    return k.bilinear_at[C - 1];
+}
+template <int C>
+auto bilinear_of(const Kernels& k, const uint16_t*) {
+    return k.bilinear_at_16[C - 1];
+}
+
 template <int... I, class Use>
 void for_numbers(std::integer_sequence<int, I...>, Use use) {
     (use(std::integral_constant<int, I>()), ...);

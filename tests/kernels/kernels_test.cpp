@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "kernels/kernels.h"
+#include "support/captured_log.h"
 #include "support/fence_buffer.h"
 
 namespace tavi::test {
@@ -356,6 +357,32 @@ TEST_F(KernelsTest, Orientation) {
             });
             buffers_.clear();
         }
+}
+
+// Each in a process of its own: the setting is read once.
+
+TEST(KernelsSetting, NamesTheBuild) {
+    for (const Kernels* build : builds())
+        EXPECT_EXIT(
+            {
+                setenv("TAVI_KERNELS", build->name, 1);
+                _exit(&kernels() == build ? 0 : 1);
+            },
+            testing::ExitedWithCode(0), "")
+            << build->name;
+}
+
+TEST(KernelsSetting, AnUnknownBuildIsReportedOnceAndCountsAsAbsent) {
+    setenv("TAVI_KERNELS", "mmx", 1);
+    CapturedLog log;
+    const Builds all = builds();
+    EXPECT_EQ(&kernels(), all.list[all.count - 1]);
+    kernels();
+    ASSERT_EQ(log.lines.size(), 1u);
+    EXPECT_EQ(log.lines[0].level, TAVI_LOG_ERROR);
+    EXPECT_EQ(log.lines[0].tag, "tavi-kernels");
+    for (const char* words : {"TAVI_KERNELS=\"mmx\"", "plain", kernels().name})
+        EXPECT_NE(log.lines[0].message.find(words), std::string::npos) << log.lines[0].message;
 }
 
 } // namespace

@@ -22,7 +22,7 @@ namespace {
 const bool kProcessorHasNeon = getauxval(AT_HWCAP) & (1UL << 12);
 
 TEST(Neon, OwnLoopsAreChosenByTheProcessor) {
-    EXPECT_EQ(&tavi::kernels() == tavi::simd_kernels(), kProcessorHasNeon);
+    EXPECT_EQ(tavi::builds().count, kProcessorHasNeon ? 2 : 1);
     EXPECT_STREQ(tavi::kernels().name, kProcessorHasNeon ? "neon" : "plain");
 }
 

@@ -53,6 +53,12 @@ void blend16_to_8(const uint16_t* a, const uint16_t* b, int weight, uint8_t* out
         plain_kernels().blend16_to_8(a, b, weight, out, n);
 }
 
+void blend16(const uint16_t* a, const uint16_t* b, int weight, uint16_t* out, int n) {
+    const V w = set16(weight);
+    if (!by_blocks<16>(n, [=](int i) { store(out + i, mix(load(a + i), load(b + i), w)); }))
+        plain_kernels().blend16(a, b, weight, out, n);
+}
+
 void box_rows(const BoxRows& rows, uint16_t* out, int n) {
     const V top_weight = set16(rows.top_weight), bottom_weight = set16(rows.bottom_weight);
     const V inner_weight = set16(rows.inner_weight);
@@ -209,6 +215,7 @@ void use_scale(Kernels& k) {
     k.blend8 = blend8;
     k.blend8_to_8 = blend8_to_8;
     k.blend16_to_8 = blend16_to_8;
+    k.blend16 = blend16;
     k.box_rows = box_rows;
     k.expand = expand;
     k.wide_rows = wide_rows;
@@ -221,7 +228,6 @@ void use_scale(Kernels& k) {
     k.halve[2] = halve3;
     k.halve[3] = halve<4>;
     // Plain loops that gain from the instruction set as they are.
-    k.blend16 = blend16_loop;
     for_each<4>([&](auto i) { k.spans_to_8[i] = spans_loop<i + 1, uint8_t>; });
     for_each<2>([&](auto i) {
         k.spans_to_16[i] = spans_loop<i + 1, uint16_t>;

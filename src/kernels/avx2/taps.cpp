@@ -3,8 +3,8 @@
 #if defined(__AVX2__)
 
 #include "kernels/avx2/vec.h"
+#include "kernels/fixed.h"
 #include "kernels/kinds.h"
-#include "kernels/plain/scale.h"
 
 namespace tavi::avx2 {
 namespace {
@@ -115,26 +115,29 @@ V fir2_four(const uint16_t* row, const FirTable& t, int i, V half) {
     return _mm256_add_epi32(half, _mm256_add_epi32(_mm256_unpacklo_epi64(a, b), _mm256_unpackhi_epi64(a, b)));
 }
 
-H narrow8(V sums) { // eight sums to eight bytes
-    const V words = _mm256_permute4x64_epi64(_mm256_packus_epi32(sums, sums), 0xD8);
-    return _mm_packus_epi16(low(words), low(words));
+/// Eight sums, half included, as bytes or as words of a row.
+inline void put8(uint8_t* out, V sums) {
+    const V words = _mm256_srai_epi32(sums, kSumBits), packed = in_order(_mm256_packus_epi32(words, words));
+    store8(out, _mm_packus_epi16(low(packed), low(packed)));
+}
+inline void put8(uint16_t* out, V sums) {
+    const V words = _mm256_srai_epi32(sums, kTapBits);
+    store16(out, low(in_order(_mm256_packus_epi32(words, words))));
 }
 
-void fir1(const uint16_t* row, const FirTable& t, uint8_t* out) {
-    const V half = _mm256_set1_epi32(half_of(kSumBits));
+template <class Out>
+void fir1(const uint16_t* row, const FirTable& t, Out* out) {
+    const V half = _mm256_set1_epi32(half_of(kSumShift<Out>));
     const bool near = within(t, 8);
-    if (!by_blocks<8>(t.cols, [&](int i) {
-            store8(out + i, narrow8(_mm256_srai_epi32(fir1_eight(row, t, i, half, near), kSumBits)));
-        }))
-        plain_kernels().fir_to_8[0](row, t, out);
+    if (!by_blocks<8>(t.cols, [&](int i) { put8(out + i, fir1_eight(row, t, i, half, near)); }))
+        fir_of<1>(plain_kernels(), out)(row, t, out);
 }
 
-void fir2(const uint16_t* row, const FirTable& t, uint8_t* out) {
-    const V half = _mm256_set1_epi32(half_of(kSumBits));
-    if (!by_blocks<4>(t.cols, [&](int i) {
-            store8(out + 2 * i, narrow8(_mm256_srai_epi32(fir2_four(row, t, i, half), kSumBits)));
-        }))
-        plain_kernels().fir_to_8[1](row, t, out);
+template <class Out>
+void fir2(const uint16_t* row, const FirTable& t, Out* out) {
+    const V half = _mm256_set1_epi32(half_of(kSumShift<Out>));
+    if (!by_blocks<4>(t.cols, [&](int i) { put8(out + 2 * i, fir2_four(row, t, i, half)); }))
+        fir_of<2>(plain_kernels(), out)(row, t, out);
 }
 
 // Columns whose loads of `bytes` stay inside the row.
@@ -146,10 +149,10 @@ int safe_columns(const FirTable& t, int bytes) {
 }
 
 /// The columns from `done` on, by the plain loop.
-template <int C>
-void bilinear_rest(const uint8_t* a, const uint8_t* b, int weight, const FirTable& t, uint8_t* out, int done) {
+template <int C, class Out>
+void bilinear_rest(const uint8_t* a, const uint8_t* b, int weight, const FirTable& t, Out* out, int done) {
     const FirTable rest = {t.start + done, t.weight + 2 * done, t.taps, t.cols - done, t.row_elements};
-    plain_kernels().bilinear_at[C - 1](a, b, weight, rest, out + done * C);
+    bilinear_of<C>(plain_kernels(), out)(a, b, weight, rest, out + done * C);
 }
 
 template <int C>
@@ -168,13 +171,14 @@ void bilinear_wide(const uint8_t* a, const uint8_t* b, int weight, const FirTabl
     bilinear_rest<C>(a, b, weight, t, out, done ? safe : 0);
 }
 
-void bilinear1(const uint8_t* a, const uint8_t* b, int weight, const FirTable& t, uint8_t* out) {
-    const V down = set16(weight), half = _mm256_set1_epi32(half_of(kSumBits));
+template <class Out>
+void bilinear1(const uint8_t* a, const uint8_t* b, int weight, const FirTable& t, Out* out) {
+    const V down = set16(weight), half = _mm256_set1_epi32(half_of(kSumShift<Out>));
     constexpr Shuffle kWords = {{0, -1, 1, -1, 4, -1, 5, -1, 8, -1, 9, -1, 12, -1, 13, -1}};
     const auto eight = [&](int i, auto pairs) { // words of eight columns and their neighbours
         const V v = mix(_mm256_slli_epi16(pairs(a), kRowBits), _mm256_slli_epi16(pairs(b), kRowBits), down);
         const V sums = _mm256_add_epi32(_mm256_madd_epi16(v, load(t.weight + 2 * i)), half);
-        store8(out + i, narrow8(_mm256_srai_epi32(sums, kSumBits)));
+        put8(out + i, sums);
     };
     int done = 0;
     if (within(t, 16)) {
@@ -196,8 +200,9 @@ void bilinear1(const uint8_t* a, const uint8_t* b, int weight, const FirTable& t
     bilinear_rest<1>(a, b, weight, t, out, done);
 }
 
-void bilinear2(const uint8_t* a, const uint8_t* b, int weight, const FirTable& t, uint8_t* out) {
-    const V down = set16(weight), half = _mm256_set1_epi32(half_of(kSumBits));
+template <class Out>
+void bilinear2(const uint8_t* a, const uint8_t* b, int weight, const FirTable& t, Out* out) {
+    const V down = set16(weight), half = _mm256_set1_epi32(half_of(kSumShift<Out>));
     constexpr Shuffle kPairs = {{0, 2, 1, 3, 4, 6, 5, 7, 8, 10, 9, 11, 12, 14, 13, 15}};
     if (!by_blocks<4>(t.cols, [&](int i) { // four bytes are just the two columns
             const auto gather = [&](const uint8_t* row) {
@@ -210,26 +215,26 @@ void bilinear2(const uint8_t* a, const uint8_t* b, int weight, const FirTable& t
             const H w = load16(t.weight + 2 * i);
             const V twice = join(_mm_unpacklo_epi32(w, w), _mm_unpackhi_epi32(w, w));
             const V sums = _mm256_add_epi32(_mm256_madd_epi16(mix(gather(a), gather(b), down), twice), half);
-            store8(out + 2 * i, narrow8(_mm256_srai_epi32(sums, kSumBits)));
+            put8(out + 2 * i, sums);
         }))
-        plain_kernels().bilinear_at[1](a, b, weight, t, out);
+        bilinear_of<2>(plain_kernels(), out)(a, b, weight, t, out);
 }
 
 } // namespace
 
 void use_taps(Kernels& k) {
-    k.fir_to_8[0] = fir1;
-    k.fir_to_8[1] = fir2;
+    k.fir_to_8[0] = fir1<uint8_t>;
+    k.fir_to_8[1] = fir2<uint8_t>;
     k.fir_to_8[2] = fir_wide<3>;
     k.fir_to_8[3] = fir_wide<4>;
-    k.bilinear_at[0] = bilinear1;
-    k.bilinear_at[1] = bilinear2;
+    k.bilinear_at[0] = bilinear1<uint8_t>;
+    k.bilinear_at[1] = bilinear2<uint8_t>;
     k.bilinear_at[2] = bilinear_wide<3>;
     k.bilinear_at[3] = bilinear_wide<4>;
-    for_each<2>([&](auto i) { // plain loops that gain from the instruction set as they are
-        k.fir_to_16[i] = fir_loop<i + 1, uint16_t>;
-        k.bilinear_at_16[i] = bilinear_loop<i + 1, uint16_t>;
-    });
+    k.fir_to_16[0] = fir1<uint16_t>;
+    k.fir_to_16[1] = fir2<uint16_t>;
+    k.bilinear_at_16[0] = bilinear1<uint16_t>;
+    k.bilinear_at_16[1] = bilinear2<uint16_t>;
 }
 
 } // namespace tavi::avx2

@@ -25,7 +25,19 @@ struct YuvBlock {
     uint8x8_t u, v;
 };
 
-// Orders of red and blue share their bodies: with U and V and the constants exchanged, the first channel is blue.
+// Orders of red and blue share their bodies: with U and V and the constants exchanged, the first channel is blue. The
+// bodies do what the entries of the table would have to do each: that is kilobytes.
+
+/// Which row of the table was called.
+struct Entry {
+    int8_t chroma, kind;
+};
+
+/// As what pairs are read.
+constexpr int read_as(int chroma, int kind) {
+    const bool pairs = chroma == kPairsUV || chroma == kPairsVU;
+    return pairs && is_swapped(kind) ? other_pairs(chroma) : chroma;
+}
 
 template <int Chroma, bool Swap>
 inline YuvBlock load_yuv(const uint8_t* y, const uint8_t* u, const uint8_t* v) {
@@ -44,8 +56,9 @@ inline YuvBlock load_yuv(const uint8_t* y, const uint8_t* u, const uint8_t* v) {
 
 /// The constants of a conversion; V to red, U to green, V to green and U to blue in one vector.
 struct YuvVectors {
-    explicit YuvVectors(const YuvToRgb& k) : luma(vdup_n_u8(k.luma)), bias(vdupq_n_s16(k.bias)) {
-        const int16_t terms[4] = {k.v_to_r, k.u_to_g, k.v_to_g, k.u_to_b};
+    YuvVectors(const YuvToRgb& k, bool swapped) : luma(vdup_n_u8(k.luma)), bias(vdupq_n_s16(k.bias)) {
+        const YuvToRgb t = swapped ? exchanged(k) : k;
+        const int16_t terms[4] = {t.v_to_r, t.u_to_g, t.v_to_g, t.u_to_b};
         factors = vld1_s16(terms);
     }
 
@@ -78,11 +91,13 @@ inline void store_yuv_as_rgb(const YuvVectors& k, const YuvBlock& block, uint8_t
 }
 
 template <int Chroma, int N, bool Swap>
-__attribute__((noinline)) bool to_rgb(const uint8_t* y, const uint8_t* u, const uint8_t* v, uint8_t* rgb, int width,
-                                      const YuvToRgb& constants) {
+__attribute__((noinline)) void to_rgb(const uint8_t* y, const uint8_t* u, const uint8_t* v, uint8_t* rgb, int width,
+                                      const YuvToRgb& constants, Entry entry) {
     if (width < 16)
-        return false;
-    const YuvVectors k(constants);
+        return plain_kernels().yuv_to_rgb[entry.chroma][entry.kind](y, u, v, rgb, width, constants);
+    const YuvVectors k(constants, is_swapped(entry.kind));
+    if (Chroma == kPlanar && is_swapped(entry.kind))
+        std::swap(u, v);
     // Pointers that walk: an address of an index would take an instruction each.
     const auto advance = [&](int pixels) {
         y += Chroma >= kPackedYUYV ? 2 * pixels : pixels;
@@ -96,33 +111,26 @@ __attribute__((noinline)) bool to_rgb(const uint8_t* y, const uint8_t* u, const 
         for (; width >= 16; width -= 16, advance(16))
             store_yuv_as_rgb<N>(k, load_yuv<Chroma, Swap>(y, u, v), rgb);
         if (width == 0)
-            return true;
+            return;
     }
 }
 
 template <int Chroma, int Kind>
 void yuv_to_rgb(const uint8_t* y, const uint8_t* u, const uint8_t* v, uint8_t* rgb, int width, const YuvToRgb& k) {
-    constexpr int n = rgb_bytes(Kind);
-    bool done;
-    if constexpr (!is_swapped(Kind))
-        done = to_rgb<Chroma, n, false>(y, u, v, rgb, width, k);
-    else if constexpr (Chroma == kPlanar)
-        done = to_rgb<kPlanar, n, false>(y, v, u, rgb, width, exchanged(k));
-    else if constexpr (Chroma == kPairsUV || Chroma == kPairsVU)
-        done = to_rgb<other_pairs(Chroma), n, false>(y, u, v, rgb, width, exchanged(k));
-    else
-        done = to_rgb<Chroma, n, true>(y, u, v, rgb, width, exchanged(k));
-    if (!done)
-        plain_kernels().yuv_to_rgb[Chroma][Kind](y, u, v, rgb, width, k);
+    constexpr bool packed = Chroma == kPackedYUYV || Chroma == kPackedUYVY;
+    to_rgb<read_as(Chroma, Kind), rgb_bytes(Kind), packed && is_swapped(Kind)>(y, u, v, rgb, width, k,
+                                                                               {Chroma, Kind});
 }
 
 /// Samples keep kRowBits of fraction: two bits up they fill a word.
 template <int Chroma, int N>
-__attribute__((noinline)) bool to_rgb444(const uint16_t* y, const uint16_t* u, const uint16_t* v, uint8_t* rgb,
-                                         int width, const YuvToRgb& constants) {
+__attribute__((noinline)) void to_rgb444(const uint16_t* y, const uint16_t* u, const uint16_t* v, uint8_t* rgb,
+                                         int width, const YuvToRgb& constants, Entry entry) {
     if (width < 8)
-        return false;
-    const YuvVectors k(constants);
+        return plain_kernels().yuv444_to_rgb[entry.chroma][entry.kind](y, u, v, rgb, width, constants);
+    const YuvVectors k(constants, is_swapped(entry.kind));
+    if (Chroma == kPlanar && is_swapped(entry.kind))
+        std::swap(u, v);
     const int16x8_t scale = vdupq_n_s16(static_cast<int16_t>(constants.luma * 128));
     const auto from_neutral = [](uint16x8_t c) {
         return vreinterpretq_s16_u16(veorq_u16(vshlq_n_u16(c, 2), vdupq_n_u16(0x8000)));
@@ -153,23 +161,14 @@ __attribute__((noinline)) bool to_rgb444(const uint16_t* y, const uint16_t* u, c
                              vqshrun_n_s16(vqaddq_s16(luma, vqrdmulhq_lane_s16(us, k.factors, 3)), kRgbBits));
         }
         if (width == 0)
-            return true;
+            return;
     }
 }
 
 template <int Chroma, int Kind>
 void yuv444_to_rgb(const uint16_t* y, const uint16_t* u, const uint16_t* v, uint8_t* rgb, int width,
                    const YuvToRgb& k) {
-    constexpr int n = rgb_bytes(Kind);
-    bool done;
-    if constexpr (!is_swapped(Kind))
-        done = to_rgb444<Chroma, n>(y, u, v, rgb, width, k);
-    else if constexpr (Chroma == kPlanar)
-        done = to_rgb444<kPlanar, n>(y, v, u, rgb, width, exchanged(k));
-    else
-        done = to_rgb444<other_pairs(Chroma), n>(y, u, v, rgb, width, exchanged(k));
-    if (!done)
-        plain_kernels().yuv444_to_rgb[Chroma][Kind](y, u, v, rgb, width, k);
+    to_rgb444<read_as(Chroma, Kind), rgb_bytes(Kind)>(y, u, v, rgb, width, k, {Chroma, Kind});
 }
 
 // ---------------------------------------------------------------------------------------------- RGB to YUV
@@ -234,37 +233,47 @@ inline void store_chroma(int chroma, uint8_t* u, uint8_t* v, int x, const Sums& 
     }
 }
 
-/// One row or, for 4:2:0, two.
-template <int N, int Rows>
-__attribute__((noinline)) bool to_yuv(int chroma, const uint8_t* a, const uint8_t* b, uint8_t* ya, uint8_t* yb,
-                                      uint8_t* u, uint8_t* v, int width, const RgbToYuv& k) {
-    const YuvWeights weights(k);
+/// Two rows, and one.
+template <int N>
+__attribute__((noinline)) void to_yuv420(const uint8_t* a, const uint8_t* b, uint8_t* ya, uint8_t* yb, uint8_t* u,
+                                         uint8_t* v, int width, const RgbToYuv& k, Entry entry) {
+    const YuvWeights weights(weights_in_order(k, is_swapped(entry.kind)));
     const uint16x4_t w = vld1_u16(weights.y);
-    return by_blocks<16>(width, [&](int x) {
-        const Channels p = load_pixels<N>(a + x * N);
-        vst1q_u8(ya + x, luma16(p, w, weights.luma_bias));
-        Sums s = {vpaddlq_u8(p.first), vpaddlq_u8(p.second), vpaddlq_u8(p.third)};
-        if (Rows == 2) {
-            const Channels q = load_pixels<N>(b + x * N);
+    if (!by_blocks<16>(width, [&](int x) {
+            const Channels p = load_pixels<N>(a + x * N), q = load_pixels<N>(b + x * N);
+            vst1q_u8(ya + x, luma16(p, w, weights.luma_bias));
             vst1q_u8(yb + x, luma16(q, w, weights.luma_bias));
-            s = {vpadalq_u8(s.first, q.first), vpadalq_u8(s.second, q.second), vpadalq_u8(s.third, q.third)};
-        }
-        store_chroma<Rows>(chroma, u, v, x, s, weights);
-    });
+            store_chroma<2>(entry.chroma, u, v, x,
+                            {vpadalq_u8(vpaddlq_u8(p.first), q.first), vpadalq_u8(vpaddlq_u8(p.second), q.second),
+                             vpadalq_u8(vpaddlq_u8(p.third), q.third)},
+                            weights);
+        }))
+        plain_kernels().rgb_to_yuv420[entry.chroma][entry.kind](a, b, ya, yb, u, v, width, k);
+}
+
+template <int N>
+__attribute__((noinline)) void to_yuv422(const uint8_t* rgb, uint8_t* y, uint8_t* u, uint8_t* v, int width,
+                                         const RgbToYuv& k, Entry entry) {
+    const YuvWeights weights(weights_in_order(k, is_swapped(entry.kind)));
+    const uint16x4_t w = vld1_u16(weights.y);
+    if (!by_blocks<16>(width, [&](int x) {
+            const Channels p = load_pixels<N>(rgb + x * N);
+            vst1q_u8(y + x, luma16(p, w, weights.luma_bias));
+            store_chroma<1>(entry.chroma, u, v, x, {vpaddlq_u8(p.first), vpaddlq_u8(p.second), vpaddlq_u8(p.third)},
+                            weights);
+        }))
+        plain_kernels().rgb_to_yuv422[entry.chroma][entry.kind](rgb, y, u, v, width, k);
 }
 
 template <int Chroma, int Kind>
 void rgb_to_yuv420(const uint8_t* a, const uint8_t* b, uint8_t* ya, uint8_t* yb, uint8_t* u, uint8_t* v, int width,
                    const RgbToYuv& k) {
-    if (!to_yuv<rgb_bytes(Kind), 2>(Chroma, a, b, ya, yb, u, v, width, weights_in_order(k, is_swapped(Kind))))
-        plain_kernels().rgb_to_yuv420[Chroma][Kind](a, b, ya, yb, u, v, width, k);
+    to_yuv420<rgb_bytes(Kind)>(a, b, ya, yb, u, v, width, k, {Chroma, Kind});
 }
 
 template <int Chroma, int Kind>
 void rgb_to_yuv422(const uint8_t* rgb, uint8_t* y, uint8_t* u, uint8_t* v, int width, const RgbToYuv& k) {
-    if (!to_yuv<rgb_bytes(Kind), 1>(Chroma, rgb, nullptr, y, nullptr, u, v, width,
-                                    weights_in_order(k, is_swapped(Kind))))
-        plain_kernels().rgb_to_yuv422[Chroma][Kind](rgb, y, u, v, width, k);
+    to_yuv422<rgb_bytes(Kind)>(rgb, y, u, v, width, k, {Chroma, Kind});
 }
 
 template <int Luma>

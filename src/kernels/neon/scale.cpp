@@ -93,6 +93,15 @@ void blend16_to_8(const uint16_t* a, const uint16_t* b, int weight, uint8_t* out
         plain_kernels().blend16_to_8(a, b, weight, out, n);
 }
 
+void blend16(const uint16_t* a, const uint16_t* b, int weight, uint16_t* out, int n) {
+    const int16x8_t w = weights8(weight);
+    if (!by_blocks<8>(n, [=](int i) {
+            const int16x8_t p = vreinterpretq_s16_u16(vld1q_u16(a + i)), q = vreinterpretq_s16_u16(vld1q_u16(b + i));
+            vst1q_u16(out + i, words(vaddq_s16(p, vqrdmulhq_s16(vsubq_s16(q, p), w))));
+        }))
+        plain_kernels().blend16(a, b, weight, out, n);
+}
+
 /// 32 elements as words: evens and odds of the first half, then of the second.
 struct Words32 {
     uint16x8_t a, b, c, d;
@@ -182,6 +191,23 @@ void halve(const uint8_t* a, const uint8_t* b, uint8_t* out, int cols) {
         plain_kernels().halve[C - 1](a, b, out, cols);
 }
 
+template <int C>
+void halve_to_16(const uint8_t* a, const uint8_t* b, uint16_t* out, int cols) {
+    const auto mean = [](uint8x16_t p, uint8x16_t q) {
+        return vshlq_n_u16(vpadalq_u8(vpaddlq_u8(p), q), kRowBits - 2);
+    };
+    if (!by_blocks<8>(cols, [=](int x) {
+            const uint8_t *p = a + 2 * x * C, *q = b + 2 * x * C;
+            if (C == 1) {
+                vst1q_u16(out + x, mean(vld1q_u8(p), vld1q_u8(q)));
+            } else {
+                const uint8x16x2_t v = vld2q_u8(p), w = vld2q_u8(q);
+                vst2q_u16(out + 2 * x, {{mean(v.val[0], w.val[0]), mean(v.val[1], w.val[1])}});
+            }
+        }))
+        plain_kernels().halve_to_16[C - 1](a, b, out, cols);
+}
+
 void expand(const uint8_t* row, const ExpandTable& table, uint16_t* out) {
     const ExpandTable t = table;
     if (!t.by_16)
@@ -262,6 +288,7 @@ void use_scale(Kernels& k) {
     k.blend8 = blend8;
     k.blend8_to_8 = blend8_to_8;
     k.blend16_to_8 = blend16_to_8;
+    k.blend16 = blend16;
     k.box_rows = box_rows;
     k.expand = expand;
     k.wide_rows = wide_rows;
@@ -270,6 +297,7 @@ void use_scale(Kernels& k) {
         k.third[i] = third<i + 1>;
         k.halve[i] = halve<i + 1>;
     });
+    for_each<2>([&](auto i) { k.halve_to_16[i] = halve_to_16<i + 1>; });
 }
 
 } // namespace tavi::neon

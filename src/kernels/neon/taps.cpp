@@ -2,6 +2,7 @@
 // Filters across for NEON. Every kernel gives the bytes of its plain loop, which does what is left.
 #if defined(__ARM_NEON)
 
+#include "kernels/kinds.h"
 #include "kernels/neon/vec.h"
 
 namespace tavi::neon {
@@ -151,15 +152,24 @@ inline int32x4_t fir1_four(const uint16_t* row, const FirTable& t, int i) {
     return vcombine_s32(vpadd_s32(a, b), vpadd_s32(c, d));
 }
 
-void fir1(const uint16_t* row, const FirTable& table, uint8_t* out) {
+// What writes bytes and what writes words of a row share their bodies: the question costs an instruction or two for
+// eight sums, and the code half as much.
+
+/// Eight sums rounded to bytes, or to words of a row; `at` counts elements.
+inline void put8(void* out, bool to_words, int at, Sums8 sums) {
+    if (to_words)
+        vst1q_u16(
+            static_cast<uint16_t*>(out) + at,
+            vreinterpretq_u16_s16(vcombine_s16(vrshrn_n_s32(sums.a, kTapBits), vrshrn_n_s32(sums.b, kTapBits))));
+    else
+        vst1_u8(static_cast<uint8_t*>(out) + at, bytes_of(sums.a, sums.b));
+}
+
+__attribute__((noinline)) bool fir1(const uint16_t* row, const FirTable& table, void* out, bool to_words) {
     const FirTable t = table;
-    const auto two = [&](int i) {
-        const Sums8 sums = fir1_two_taps(row, t.start + i, t.weight + 2 * i);
-        vst1_u8(out + i, bytes_of(sums.a, sums.b));
-    };
-    const auto more = [&](int i) { vst1_u8(out + i, bytes_of(fir1_four(row, t, i), fir1_four(row, t, i + 4))); };
-    if (!(t.taps == 2 ? by_blocks<8>(t.cols, two) : by_blocks<8>(t.cols, more)))
-        plain_kernels().fir_to_8[0](row, table, out);
+    const auto two = [&](int i) { put8(out, to_words, i, fir1_two_taps(row, t.start + i, t.weight + 2 * i)); };
+    const auto more = [&](int i) { put8(out, to_words, i, {fir1_four(row, t, i), fir1_four(row, t, i + 4)}); };
+    return t.taps == 2 ? by_blocks<8>(t.cols, two) : by_blocks<8>(t.cols, more);
 }
 
 /// Two taps of two columns of two channels, from a pair of each; the weights are those of the one and of the other.
@@ -190,13 +200,15 @@ inline Sums8 fir2_four(const uint16_t* row, const FirTable& t, int i) {
     return sums;
 }
 
-void fir2(const uint16_t* row, const FirTable& table, uint8_t* out) {
+__attribute__((noinline)) bool fir2(const uint16_t* row, const FirTable& table, void* out, bool to_words) {
     const FirTable t = table;
-    if (!by_blocks<4>(t.cols, [&](int i) {
-            const Sums8 sums = fir2_four(row, t, i);
-            vst1_u8(out + 2 * i, bytes_of(sums.a, sums.b));
-        }))
-        plain_kernels().fir_to_8[1](row, table, out);
+    return by_blocks<4>(t.cols, [&](int i) { put8(out, to_words, 2 * i, fir2_four(row, t, i)); });
+}
+
+template <int C, class Out>
+void fir(const uint16_t* row, const FirTable& t, Out* out) {
+    if (!(C == 1 ? fir1 : fir2)(row, t, out, sizeof(Out) == 2))
+        fir_of<C>(plain_kernels(), out)(row, t, out);
 }
 
 /// Sums of neighbours.
@@ -224,7 +236,8 @@ void bilinear_wide(const uint8_t* a, const uint8_t* b, int weight, const FirTabl
     plain_kernels().bilinear_at[C - 1](a, b, weight, rest, out + i * C);
 }
 
-void bilinear1(const uint8_t* a, const uint8_t* b, int weight, const FirTable& table, uint8_t* out) {
+__attribute__((noinline)) bool bilinear1(const uint8_t* a, const uint8_t* b, int weight, const FirTable& table,
+                                         void* out, bool to_words) {
     const FirTable t = table;
     const int16x8_t down = weights8(weight);
     const auto four = [](const uint8_t* row, const int32_t* start) { // two bytes of each of four columns
@@ -239,11 +252,11 @@ void bilinear1(const uint8_t* a, const uint8_t* b, int weight, const FirTable& t
         const int16x8_t w = vld1q_s16(t.weight + 2 * i);
         return add_pairs(vmull_s16(vget_low_s16(v), vget_low_s16(w)), vmull_s16(vget_high_s16(v), vget_high_s16(w)));
     };
-    if (!by_blocks<8>(t.cols, [&](int i) { vst1_u8(out + i, bytes_of(sums(i), sums(i + 4))); }))
-        plain_kernels().bilinear_at[0](a, b, weight, table, out);
+    return by_blocks<8>(t.cols, [&](int i) { put8(out, to_words, i, {sums(i), sums(i + 4)}); });
 }
 
-void bilinear2(const uint8_t* a, const uint8_t* b, int weight, const FirTable& table, uint8_t* out) {
+__attribute__((noinline)) bool bilinear2(const uint8_t* a, const uint8_t* b, int weight, const FirTable& table,
+                                         void* out, bool to_words) {
     const FirTable t = table;
     const int16x8_t down = weights8(weight);
     const auto two = [](const uint8_t* row, const int32_t* start) { // four bytes of each of two columns
@@ -257,21 +270,30 @@ void bilinear2(const uint8_t* a, const uint8_t* b, int weight, const FirTable& t
         const int32x4_t p = vmull_s16(vget_low_s16(v), twice.val[0]), q = vmull_s16(vget_high_s16(v), twice.val[1]);
         return vcombine_s32(vadd_s32(vget_low_s32(p), vget_high_s32(p)), vadd_s32(vget_low_s32(q), vget_high_s32(q)));
     };
-    if (!by_blocks<4>(t.cols, [&](int i) { vst1_u8(out + 2 * i, bytes_of(sums(i), sums(i + 2))); }))
-        plain_kernels().bilinear_at[1](a, b, weight, table, out);
+    return by_blocks<4>(t.cols, [&](int i) { put8(out, to_words, 2 * i, {sums(i), sums(i + 2)}); });
+}
+
+template <int C, class Out>
+void bilinear(const uint8_t* a, const uint8_t* b, int weight, const FirTable& t, Out* out) {
+    if (!(C == 1 ? bilinear1 : bilinear2)(a, b, weight, t, out, sizeof(Out) == 2))
+        bilinear_of<C>(plain_kernels(), out)(a, b, weight, t, out);
 }
 
 } // namespace
 
 void use_taps(Kernels& k) {
-    k.fir_to_8[0] = fir1;
-    k.fir_to_8[1] = fir2;
+    k.fir_to_8[0] = fir<1, uint8_t>;
+    k.fir_to_8[1] = fir<2, uint8_t>;
     k.fir_to_8[2] = fir_wide<3>;
     k.fir_to_8[3] = fir_wide<4>;
-    k.bilinear_at[0] = bilinear1;
-    k.bilinear_at[1] = bilinear2;
+    k.bilinear_at[0] = bilinear<1, uint8_t>;
+    k.bilinear_at[1] = bilinear<2, uint8_t>;
     k.bilinear_at[2] = bilinear_wide<3>;
     k.bilinear_at[3] = bilinear_wide<4>;
+    k.fir_to_16[0] = fir<1, uint16_t>;
+    k.fir_to_16[1] = fir<2, uint16_t>;
+    k.bilinear_at_16[0] = bilinear<1, uint16_t>;
+    k.bilinear_at_16[1] = bilinear<2, uint16_t>;
 }
 
 } // namespace tavi::neon

@@ -105,10 +105,11 @@ ChromaRow chroma_row(uint8_t* u, uint8_t* v) {
                                 : ChromaRow{u + 1, u, 2};
 }
 
-/// One row or, for 4:2:0, two; the weights in the order of the channels.
+/// One row or, for 4:2:0, two.
 template <int N, int Rows>
-void rgb_rows_to_yuv(const uint8_t* a, const uint8_t* b, uint8_t* ya, uint8_t* yb, ChromaRow c, int width,
-                     const RgbToYuv& k) {
+void rgb_rows_to_yuv(bool swapped, const uint8_t* a, const uint8_t* b, uint8_t* ya, uint8_t* yb, ChromaRow c,
+                     int width, const RgbToYuv& constants) {
+    const RgbToYuv k = weights_in_order(constants, swapped); // which stores cannot change
     for (int x = 0; x < width; x += 2, c.u += c.step, c.v += c.step) {
         Rgb sum = {0, 0, 0};
         const auto add = [&](const uint8_t* row, uint8_t* luma) {
@@ -129,14 +130,13 @@ void rgb_rows_to_yuv(const uint8_t* a, const uint8_t* b, uint8_t* ya, uint8_t* y
 template <int Chroma, int Kind>
 void rgb_to_yuv420_loop(const uint8_t* a, const uint8_t* b, uint8_t* ya, uint8_t* yb, uint8_t* u, uint8_t* v,
                         int width, const RgbToYuv& k) {
-    rgb_rows_to_yuv<rgb_bytes(Kind), 2>(a, b, ya, yb, chroma_row<Chroma>(u, v), width,
-                                        weights_in_order(k, is_swapped(Kind)));
+    rgb_rows_to_yuv<rgb_bytes(Kind), 2>(is_swapped(Kind), a, b, ya, yb, chroma_row<Chroma>(u, v), width, k);
 }
 
 template <int Chroma, int Kind>
 void rgb_to_yuv422_loop(const uint8_t* rgb, uint8_t* y, uint8_t* u, uint8_t* v, int width, const RgbToYuv& k) {
-    rgb_rows_to_yuv<rgb_bytes(Kind), 1>(rgb, nullptr, y, nullptr, chroma_row<Chroma>(u, v), width,
-                                        weights_in_order(k, is_swapped(Kind)));
+    rgb_rows_to_yuv<rgb_bytes(Kind), 1>(is_swapped(Kind), rgb, nullptr, y, nullptr, chroma_row<Chroma>(u, v), width,
+                                        k);
 }
 
 template <int Luma> // 0 where luma stands first

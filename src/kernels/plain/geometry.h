@@ -17,6 +17,7 @@ inline void affine_pixel(const AffineSpan& s, int32_t x, int32_t y, uint8_t* out
     const uint8_t* p = s.data + (y >> kPositionBits) * s.pitch + (x >> kPositionBits) * C;
     const uint8_t* q = p + s.pitch;
     const int fx = (x >> kRest) & (kOne - 1), fy = (y >> kRest) & (kOne - 1);
+#pragma GCC unroll 4
     for (int c = 0; c < C; ++c) {
         const int left = (p[c] * (kOne - fy) + q[c] * fy) >> 1;
         const int right = (p[C + c] * (kOne - fy) + q[C + c] * fy) >> 1;

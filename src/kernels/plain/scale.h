@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The plain loops of scaling: the oracle of every build.
+// The plain loops of scaling: the oracle of every build. Those over channels are unrolled by name, which is what -O3
+// would do for a third of the time and with twice the code.
 #pragma once
 
 #include <algorithm>
@@ -13,8 +14,7 @@ namespace { // whoever includes this compiles its own
 /// A sum of taps rounded to a byte, or to a word of the rows between the axes.
 template <class Out>
 inline Out of_taps(int32_t sum) {
-    constexpr int bits = sizeof(Out) == 1 ? kSumBits : kTapBits;
-    const int32_t v = (sum + half_of(bits)) >> bits;
+    const int32_t v = (sum + half_of(kSumShift<Out>)) >> kSumShift<Out>;
     return sizeof(Out) == 1 ? clamp8(v) : static_cast<Out>(v);
 }
 
@@ -74,9 +74,11 @@ inline void box_rows_loop(const BoxRows& rows, uint16_t* out, int n) {
 
 template <int C>
 inline void fir_pixel(const uint16_t* p, const int16_t* w, int taps, int32_t* sum) {
+#pragma GCC unroll 4
     for (int c = 0; c < C; ++c)
         sum[c] = 0;
     for (int k = 0; k < taps; ++k)
+#pragma GCC unroll 4
         for (int c = 0; c < C; ++c)
             sum[c] += p[k * C + c] * w[k];
 }
@@ -86,6 +88,7 @@ void fir_loop(const uint16_t* row, const FirTable& t, Out* out) {
     for (int i = 0; i < t.cols; ++i) {
         int32_t sum[C];
         fir_pixel<C>(row + t.start[i], t.weight + i * t.taps, t.taps, sum);
+#pragma GCC unroll 4
         for (int c = 0; c < C; ++c)
             out[i * C + c] = of_taps<Out>(sum[c]);
     }
@@ -107,8 +110,10 @@ void spans_loop(const uint16_t* row, const SpanTable& t, Out* out) {
         const uint16_t* last = p + (t.inner[i] + 1) * C;
         uint32_t sum[C] = {};
         for (const uint16_t* q = p + C; q != last; q += C)
+#pragma GCC unroll 4
             for (int c = 0; c < C; ++c)
                 sum[c] += q[c];
+#pragma GCC unroll 4
         for (int c = 0; c < C; ++c) {
             const double total = double(1 << kSpanBits) * sum[c] + double(p[c]) * t.weight[2 * i] +
                                  double(last[c]) * t.weight[2 * i + 1];
@@ -123,6 +128,7 @@ void bilinear_loop(const uint8_t* a, const uint8_t* b, int weight, const FirTabl
     for (int i = 0; i < t.cols; ++i) {
         const uint8_t *p = a + t.start[i], *q = b + t.start[i];
         const int16_t* w = t.weight + 2 * i;
+#pragma GCC unroll 4
         for (int c = 0; c < C; ++c) {
             const int32_t v0 = blend(p[c] << kRowBits, q[c] << kRowBits, weight);
             const int32_t v1 = blend(p[C + c] << kRowBits, q[C + c] << kRowBits, weight);
@@ -134,6 +140,7 @@ void bilinear_loop(const uint8_t* a, const uint8_t* b, int weight, const FirTabl
 template <int C>
 void halve_loop(const uint8_t* a, const uint8_t* b, uint8_t* out, int cols) {
     for (int i = 0; i < cols; ++i)
+#pragma GCC unroll 4
         for (int c = 0; c < C; ++c) {
             const int at = 2 * i * C + c;
             out[i * C + c] = static_cast<uint8_t>((a[at] + a[at + C] + b[at] + b[at + C] + 2) >> 2);
@@ -143,6 +150,7 @@ void halve_loop(const uint8_t* a, const uint8_t* b, uint8_t* out, int cols) {
 template <int C>
 void halve_to_16_loop(const uint8_t* a, const uint8_t* b, uint16_t* out, int cols) {
     for (int i = 0; i < cols; ++i)
+#pragma GCC unroll 4
         for (int c = 0; c < C; ++c) {
             const int at = 2 * i * C + c;
             out[i * C + c] = static_cast<uint16_t>((a[at] + a[at + C] + b[at] + b[at + C]) << (kRowBits - 2));
