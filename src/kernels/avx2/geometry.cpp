@@ -125,7 +125,8 @@ void transpose_1(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_
         for (int i = 0; i < 16; ++i)
             store16(dst + (x + i) * dst_pitch, a[i]);
     }
-    plain_kernels().transpose16[0](src + x, src_pitch, dst + x * dst_pitch, dst_pitch, cols - x);
+    if (x < cols)
+        plain_kernels().transpose16[0](src + x, src_pitch, dst + x * dst_pitch, dst_pitch, cols - x);
 }
 
 void transpose_2(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_t dst_pitch, int cols) {
@@ -146,7 +147,8 @@ void transpose_2(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_
             for (int i = 0; i < 8; ++i)
                 store16(dst + (x + i) * dst_pitch + 2 * y, a[i]);
         }
-    plain_kernels().transpose16[1](src + 2 * x, src_pitch, dst + x * dst_pitch, dst_pitch, cols - x);
+    if (x < cols)
+        plain_kernels().transpose16[1](src + 2 * x, src_pitch, dst + x * dst_pitch, dst_pitch, cols - x);
 }
 
 void transpose_four(H* a) { // 4 x 4 quads
@@ -170,7 +172,8 @@ void transpose_4(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_
             for (int g = 0; g < 4; ++g)
                 store16(dst + (x + i) * dst_pitch + 16 * g, a[g][i]);
     }
-    plain_kernels().transpose16[3](src + 4 * x, src_pitch, dst + x * dst_pitch, dst_pitch, cols - x);
+    if (x < cols)
+        plain_kernels().transpose16[3](src + 4 * x, src_pitch, dst + x * dst_pitch, dst_pitch, cols - x);
 }
 
 void transpose_3(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_t dst_pitch, int cols) {
@@ -195,7 +198,8 @@ void transpose_3(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_
             store16(out + 32, _mm_or_si128(_mm_srli_si128(p[2], 8), _mm_slli_si128(p[3], 4)));
         }
     }
-    plain_kernels().transpose16[2](src + 3 * x, src_pitch, dst + x * dst_pitch, dst_pitch, cols - x);
+    if (x < cols)
+        plain_kernels().transpose16[2](src + 3 * x, src_pitch, dst + x * dst_pitch, dst_pitch, cols - x);
 }
 
 } // namespace

@@ -207,7 +207,8 @@ void transpose_small(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrd
                     vst3_u8(q, {{a[0][i], a[1 % N][i], a[N - 1][i]}});
             }
         }
-    plain_kernels().transpose16[N - 1](src + N * x, src_pitch, dst + x * dst_pitch, dst_pitch, cols - x);
+    if (x < cols)
+        plain_kernels().transpose16[N - 1](src + N * x, src_pitch, dst + x * dst_pitch, dst_pitch, cols - x);
 }
 
 void transpose_4(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_t dst_pitch, int cols) {
@@ -227,7 +228,8 @@ void transpose_4(const uint8_t* src, ptrdiff_t src_pitch, uint8_t* dst, ptrdiff_
             for (int i = 0; i < 4; ++i)
                 vst1q_u8(dst + (x + i) * dst_pitch + 4 * y, vreinterpretq_u8_u32(out[i]));
         }
-    plain_kernels().transpose16[3](src + 4 * x, src_pitch, dst + x * dst_pitch, dst_pitch, cols - x);
+    if (x < cols)
+        plain_kernels().transpose16[3](src + 4 * x, src_pitch, dst + x * dst_pitch, dst_pitch, cols - x);
 }
 
 } // namespace
