@@ -14,6 +14,8 @@ uint16_t* deep_row(uint8_t* out) { return reinterpret_cast<uint16_t*>(out); }
 
 // As many taps as the kernels take at a time; those that are too many weigh nothing.
 int fir_taps(int span, int channels) {
+    if (span <= 2)
+        return 2;
     const int step = channels == 1 && span > 4 ? 8 : channels <= 2 ? 4 : 2;
     return (span + step - 1) / step * step;
 }
@@ -24,11 +26,18 @@ struct TwoTaps {
     int second_weight; // Q14
 };
 
-TwoTaps two_taps(const AxisMap& m, const Divider& unit, int i) {
-    const Tap t = bilinear_tap(m, unit, i);
-    if (t.index == m.src_count - 1 && t.index > 0)
-        return {t.index - 1, kWholeWeight};
-    return {t.index, unit.share(t.part, 14)};
+TwoTaps two_taps(const AxisMap& m, const Divider& unit, const Divider& length, int i) {
+    TwoTaps taps;
+    if (m.filter == Filter::bilinear) {
+        const Tap t = bilinear_tap(m, unit, i);
+        taps = {t.index, unit.share(t.part, 14)};
+    } else { // an average of two
+        const Span s = box_span(m, unit, i);
+        taps = {s.first, length.share(s.last_cover, 14)};
+    }
+    if (taps.first == m.src_count - 1 && taps.first > 0)
+        return {taps.first - 1, kWholeWeight};
+    return taps;
 }
 
 bool build_fir(Scratch& scratch, const ScaleJob& job, FirTable& fir) {
@@ -42,7 +51,7 @@ bool build_fir(Scratch& scratch, const ScaleJob& job, FirTable& fir) {
     fir = {start, weight, taps, x.dst_count, job.source_elements()};
     for (int i = 0; i < x.dst_count; ++i, weight += taps) {
         if (x.filter == Filter::bilinear) {
-            const TwoTaps t = two_taps(x, unit, i);
+            const TwoTaps t = two_taps(x, unit, length, i);
             start[i] = t.first * job.channels;
             weight[0] = static_cast<int16_t>(kWholeWeight - t.second_weight);
             weight[1] = static_cast<int16_t>(t.second_weight);
@@ -102,9 +111,9 @@ ScaleJob::Rows ScaleJob::rows_for(int row) const {
         const int weight = std::min(32767, y_unit.share(t.part, 15));
         return {t.index, weight ? t.index + 1 : t.index, weight};
     }
-    default: {
+    default: { // the weight is that of an average of two
         const Span s = box_span(y, y_unit, row);
-        return {s.first, s.last, 0};
+        return {s.first, s.last, std::min(32767, y_length.share(s.last_cover, 15))};
     }
     }
 }
@@ -276,9 +285,9 @@ bool AcrossThenDown::init(Scratch& scratch, const ScaleJob& job) {
         return false;
     const int row_bytes = job.source_elements();
     table = {start, index, weight, x.src_count > 1 ? job.channels : 0, padded / 8, row_bytes >= 16};
-    const Divider unit(2 * x.den);
+    const Divider unit(2 * x.den), length(2 * x.num);
     for (int i = 0, at = 0; i < x.dst_count; ++i) {
-        const TwoTaps t = two_taps(x, unit, i);
+        const TwoTaps t = two_taps(x, unit, length, i);
         for (int c = 0; c < job.channels; ++c, ++at) {
             left[at] = t.first * job.channels + c;
             weight[at] = static_cast<int16_t>(t.second_weight);
@@ -371,9 +380,11 @@ bool PlaneScaler::init(Scratch& scratch, int channels, bool wide, bool deep, con
         return true;
     }
     const bool both_bilinear = x.filter == Filter::bilinear && y.filter == Filter::bilinear;
+    const bool both_of_two = (x.filter == Filter::bilinear || longest_span(x, Divider(2 * x.den)) <= 2) &&
+                             (y.filter == Filter::bilinear || longest_span(y, Divider(2 * y.den)) <= 2);
     // Eight elements must find their samples within 16 bytes.
     const bool enlarges = x.num <= x.den && y.num < y.den, hardly_reduces = x.num < 2 * x.den && y.num < 2 * y.den;
-    if (both_bilinear && !x.identity() && (enlarges || (channels <= 2 && hardly_reduces)))
+    if (both_of_two && !x.identity() && (enlarges || (channels <= 2 && hardly_reduces)))
         return way_.emplace<AcrossThenDown>().init(scratch, job_);
     if (x.identity())
         return way_.emplace<DownOnly>().init(scratch, job_);

@@ -43,7 +43,7 @@ struct ScaleJob {
     struct Rows {
         int first;
         int last;
-        int weight; ///< bilinear: of the last row, Q15
+        int weight; ///< of the last row where there are two, Q15
     };
     Rows rows_for(int y) const;
     BoxRows box_for(int y, const SourceRows& src) const;
@@ -88,7 +88,7 @@ struct DownThenAcross {
     SpanTable spans = {}; ///< in place of `fir` where an average takes too many columns
 };
 
-struct AcrossThenDown { ///< enlargement: two rows are kept, already as wide as the result
+struct AcrossThenDown { ///< two samples an axis, little or no reduction: two rows are kept, as wide as the result
     bool init(Scratch& scratch, const ScaleJob& job);
     void row(const ScaleJob& job, const SourceRows& src, int y, uint8_t* out);
     const uint16_t* expanded(const ScaleJob& job, const SourceRows& src, int y);

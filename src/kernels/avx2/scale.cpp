@@ -129,24 +129,36 @@ void third(const uint8_t* row, uint8_t* out, int cols) {
         plain_kernels().third[N - 1](row, out, cols);
 }
 
+/// Sixteen sums of four, from element i of the result on.
 template <int C>
-void halve(const uint8_t* a, const uint8_t* b, uint8_t* out, int cols) {
+inline V sums_of_four(const uint8_t* a, const uint8_t* b, int i) {
     // Bytes of two neighbouring columns side by side, to be added by one multiplication with ones.
     constexpr Shuffle kBytes = {{0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15}};
     constexpr Shuffle kPairs = {{0, 2, 1, 3, 4, 6, 5, 7, 8, 10, 9, 11, 12, 14, 13, 15}};
     constexpr Shuffle kQuads = {{0, 4, 1, 5, 2, 6, 3, 7, 8, 12, 9, 13, 10, 14, 11, 15}};
     constexpr Shuffle kShuffle = C == 1 ? kBytes : C == 2 ? kPairs : kQuads;
-    const auto sixteen = [&](int i) {
-        const auto sums = [&](const uint8_t* p) {
-            const V v = load(p + 2 * i);
-            return _mm256_maddubs_epi16(C == 1 ? v : _mm256_shuffle_epi8(v, kShuffle.full()), _mm256_set1_epi8(1));
-        };
-        return _mm256_srli_epi16(_mm256_add_epi16(_mm256_add_epi16(sums(a), sums(b)), set16(2)), 2);
+    const auto sums = [&](const uint8_t* p) {
+        const V v = load(p + 2 * i);
+        return _mm256_maddubs_epi16(C == 1 ? v : _mm256_shuffle_epi8(v, kShuffle.full()), _mm256_set1_epi8(1));
     };
-    if (!by_blocks_or_halves(cols * C, [&](auto at) {
-            store_block(out, at, in_order(_mm256_packus_epi16(sixteen(at.i), sixteen(at.j))));
-        }))
+    return _mm256_add_epi16(sums(a), sums(b));
+}
+
+template <int C>
+void halve(const uint8_t* a, const uint8_t* b, uint8_t* out, int cols) {
+    const auto mean = [&](int i) {
+        return _mm256_srli_epi16(_mm256_add_epi16(sums_of_four<C>(a, b, i), set16(2)), 2);
+    };
+    if (!by_blocks_or_halves(
+            cols * C, [&](auto at) { store_block(out, at, in_order(_mm256_packus_epi16(mean(at.i), mean(at.j)))); }))
         plain_kernels().halve[C - 1](a, b, out, cols);
+}
+
+template <int C>
+void halve_to_16(const uint8_t* a, const uint8_t* b, uint16_t* out, int cols) {
+    if (!by_blocks<16>(cols * C,
+                       [&](int i) { store(out + i, _mm256_slli_epi16(sums_of_four<C>(a, b, i), kRowBits - 2)); }))
+        plain_kernels().halve_to_16[C - 1](a, b, out, cols);
 }
 
 void halve3(const uint8_t* a, const uint8_t* b, uint8_t* out, int cols) {
@@ -231,7 +243,7 @@ void use_scale(Kernels& k) {
     for_each<4>([&](auto i) { k.spans_to_8[i] = spans_loop<i + 1, uint8_t>; });
     for_each<2>([&](auto i) {
         k.spans_to_16[i] = spans_loop<i + 1, uint16_t>;
-        k.halve_to_16[i] = halve_to_16_loop<i + 1>;
+        k.halve_to_16[i] = halve_to_16<i + 1>;
     });
 }
 

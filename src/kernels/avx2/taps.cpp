@@ -101,17 +101,33 @@ V fir2_four(const uint16_t* row, const FirTable& t, int i, V half) {
         const V twice = join(_mm_unpacklo_epi32(pairs, pairs), _mm_unpackhi_epi32(pairs, pairs));
         return _mm256_add_epi32(half, _mm256_madd_epi16(_mm256_shuffle_epi8(join(two(0), two(2)), channels), twice));
     }
-    const auto pair = [&](int c) { // a column and the second after it, four taps at a time
-        V acc = _mm256_setzero_si256();
-        for (int k = 0; k < t.taps; k += 4) {
-            const V p = join(load16(row + start[c] + 2 * k), load16(row + start[c + 2] + 2 * k));
-            const V q = join(load8(w + c * t.taps + k), load8(w + (c + 2) * t.taps + k));
-            acc = _mm256_add_epi32(
-                acc, _mm256_madd_epi16(_mm256_shuffle_epi8(p, channels), _mm256_shuffle_epi32(q, 0x50)));
-        }
-        return acc;
+    // Four taps of a column and of the second after it; each pair of weights stands twice, for two channels.
+    const auto weigh = [&](int c, int k, V weights) {
+        const V p = join(load16(row + start[c] + 2 * k), load16(row + start[c + 2] + 2 * k));
+        return _mm256_madd_epi16(_mm256_shuffle_epi8(p, channels), weights);
     };
-    const V a = pair(0), b = pair(1);
+    V a, b;
+    if (t.taps == 4) {
+        const V all = load(w);
+        a = weigh(0, 0, _mm256_unpacklo_epi32(all, all));
+        b = weigh(1, 0, _mm256_unpackhi_epi32(all, all));
+    } else {
+        const auto pair = [&](int c) { // eight taps at a time; four may be left
+            V acc = _mm256_setzero_si256();
+            int k = 0;
+            for (; k + 8 <= t.taps; k += 8) {
+                const V q = join(load16(w + c * t.taps + k), load16(w + (c + 2) * t.taps + k));
+                acc = _mm256_add_epi32(acc, weigh(c, k, _mm256_unpacklo_epi32(q, q)));
+                acc = _mm256_add_epi32(acc, weigh(c, k + 4, _mm256_unpackhi_epi32(q, q)));
+            }
+            if (k < t.taps) {
+                const V q = join(load8(w + c * t.taps + k), load8(w + (c + 2) * t.taps + k));
+                acc = _mm256_add_epi32(acc, weigh(c, k, _mm256_unpacklo_epi32(q, q)));
+            }
+            return acc;
+        };
+        a = pair(0), b = pair(1);
+    }
     return _mm256_add_epi32(half, _mm256_add_epi32(_mm256_unpacklo_epi64(a, b), _mm256_unpackhi_epi64(a, b)));
 }
 
