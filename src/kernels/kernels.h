@@ -68,7 +68,7 @@ struct FirTable {
 struct ExpandTable {
     const int32_t* start;  ///< first byte of each eight
     const uint8_t* index;  ///< left sample of each element, from there
-    const int16_t* weight; ///< of the right sample of each element, Q14
+    const int16_t* weight; ///< of the right sample of each element, Q14; null: the left samples alone are taken
     int next;              ///< from the left sample to the right one
     int eights;            ///< even; elements behind the row's end are there too
     bool by_16;            ///< whether 16 bytes from each start are the row's

@@ -28,6 +28,8 @@ struct TwoTaps {
 
 TwoTaps two_taps(const AxisMap& m, const Divider& unit, const Divider& length, int i) {
     TwoTaps taps;
+    if (m.filter == Filter::nearest)
+        return {nearest_tap(m, unit, i), 0};
     if (m.filter == Filter::bilinear) {
         const Tap t = bilinear_tap(m, unit, i);
         taps = {t.index, unit.share(t.part, 14)};
@@ -286,13 +288,17 @@ bool AcrossThenDown::init(Scratch& scratch, const ScaleJob& job) {
     const int row_bytes = job.source_elements();
     table = {start, index, weight, x.src_count > 1 ? job.channels : 0, padded / 8, row_bytes >= 16};
     const Divider unit(2 * x.den), length(2 * x.num);
+    bool picks = true;
     for (int i = 0, at = 0; i < x.dst_count; ++i) {
         const TwoTaps t = two_taps(x, unit, length, i);
+        picks = picks && t.second_weight == 0;
         for (int c = 0; c < job.channels; ++c, ++at) {
             left[at] = t.first * job.channels + c;
             weight[at] = static_cast<int16_t>(t.second_weight);
         }
     }
+    if (picks)
+        table.weight = nullptr;
     for (int i = elements; i < padded; ++i)
         left[i] = left[elements - 1], weight[i] = 0;
     for (int i = 0; i < padded; i += 8) {
@@ -371,7 +377,10 @@ bool PlaneScaler::init(Scratch& scratch, int channels, bool wide, bool deep, con
         way_ = CopyRows();
         return true;
     }
-    if (x.filter == Filter::nearest || (picks_samples(x) && picks_samples(y)))
+    const bool picks = x.filter == Filter::nearest || (picks_samples(x) && picks_samples(y));
+    if (picks && deep && x.num < 2 * x.den) // by table lookups that write 16 bits
+        return way_.emplace<AcrossThenDown>().init(scratch, job_);
+    if (picks)
         return way_.emplace<PickColumns>().init(scratch, job_);
     if (wide)
         return way_.emplace<Samples16>().init(scratch, job_);

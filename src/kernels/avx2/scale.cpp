@@ -99,6 +99,10 @@ void expand(const uint8_t* row, const ExpandTable& t, uint16_t* out) {
         const V window = join(load16(row + t.start[i]), load16(row + t.start[i + 1]));
         const V index = _mm256_or_si256(_mm256_cvtepu8_epi16(load16(t.index + 8 * i)), only_low);
         const V left = _mm256_shuffle_epi8(window, index);
+        if (!t.weight) {
+            store(out, as_row(left));
+            continue;
+        }
         const V right = _mm256_shuffle_epi8(window, _mm256_add_epi16(index, next));
         const V d = _mm256_slli_epi16(_mm256_sub_epi16(right, left), kRowBits + kBlendBits - kTapBits);
         store(out, _mm256_add_epi16(as_row(left), _mm256_mulhrs_epi16(d, load(t.weight + 8 * i))));
