@@ -82,8 +82,8 @@ const Kernels& choose() {
     for (const Kernels* build : all)
         if (std::strcmp(wanted, build->name) == 0)
             return *build;
-    LOG_ERROR("TAVI_KERNELS=\"%s\": this machine allows plain%s%s; %s is used", wanted, all.count > 1 ? " and " : "",
-              all.count > 1 ? best.name : "", best.name);
+    LOG_AS("kernels", TAVI_LOG_ERROR, "TAVI_KERNELS=\"%s\": this machine allows plain%s%s; %s is used", wanted,
+           all.count > 1 ? " and " : "", all.count > 1 ? best.name : "", best.name);
     return best;
 }
 

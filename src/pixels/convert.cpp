@@ -169,7 +169,8 @@ bool Runner::run(ImageView dst) {
 
 } // namespace
 
-Refusal convert_region(const ImageView& src, const Box& box, const ImageView& dst, int mode, int method) {
+Refusal convert_region(const ImageView& src, const Box& box, const ImageView& dst, int mode, int method,
+                       const char* caller) {
     // Only what the box touches is converted: the source becomes the box, widened to whole chroma samples. A box that
     // starts between chroma samples is reached by scaling, also where the size stays.
     const int wide = src.format->xshift(), tall = src.format->yshift();
@@ -193,8 +194,9 @@ Refusal convert_region(const ImageView& src, const Box& box, const ImageView& ds
     const ImageView view = crop(src, part);
     const Plan plan =
         make_plan({src.format, view.width, view.height, inner, dst.format, dst.width, dst.height, mode});
-    LOG_DEBUG("%s %dx%d -> %s %dx%d mode=%d by software: %s", src.format->name.data(), inner.width, inner.height,
-              dst.format->name.data(), dst.width, dst.height, mode, PlanText(plan, *src.format).text);
+    LOG_AS(caller, TAVI_LOG_DEBUG, "%s %dx%d -> %s %dx%d mode=%d by software: %s", src.format->name.data(),
+           inner.width, inner.height, dst.format->name.data(), dst.width, dst.height, mode,
+           PlanText(plan, *src.format).text);
     if (Runner(plan, view, inner, method, color_between(src, dst)).run(dst))
         return {};
     return {TAVI_RET_FAIL,
@@ -207,8 +209,8 @@ Refusal convert_region(const ImageView& src, const Box& box, const ImageView& ds
             dst.format->name.data()};
 }
 
-Refusal convert_views(const ImageView& src, const ImageView& dst, int mode, int method) {
-    return convert_region(src, Box{0, 0, src.width, src.height}, dst, mode, method);
+Refusal convert_views(const ImageView& src, const ImageView& dst, int mode, int method, const char* caller) {
+    return convert_region(src, Box{0, 0, src.width, src.height}, dst, mode, method, caller);
 }
 
 } // namespace tavi

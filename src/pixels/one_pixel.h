@@ -3,6 +3,7 @@
 #pragma once
 
 #include "image/view.h"
+#include "kernels/fixed.h"
 #include "kernels/kernels.h"
 #include "pixels/even.h"
 
@@ -26,7 +27,7 @@ inline Pixel convert_pixel(const Pixel& p, const Format& from, const Format& to,
     }
     if (!from.is_yuv())
         return {{p.part[0], p.part[0], p.part[0], 255}};
-    const auto whole = [](int v) { return static_cast<uint16_t>(v << 6); };
+    const auto whole = [](int v) { return static_cast<uint16_t>(v << kRowBits); };
     const uint16_t y = whole(p.part[0]), u = whole(p.part[1]), v = whole(p.part[2]);
     uint8_t out[4];
     plain_kernels().yuv444_to_rgb[kPlanar][kRGBA](&y, &u, &v, out, 1, yuv_to_rgb_constants(color));

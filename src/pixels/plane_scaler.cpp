@@ -8,7 +8,8 @@ namespace tavi {
 namespace {
 
 constexpr int kMaxFirTaps = 16; // beyond, Q14 weights get too coarse and sums of spans are faster
-constexpr int kWholeWeight = 1 << 14;
+constexpr int kWholeWeight = 1 << kTapBits;
+constexpr int kMostBlend = (1 << kBlendBits) - 1; // a weight that is not whole
 
 uint16_t* deep_row(uint8_t* out) { return reinterpret_cast<uint16_t*>(out); }
 
@@ -32,10 +33,10 @@ TwoTaps two_taps(const AxisMap& m, const Divider& unit, const Divider& length, i
         return {nearest_tap(m, unit, i), 0};
     if (m.filter == Filter::bilinear) {
         const Tap t = bilinear_tap(m, unit, i);
-        taps = {t.index, unit.share(t.part, 14)};
+        taps = {t.index, unit.share(t.part, kTapBits)};
     } else { // an average of two
         const Span s = box_span(m, unit, i);
-        taps = {s.first, length.share(s.last_cover, 14)};
+        taps = {s.first, length.share(s.last_cover, kTapBits)};
     }
     if (taps.first == m.src_count - 1 && taps.first > 0)
         return {taps.first - 1, kWholeWeight};
@@ -64,7 +65,7 @@ bool build_fir(Scratch& scratch, const ScaleJob& job, FirTable& fir) {
             start[i] = s.first * job.channels;
             for (int k = 0; k < taps; ++k) {
                 covered += s.cover(s.first + k, 2 * x.den);
-                const int now = covered == 2 * x.num ? kWholeWeight : length.share(covered, 14);
+                const int now = covered == 2 * x.num ? kWholeWeight : length.share(covered, kTapBits);
                 weight[k] = static_cast<int16_t>(now - before);
                 before = now;
             }
@@ -85,10 +86,11 @@ bool build_spans(Scratch& scratch, const ScaleJob& job, SpanTable& spans) {
         const Span s = box_span(x, unit, i);
         start[i] = s.first * job.channels;
         inner[i] = s.last - s.first - 1;
-        weight[2 * i] = static_cast<uint16_t>(unit.share(s.first_cover, 12));
-        weight[2 * i + 1] = static_cast<uint16_t>(unit.share(s.last_cover, 12));
+        weight[2 * i] = static_cast<uint16_t>(unit.share(s.first_cover, kSpanBits));
+        weight[2 * i + 1] = static_cast<uint16_t>(unit.share(s.last_cover, kSpanBits));
     }
-    spans = {start, inner, weight, static_cast<double>(x.den) / (64.0 * 4096.0 * x.num), x.dst_count};
+    spans = {start, inner, weight, static_cast<double>(x.den) / (double{1 << (kRowBits + kSpanBits)} * x.num),
+             x.dst_count};
     return true;
 }
 
@@ -110,12 +112,12 @@ ScaleJob::Rows ScaleJob::rows_for(int row) const {
     }
     case Filter::bilinear: {
         const Tap t = bilinear_tap(y, y_unit, row);
-        const int weight = std::min(32767, y_unit.share(t.part, 15));
+        const int weight = std::min(kMostBlend, y_unit.share(t.part, kBlendBits));
         return {t.index, weight ? t.index + 1 : t.index, weight};
     }
     default: { // the weight is that of an average of two
         const Span s = box_span(y, y_unit, row);
-        return {s.first, s.last, std::min(32767, y_length.share(s.last_cover, 15))};
+        return {s.first, s.last, std::min(kMostBlend, y_length.share(s.last_cover, kBlendBits))};
     }
     }
 }
@@ -125,7 +127,9 @@ BoxRows ScaleJob::box_for(int row, const SourceRows& src) const {
     const int whole = 2 * y.den;
     BoxRows b = {};
     b.pitch = src.plane.pitch;
-    const auto weight = [&](int cover) { return static_cast<int16_t>(std::min(32767, y_length.share(cover, 15))); };
+    const auto weight = [&](int cover) {
+        return static_cast<int16_t>(std::min(kMostBlend, y_length.share(cover, kBlendBits)));
+    };
     int first = s.first, end = s.last + 1;
     if (s.first == s.last || s.first_cover != whole) {
         b.top = src.row(first++);
@@ -140,8 +144,9 @@ BoxRows ScaleJob::box_for(int row, const SourceRows& src) const {
         b.inner = src.row(first);
         while (b.inner_shift < 7 && (b.count * 255) << (b.inner_shift + 1) <= 32767)
             ++b.inner_shift;
-        b.inner_weight = static_cast<int16_t>(std::min(32767, y_length.share(whole, 21 - b.inner_shift)));
-        b.inner_weight_big = 64.0 * y.den / y.num;
+        b.inner_weight =
+            static_cast<int16_t>(std::min(kMostBlend, y_length.share(whole, kRowBits + kBlendBits - b.inner_shift)));
+        b.inner_weight_big = double{1 << kRowBits} * y.den / y.num;
     }
     return b;
 }

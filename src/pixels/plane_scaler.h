@@ -9,6 +9,7 @@
 
 #include "image/scratch.h"
 #include "image/view.h"
+#include "kernels/fixed.h"
 #include "kernels/kernels.h"
 #include "pixels/axis.h"
 

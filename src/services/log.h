@@ -9,11 +9,14 @@
 #error "define TAVI_LOG_TAG before including services/log.h"
 #endif
 
-#define TAVI_LOG(severity, ...)                                                                                      \
+/// A line that a helper issues carries the name of the contract function that it works for.
+#define LOG_AS(function, severity, ...)                                                                              \
     do {                                                                                                             \
         if (TaviLogger::GetInstance()->level.load(std::memory_order_relaxed) >= (severity))                          \
-            TaviLogger::GetInstance()->Log((severity), __FILE__, __func__, __LINE__, TAVI_LOG_TAG, __VA_ARGS__);     \
+            TaviLogger::GetInstance()->Log((severity), __FILE__, (function), __LINE__, TAVI_LOG_TAG, __VA_ARGS__);   \
     } while (0)
+
+#define TAVI_LOG(severity, ...) LOG_AS(__func__, severity, __VA_ARGS__)
 
 #define LOG_ERROR(...) TAVI_LOG(TAVI_LOG_ERROR, __VA_ARGS__)
 #define LOG_WARN(...) TAVI_LOG(TAVI_LOG_WARN, __VA_ARGS__)

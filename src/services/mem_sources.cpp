@@ -51,7 +51,8 @@ HeapList list_heaps() {
         if (std::strcmp(wanted, "none") == 0)
             return heaps;
         if (std::strchr(wanted, '/') || std::strlen(wanted) >= kNameBytes)
-            LOG_ERROR("TAVI_DMA_HEAP=%s: the name of a heap in %s, or none, is allowed", wanted, kHeapFolder);
+            LOG_AS("tavi_mem_alloc", TAVI_LOG_ERROR,
+                   "TAVI_DMA_HEAP=%s: the name of a heap in %s, or none, is allowed", wanted, kHeapFolder);
         else
             heaps.add(wanted);
     }
@@ -122,7 +123,7 @@ UniqueFd ask_twice(const char* name, uint32_t bytes, Ask ask) {
     }
     const int error = errno;
     if (!fd)
-        LOG_DEBUG("%s: no %u bytes: %s", name, bytes, std::strerror(error));
+        LOG_AS("tavi_mem_alloc", TAVI_LOG_DEBUG, "%s: no %u bytes: %s", name, bytes, std::strerror(error));
     return away_from_zero(std::move(fd));
 }
 

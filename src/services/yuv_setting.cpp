@@ -21,8 +21,9 @@ ColorSpace read_yuv_setting() {
     const char* const text = std::getenv("TAVI_YUV");
     ColorSpace color;
     if (text && !parse_yuv(text, color))
-        LOG_ERROR("TAVI_YUV=\"%s\": allowed are bt601, bt709 and bt2020, each with -full or without; bt601 is used",
-                  text);
+        LOG_AS("yuv_setting", TAVI_LOG_ERROR,
+               "TAVI_YUV=\"%s\": allowed are bt601, bt709 and bt2020, each with -full or without; bt601 is used",
+               text);
     return color;
 }
 

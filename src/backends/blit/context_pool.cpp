@@ -78,6 +78,8 @@ void ContextPool::in_child() {
     instance().mutex_.unlock();
 }
 
+static constexpr char kProbe[] = "is_blit_support"; // the search for an engine is its work, whoever asks first
+
 bool ContextPool::engine(EngineInfo& info) {
     std::lock_guard<std::mutex> lock(mutex_);
     if (!looked_) {
@@ -85,14 +87,14 @@ bool ContextPool::engine(EngineInfo& info) {
         const char* const wanted = std::getenv("TAVI_BLIT_DEVICE");
         const bool named = wanted && *wanted;
         if (named && std::strcmp(wanted, "none") == 0) {
-            LOG_INFO("no engine: TAVI_BLIT_DEVICE=none");
+            LOG_AS(kProbe, TAVI_LOG_INFO, "no engine: TAVI_BLIT_DEVICE=none");
         } else {
             const auto first_usable = [](const EngineInfo& found, const char* why_not, void* user) {
                 if (why_not) {
-                    LOG_INFO("%s is not used: %s", found.path, why_not);
+                    LOG_AS(kProbe, TAVI_LOG_INFO, "%s is not used: %s", found.path, why_not);
                     return true;
                 }
-                LOG_INFO("engine: %s (%s, %s)", found.path, found.driver, found.card);
+                LOG_AS(kProbe, TAVI_LOG_INFO, "engine: %s (%s, %s)", found.path, found.driver, found.card);
                 auto* pool = static_cast<ContextPool*>(user);
                 pool->engine_ = found;
                 pool->present_ = true;
@@ -100,9 +102,10 @@ bool ContextPool::engine(EngineInfo& info) {
             };
             visit_engines(named ? wanted : nullptr, first_usable, this);
             if (!present_ && named)
-                LOG_WARN("TAVI_BLIT_DEVICE=%s is no usable engine, software does all conversions", wanted);
+                LOG_AS(kProbe, TAVI_LOG_WARN,
+                       "TAVI_BLIT_DEVICE=%s is no usable engine, software does all conversions", wanted);
             else if (!present_)
-                LOG_INFO("no engine: no usable /dev/video0 to /dev/video%d", kMostNodes - 1);
+                LOG_AS(kProbe, TAVI_LOG_INFO, "no engine: no usable /dev/video0 to /dev/video%d", kMostNodes - 1);
         }
         if (present_)
             set_mem_listener(on_memory_event);

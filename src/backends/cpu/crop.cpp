@@ -39,7 +39,8 @@ Refusal crop_and_resize(const tavi_image_t* src, const tavi_rect_t& rect, const 
         return {TAVI_RET_PARAM_ERR, "dst fmt=%d: allowed is the source's, %d", d.id(), s.id()};
     pair.dst.clear_tail();
     const Box box{rect.left, rect.top, rect.right - rect.left + 1, rect.bottom - rect.top + 1};
-    return convert_region(s, box, d, TAVI_IMAGE_TRANSFORM_NONE, TAVI_IMAGE_RESIZE_DEFAULT);
+    return convert_region(s, box, d, TAVI_IMAGE_TRANSFORM_NONE, TAVI_IMAGE_RESIZE_DEFAULT,
+                          "tavi_image_crop_and_resize_cpu_imp");
 }
 
 } // namespace

@@ -208,21 +208,27 @@ void halve_to_16(const uint8_t* a, const uint8_t* b, uint16_t* out, int cols) {
         plain_kernels().halve_to_16[C - 1](a, b, out, cols);
 }
 
+/// The left samples alone, where there are no weights.
+void pick(const uint8_t* row, const ExpandTable& t, uint16_t* out) {
+    for (int i = 0; i < t.eights; ++i) {
+        const uint8x16_t bytes = vld1q_u8(row + t.start[i]);
+        const uint8x8x2_t window = {{vget_low_u8(bytes), vget_high_u8(bytes)}};
+        vst1q_u16(out + 8 * i, vshll_n_u8(vtbl2_u8(window, vld1_u8(t.index + 8 * i)), kRowBits));
+    }
+}
+
 void expand(const uint8_t* row, const ExpandTable& table, uint16_t* out) {
     const ExpandTable t = table;
     if (!t.by_16)
         return plain_kernels().expand(row, table, out);
+    if (!t.weight)
+        return pick(row, t, out);
     const uint8x8_t next = vdup_n_u8(static_cast<uint8_t>(t.next));
     for (int i = 0; i < t.eights; ++i, out += 8) {
         const uint8x16_t bytes = vld1q_u8(row + t.start[i]);
         const uint8x8x2_t window = {{vget_low_u8(bytes), vget_high_u8(bytes)}};
         const uint8x8_t index = vld1_u8(t.index + 8 * i);
-        const uint8x8_t left = vtbl2_u8(window, index);
-        if (!t.weight) {
-            vst1q_u16(out, vshll_n_u8(left, kRowBits));
-            continue;
-        }
-        const uint8x8_t right = vtbl2_u8(window, vadd_u8(index, next));
+        const uint8x8_t left = vtbl2_u8(window, index), right = vtbl2_u8(window, vadd_u8(index, next));
         const int16x8_t d =
             vshlq_n_s16(vreinterpretq_s16_u16(vsubl_u8(right, left)), kRowBits + kBlendBits - kTapBits);
         vst1q_u16(out, words(vaddq_s16(scaled(left), vqrdmulhq_s16(d, vld1q_s16(t.weight + 8 * i)))));

@@ -96,7 +96,7 @@ Refusal decode_into(Decoder& decoder, const FileHeader& header, const Turn& turn
         return no;
     if (turn.reverses_rows)
         reverse_rows(picture);
-    return convert_views(picture, target, turn.mode, TAVI_IMAGE_RESIZE_DEFAULT);
+    return convert_views(picture, target, turn.mode, TAVI_IMAGE_RESIZE_DEFAULT, "tavi_image_read_cpu");
 }
 
 Refusal open_picture(const char* path, Input& input, std::unique_ptr<Decoder>& decoder, FileHeader& header) {
@@ -201,7 +201,8 @@ Refusal write_file(const char* path, const tavi_image_t& img) {
         if (!converted)
             return {TAVI_RET_FAIL, "no memory for a picture of %ux%u", img.width, img.height};
         const ImageView target = make_view(converted.get(), format, picture.width, picture.height); // grey or RGB
-        if (const Refusal no = convert_views(picture, target, TAVI_IMAGE_TRANSFORM_NONE, TAVI_IMAGE_RESIZE_DEFAULT))
+        if (const Refusal no = convert_views(picture, target, TAVI_IMAGE_TRANSFORM_NONE, TAVI_IMAGE_RESIZE_DEFAULT,
+                                             "tavi_image_write_cpu"))
             return no;
         picture = target;
     }
