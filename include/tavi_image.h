@@ -11,7 +11,8 @@
  * explained on the log (tag "tavi-image" for the module, "tavi-blit", "tavi-libyuv", "tavi-cpu", "tavi-mem" for
  * what lies below it); see tavi_logger.h for the level and for routing the lines elsewhere.
  *
- * The header compiles as C99 and as C++17.
+ * The header compiles as C99 and as C++17. It is one file although it is long: a contract that is read from top to
+ * bottom, most of it documentation.
  */
 #ifndef TAVI_IMAGE_H
 #define TAVI_IMAGE_H

@@ -11,9 +11,10 @@ constexpr size_t kAlign = 64;
 constexpr size_t kSlack = 64;      // readable behind each piece: vector loads may run over
 constexpr size_t kKept = 4u << 20; // a thread keeps at most this much between requests
 
-// A piece that did not fit into the block; freed when the thread's outermost scratch goes.
+// A piece that did not fit into the block; freed when its scratch goes.
 struct Overflow {
     Overflow* next;
+    size_t at; // of what was used when it came
 };
 
 struct ThreadBlock {
@@ -41,20 +42,20 @@ Scratch::Scratch() : mark_(block().used) { ++block().depth; }
 Scratch::~Scratch() {
     ThreadBlock& b = block();
     b.used = mark_;
-    if (--b.depth > 0)
-        return;
-    if (!b.overflow)
-        return;
-    while (Overflow* piece = b.overflow) {
+    while (b.overflow && b.overflow->at >= mark_) { // the last ones first: scratches nest
+        Overflow* const piece = b.overflow;
         b.overflow = piece->next;
         std::free(piece);
     }
-    std::free(b.data);
-    b.size = std::min(b.peak, kKept);
+    if (--b.depth > 0)
+        return;
+    const size_t wanted = std::min(b.peak, kKept);
     b.peak = 0;
-    b.data = b.size ? static_cast<uint8_t*>(std::aligned_alloc(kAlign, b.size)) : nullptr;
-    if (!b.data)
-        b.size = 0;
+    if (wanted <= b.size)
+        return;
+    std::free(b.data);
+    b.data = static_cast<uint8_t*>(std::aligned_alloc(kAlign, wanted));
+    b.size = b.data ? wanted : 0;
 }
 
 void* Scratch::bytes(size_t size) {
@@ -75,6 +76,7 @@ void* Scratch::bytes(size_t size) {
         b.peak = b.used;
     auto* head = static_cast<Overflow*>(piece);
     head->next = b.overflow;
+    head->at = at;
     b.overflow = head;
     return static_cast<uint8_t*>(piece) + kAlign;
 }

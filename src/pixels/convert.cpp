@@ -105,9 +105,12 @@ bool Runner::produce(int index, int first, const ImageView& out) {
 }
 
 bool Runner::run_bands(const ImageView& dst) {
-    uint64_t bytes = 1; // of the longest row between two steps
-    for (int i = 0; i + 1 < count_; ++i)
-        bytes = std::max(bytes, byte_count(*step_[i].format, step_[i].width, 2) / 2);
+    uint64_t bytes = 1; // of the rows between two steps that a row of the result takes, at the most
+    for (int i = 0; i + 1 < count_; ++i) {
+        const Step& s = step_[i];
+        const int rows = std::max(1, s.height / dst.height);
+        bytes = std::max(bytes, byte_count(*s.format, s.width, 2) / 2 * rows);
+    }
     const int most = count_ == 1 ? dst.height : std::max(2, static_cast<int>(kBandBytes / bytes) & ~1);
     for (int y = 0, rows = 0; y < dst.height; y += rows) {
         rows = band_length(most, dst.height - y);
