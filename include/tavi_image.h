@@ -51,8 +51,8 @@ typedef enum tavi_ret_t {
  *
  * YUV is BT.601 limited range unless the setting TAVI_YUV says otherwise, RGB and grey are full range. Chroma planes
  * of odd sizes are rounded down: floor(w/2) x floor(h/2) samples for 4:2:0, floor(w/2) x h for 4:2:2; the last odd
- * column or row shares its neighbour's chroma. A packed 4:2:2 row of odd width ends in the last pixel's luma byte and a
- * neutral 128.
+ * column or row shares its neighbour's chroma. A packed 4:2:2 row of odd width ends in the last pixel's luma byte and
+ * a neutral 128.
  */
 #ifdef __cplusplus
 enum tavi_pixel_format : uint32_t {

@@ -40,6 +40,7 @@ private:
     ImageView take(Scratch& scratch, const Step& step, int width, int height) const;
     bool pull(int index, RowRange rows, Scratch& scratch, ImageView& in);
     bool produce(int index, int first, const ImageView& out);
+    bool convert_needed_rows(RowRange rows, int first, int count, Scratch& scratch, ImageView& in);
     bool run_bands(const ImageView& dst);
     bool run_turned(int at, const ImageView& dst);
 
@@ -84,6 +85,26 @@ bool Runner::pull(int index, RowRange rows, Scratch& scratch, ImageView& in) {
     return true;
 }
 
+// Of the first step's result what the scaler needs of `rows` for `count` rows from `first` on: where it skips most of
+// them, they are not converted.
+bool Runner::convert_needed_rows(RowRange rows, int first, int count, Scratch& scratch, ImageView& in) {
+    const Step& s = step_[0];
+    const RowRange one = scaler_->source_rows(first, first + 1);
+    const bool by_rows = src_.format->yshift() == 0 && s.format->yshift() == 0;
+    if (!by_rows || 2 * (one.end - one.begin) * count > rows.end - rows.begin)
+        return pull(1, rows, scratch, in);
+    in = take(scratch, s, s.width, rows.end - rows.begin);
+    if (!in)
+        return false;
+    for (int y = first; y < first + count; ++y) {
+        const RowRange r = scaler_->source_rows(y, y + 1);
+        const int length = r.end - r.begin;
+        if (!convert_image(rows_of(src_, r.begin, length), rows_of(in, r.begin - rows.begin, length)))
+            return false;
+    }
+    return true;
+}
+
 // Writes the rows [first, first + out.height) of the result of step `index`.
 bool Runner::produce(int index, int first, const ImageView& out) {
     const Step& s = step_[index];
@@ -91,10 +112,12 @@ bool Runner::produce(int index, int first, const ImageView& out) {
     ImageView in;
     if (s.kind == StepKind::scale) {
         const RowRange rows = index == 0 ? RowRange{0, src_.height} : scaler_->source_rows(first, first + out.height);
-        if (!pull(index, rows, scratch, in))
-            return false;
-        scaler_->run(in, rows.begin, first, out);
-        return true;
+        const bool done = index == 1 && step_[0].kind == StepKind::convert
+                              ? convert_needed_rows(rows, first, out.height, scratch, in)
+                              : pull(index, rows, scratch, in);
+        if (done)
+            scaler_->run(in, rows.begin, first, out);
+        return done;
     }
     if (!pull(index, {first, first + out.height}, scratch, in))
         return false;

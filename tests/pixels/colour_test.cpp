@@ -89,7 +89,8 @@ TEST_P(Colour, TheSettingSaysWhatYuvImagesAre) {
     const Color flat = {200, 60, 30}, want = exact.to_yuv(flat);
     for (int f = 5; f <= 14; ++f)
         for (const auto& [w, h] : {std::pair{16, 8}, {17, 9}, {40, 30}}) {
-            Pixels rgb(1, 16, 8), yuv(f, w, h), back(3, 7, 5), same(2, w, h), gray(0, w, h), box(f, 32, 32), turned(f, 8, 16);
+            Pixels rgb(1, 16, 8), yuv(f, w, h), back(3, 7, 5), same(2, w, h), gray(0, w, h), box(f, 32, 32),
+                turned(f, 8, 16);
             rgb.flat(flat);
             ASSERT_EQ(tavi_image_convert_libyuv(&rgb.img, &yuv.img, 0), 0);
             ASSERT_EQ(tavi_image_convert_libyuv(&rgb.img, &turned.img, 8), 0);
