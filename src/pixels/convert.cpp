@@ -188,9 +188,11 @@ bool Runner::run(ImageView dst) {
     Scratch scratch;
     ImageScaler scaler;
     scaler_ = &scaler;
-    return scaler.init(scratch, {&before, src_.width, src_.height, box_, scale->format, scale->width, scale->height,
-                                 method_}) &&
-           rest();
+    const bool done = scaler.init(scratch, {&before, src_.width, src_.height, box_, scale->format, scale->width,
+                                            scale->height, method_}) &&
+                      rest();
+    scaler_ = nullptr;
+    return done;
 }
 
 } // namespace

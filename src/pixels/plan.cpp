@@ -17,7 +17,10 @@ bool is_gray(const Format& f) { return f.model == Model::gray; }
 bool holds(const Format& f, int width, int height) { return width >> f.xshift() > 0 && height >> f.yshift() > 0; }
 
 /// Packed 4:2:2 taken apart, so that each plane can be worked on for itself.
-const Format& unpacked(const Format& f) { return f.packed() ? *find_yuv(2, f.xshift(), f.yshift(), false) : f; }
+const Format& unpacked(const Format& f) {
+    const Format* const pairs = f.packed() ? find_yuv(2, f.xshift(), f.yshift(), false) : nullptr;
+    return pairs ? *pairs : f;
+}
 
 /// What a mode does: rows and columns exchanged, and before or after that sides exchanged.
 struct Moves {
