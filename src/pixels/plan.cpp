@@ -98,22 +98,27 @@ private:
             add(StepKind::convert, next_towards(*current_, to));
     }
 
+    /// The current layout, not packed, on another chroma grid; of the destination's order where that costs nothing.
+    const Format* on_grid(int xshift, int yshift, int bits = 8) const {
+        const Format& f = unpacked(*current_);
+        const bool swapped = f.planes == 2 ? f.swapped() : dst_.planes == 3 && dst_.swapped() && bits == 8;
+        return find_yuv(f.planes, xshift, yshift, swapped, bits);
+    }
+
+    /// Chroma goes straight to the result's grid: for RGB that is each pixel.
+    const Format* scaled_yuv(int width, int height, bool shrinks) {
+        const Format* const grid = dst_.is_yuv() ? on_grid(dst_.xshift(), dst_.yshift()) : nullptr;
+        // Rows of chroma that the result has no place for are averaged before much of them is skipped.
+        const bool averages = grid && shrinks && grid->yshift() > current_->yshift() && holds(*grid, width_, height_);
+        convert(averages ? *grid : unpacked(*current_));
+        return grid && holds(*grid, width, height) ? grid : on_grid(0, 0, 16);
+    }
+
     void scale(int width, int height) {
         const bool shrinks = int64_t{width} * height < int64_t{request_.box.width} * request_.box.height;
         const Format* result = nullptr;
         if (current_->is_yuv() && (shrinks || dst_.is_yuv())) {
-            // Chroma is sampled straight at the result's positions: those of RGB are the pixels.
-            if (shrinks && dst_.is_yuv() && dst_.yshift() > current_->yshift()) // 4:2:2 rows are averaged first
-                convert(*find_yuv(current_->planes == 3 ? 3 : 2, dst_.xshift(), dst_.yshift(),
-                                  current_->planes == 2 && current_->swapped()));
-            else
-                convert(unpacked(*current_));
-            if (dst_.is_yuv())
-                result = find_yuv(current_->planes, dst_.xshift(), dst_.yshift(), current_->swapped());
-            if (dst_.is_yuv() && current_->planes == 3)
-                result = find_yuv(3, dst_.xshift(), dst_.yshift(), dst_.planes == 3 && dst_.swapped());
-            if (!result || !holds(*result, width, height))
-                result = find_yuv(current_->planes, 0, 0, current_->planes == 2 && current_->swapped(), 16);
+            result = scaled_yuv(width, height, shrinks);
         } else {
             // In the format in which less is lost, then with fewer bytes. Chroma is made after scaling.
             const bool deepens = is_gray(dst_) && dst_.bits == 16;

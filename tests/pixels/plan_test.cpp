@@ -2,7 +2,7 @@
 // Plans as text: what --explain prints is what runs.
 #include <gtest/gtest.h>
 
-#include <string>
+#include <array>
 
 #include "pixels/even.h"
 #include "pixels/plan.h"
@@ -64,9 +64,18 @@ TEST(Plan, EveryStepIsOneConversionOfTheTable) {
     for (int from = 0; from < 16; ++from)
         for (int to = 0; to < 16; ++to)
             for (int mode : {0, 1, 2, 3, 4, 7, 8})
-                for (const auto& [w, h] : {std::pair{40, 30}, {41, 31}, {20, 90}, {80, 60}}) {
+                for (const auto& [sw, sh, w, h] : {std::array{40, 30, 40, 30},
+                                                   {40, 30, 41, 31},
+                                                   {40, 30, 20, 90},
+                                                   {40, 30, 80, 60},
+                                                   {100, 1, 10, 2},
+                                                   {2, 2, 9, 1},
+                                                   {1, 50, 3, 3}}) {
                     const bool turned = exchanges_sides(mode);
-                    const Plan plan = plan_of(from, 40, 30, to, turned ? h : w, turned ? w : h, mode);
+                    const int dw = turned ? h : w, dh = turned ? w : h;
+                    if (why_not_viewable(from, sw, sh) || why_not_viewable(to, dw, dh))
+                        continue;
+                    const Plan plan = plan_of(from, sw, sh, to, dw, dh, mode);
                     const Format* at = &kFormats[from];
                     SCOPED_TRACE(PlanText(plan, *at).text);
                     for (int i = 0; i < plan.count; ++i) {
@@ -79,6 +88,7 @@ TEST(Plan, EveryStepIsOneConversionOfTheTable) {
                             ASSERT_EQ(at->planes, s.format->planes);
                         }
                         at = s.format;
+                        ASSERT_TRUE(s.width >> at->xshift() > 0 && s.height >> at->yshift() > 0);
                     }
                     ASSERT_EQ(at, &kFormats[to]);
                 }
