@@ -3,6 +3,7 @@
 // and none beyond.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <memory>
 #include <random>
 #include <vector>
@@ -16,21 +17,7 @@ namespace {
 
 constexpr int kWidths[] = {1, 2, 3, 5, 8, 14, 15, 16, 17, 18, 30, 31, 32, 33, 34, 47, 62, 64, 66, 97, 130};
 
-struct Row {
-    int width;
-    size_t off; ///< bytes between its end and the fence
-};
-
-/// Every width at the fence, and some at every alignment.
-std::vector<Row> rows_to_try() {
-    std::vector<Row> rows;
-    for (int w : kWidths)
-        rows.push_back({w, 0});
-    for (size_t off = 1; off < 16; ++off)
-        for (int w : {17, 34, 66})
-            rows.push_back({w, off});
-    return rows;
-}
+uint16_t* u16(uint8_t* p) { return reinterpret_cast<uint16_t*>(p); }
 
 class KernelsTest : public testing::Test {
 protected:
@@ -40,21 +27,28 @@ protected:
     }
 
     /// Noise at the end of fenced memory, so that one byte too many faults.
-    const uint8_t* noise(size_t bytes, size_t misalign = 0, uint16_t most = 255) {
+    uint8_t* noise(size_t bytes, size_t misalign = 0) {
         buffers_.push_back(std::make_unique<FenceBuffer>(bytes, misalign));
         uint8_t* p = buffers_.back()->data();
-        for (size_t i = 0; i < bytes; ++i)
-            p[i] = static_cast<uint8_t>(random_());
-        if (most > 255) // words of the scaler's rows
-            for (size_t i = 0; i + 1 < bytes; i += 2) {
-                const uint16_t v = static_cast<uint16_t>(random_() % (most + 1u));
-                memcpy(p + i, &v, 2);
-            }
+        std::generate_n(p, bytes, [this] { return static_cast<uint8_t>(random_()); });
         return p;
     }
 
+    /// The same for words of the scaler's rows.
     const uint16_t* words(size_t count, size_t off = 0) {
-        return reinterpret_cast<const uint16_t*>(noise(count * 2, off & ~size_t{1}, 16320));
+        uint16_t* p = u16(noise(count * 2, off & ~size_t{1}));
+        std::generate_n(p, count, [this] { return static_cast<uint16_t>(random_() % 16321); });
+        return p;
+    }
+
+    /// Rows of every width that end at the fence, and of some at every alignment: `off` bytes before it.
+    template <class Body>
+    void each_row(Body body) {
+        for (size_t off = 0; off < 16; ++off)
+            for (int w : off ? std::vector<int>{17, 34, 66} : std::vector<int>(kWidths, std::end(kWidths))) {
+                body(w, off);
+                buffers_.clear();
+            }
     }
 
     /// Runs a kernel of every build into fenced outputs and compares them with the plain one's.
@@ -82,9 +76,9 @@ int bytes_of(int rgb) { return rgb < kRGBA ? 3 : 4; }
 
 TEST_F(KernelsTest, YuvToRgb) {
     for (const ColorSpace space : kSpaces)
-        for (const auto& [width, off] : rows_to_try()) {
+        each_row([&](int w, size_t off) {
             const YuvToRgb& c = yuv_to_rgb_constants(space);
-            const int w = width, even = (w + 1) & ~1; // a lambda of this standard cannot take it from the binding
+            const int even = (w + 1) & ~1;
             const uint8_t *y = noise(even, off), *u = noise(even / 2, off), *v = noise(even / 2, off);
             const uint8_t *pairs = noise(even, off), *packed = noise(2 * even, off);
             const uint16_t *wy = words(w, off), *wu = words(w, off), *wv = words(w, off), *wuv = words(2 * w, off);
@@ -99,13 +93,12 @@ TEST_F(KernelsTest, YuvToRgb) {
                             k.yuv444_to_rgb[chroma][rgb](wy, chroma == kPlanar ? wu : wuv, wv, out, w, c);
                         });
                 }
-            buffers_.clear();
-        }
+        });
 }
 
 TEST_F(KernelsTest, RgbToYuv) {
     for (const ColorSpace space : kSpaces)
-        for (const auto& [width, off] : rows_to_try()) {
+        each_row([&](int width, size_t off) {
             const RgbToYuv& c = rgb_to_yuv_constants(space);
             const int even = (width + 1) & ~1;
             const uint8_t *a = noise(4 * even, off), *b = noise(4 * even, off);
@@ -120,13 +113,12 @@ TEST_F(KernelsTest, RgbToYuv) {
                         k.rgb_to_yuv422[chroma][rgb](p, out, out + even, out + even + even / 2, even, c);
                     });
                 }
-            buffers_.clear();
-        }
+        });
 }
 
 TEST_F(KernelsTest, GreyAndOrders) {
-    for (const auto& [width, off] : rows_to_try()) {
-        const int w = width, even = (w + 1) & ~1;
+    each_row([&](int w, size_t off) {
+        const int even = (w + 1) & ~1;
         const uint8_t *a = noise(4 * w, off), *gray = noise(w, off), *gray16 = noise(2 * w, off);
         const uint8_t *p = noise(2 * even, off), *q = noise(2 * even, off);
         for (int kind : {0, 1})
@@ -145,8 +137,7 @@ TEST_F(KernelsTest, GreyAndOrders) {
         for (int n : {3, 4})
             same(n * w, off, [&](const Kernels& k, uint8_t* out) { k.gray_to_rgb[n - 3](gray, out, w); });
         same(w, off, [&](const Kernels& k, uint8_t* out) { k.gray16_to_8(gray16, out, w); });
-        buffers_.clear();
-    }
+    });
 }
 
 // Whole samples of full chroma give what subsampled ones do; grey in 16 bits is exact for every sum there is.
@@ -174,10 +165,8 @@ TEST(Kernels, PlainLoopsAgreeWithEachOther) {
 }
 
 TEST_F(KernelsTest, VerticalScaling) {
-    for (const Row& row : rows_to_try()) {
-        const int n = row.width;
-        const size_t off = row.off, even = off & ~size_t{1};
-        const auto u16 = [](uint8_t* p) { return reinterpret_cast<uint16_t*>(p); };
+    each_row([&](int n, size_t off) {
+        const size_t even = off & ~size_t{1};
         for (int weight : {0, 1, 12345, 32767}) {
             const uint8_t *a = noise(n, off), *b = noise(n, off);
             const uint16_t *wa = words(n, off), *wb = words(n, off);
@@ -199,16 +188,13 @@ TEST_F(KernelsTest, VerticalScaling) {
                 same(2 * n, even, [&](const Kernels& k, uint8_t* o) { k.box_rows(rows, u16(o), n); });
             }
         }
-        buffers_.clear();
-    }
+    });
 }
 
 TEST_F(KernelsTest, WideSamples) {
-    for (const Row& row : rows_to_try()) {
-        const int n = row.width;
+    each_row([&](int n, size_t off) {
         for (int count : {1, 2, 3, 9}) {
-            const WideRows rows = {
-                noise(2 * static_cast<size_t>(n) * count, row.off), 2 * n, count, 0.11f, 0.23f, 0.31f};
+            const WideRows rows = {noise(2 * static_cast<size_t>(n) * count, off), 2 * n, count, 0.11f, 0.23f, 0.31f};
             same(4 * n, 0, [&](const Kernels& k, uint8_t* o) { k.wide_rows(rows, reinterpret_cast<float*>(o), n); });
         }
         std::vector<float> samples(n + 4), weight(5 * n);
@@ -221,27 +207,17 @@ TEST_F(KernelsTest, WideSamples) {
             w = static_cast<float>(random_() % 256) / 256; // sums beyond 1 reach the clamp
         for (int taps : {1, 2, 5}) {
             const WideFir t = {start.data(), weight.data(), taps, n};
-            same(2 * n, row.off, [&](const Kernels& k, uint8_t* o) { k.wide_fir(samples.data(), t, o); });
+            same(2 * n, off, [&](const Kernels& k, uint8_t* o) { k.wide_fir(samples.data(), t, o); });
         }
-        buffers_.clear();
-    }
+    });
 }
 
 TEST_F(KernelsTest, HorizontalScaling) {
+    constexpr int kTaps[][2] = {{2, 4},  {2, 10}, {2, 17}, {2, 20}, {2, 30},  {2, 46},
+                                {2, 65}, {4, 25}, {8, 65}, {6, 45}, {10, 85}, {16, 145}}; // and tenths a column
     for (int channels = 1; channels <= 4; ++channels)
         for (int cols : kWidths)
-            for (const auto& [taps, tenths] : {std::pair{2, 4},
-                                               {2, 10},
-                                               {2, 17},
-                                               {2, 20},
-                                               {2, 30},
-                                               {2, 46},
-                                               {2, 65},
-                                               {4, 25},
-                                               {8, 65},
-                                               {6, 45},
-                                               {10, 85},
-                                               {16, 145}}) {
+            for (const auto& [taps, tenths] : kTaps) {
                 if (channels == 1 ? taps > 4 && taps % 8 : channels == 2 && taps > 2 && taps % 4)
                     continue;
                 const int count = 2 + cols * tenths / 10; // source columns
@@ -259,7 +235,6 @@ TEST_F(KernelsTest, HorizontalScaling) {
                 const FirTable t = {start.data(), weight.data(), taps, cols, count * channels};
                 const uint16_t* row = words(static_cast<size_t>(count + 16) * channels + 32);
                 const size_t out = static_cast<size_t>(cols) * channels, off = random_() % 16;
-                const auto u16 = [](uint8_t* p) { return reinterpret_cast<uint16_t*>(p); };
                 same(out, off, [&](const Kernels& k, uint8_t* o) { k.fir_to_8[channels - 1](row, t, o); });
                 if (channels < 3)
                     same(2 * out, 0,
@@ -296,23 +271,20 @@ TEST_F(KernelsTest, Expanding) {
             const uint8_t* row = noise(reach, eights % 16);
             const ExpandTable t = {start.data(), index.data(), weight.data(), next, eights, bytes >= 16};
             same(16 * static_cast<size_t>(eights), 0,
-                 [&](const Kernels& k, uint8_t* o) { k.expand(row, t, reinterpret_cast<uint16_t*>(o)); });
+                 [&](const Kernels& k, uint8_t* o) { k.expand(row, t, u16(o)); });
         }
 }
 
 TEST_F(KernelsTest, HalvesAndThirds) {
     for (int channels = 1; channels <= 4; ++channels)
-        for (const Row& r : rows_to_try()) {
-            const size_t out = static_cast<size_t>(r.width) * channels;
-            const uint8_t *a = noise(2 * out, r.off), *b = noise(2 * out), *c = noise(3 * out, r.off);
-            same(out, r.off, [&](const Kernels& k, uint8_t* o) { k.halve[channels - 1](a, b, o, r.width); });
-            same(out, r.off, [&](const Kernels& k, uint8_t* o) { k.third[channels - 1](c, o, r.width); });
+        each_row([&](int n, size_t off) {
+            const size_t out = static_cast<size_t>(n) * channels;
+            const uint8_t *a = noise(2 * out, off), *b = noise(2 * out), *c = noise(3 * out, off);
+            same(out, off, [&](const Kernels& k, uint8_t* o) { k.halve[channels - 1](a, b, o, n); });
+            same(out, off, [&](const Kernels& k, uint8_t* o) { k.third[channels - 1](c, o, n); });
             if (channels < 3)
-                same(2 * out, 0, [&](const Kernels& k, uint8_t* o) {
-                    k.halve_to_16[channels - 1](a, b, reinterpret_cast<uint16_t*>(o), r.width);
-                });
-            buffers_.clear();
-        }
+                same(2 * out, 0, [&](const Kernels& k, uint8_t* o) { k.halve_to_16[channels - 1](a, b, u16(o), n); });
+        });
 }
 
 TEST_F(KernelsTest, AffineSpans) {
@@ -322,14 +294,8 @@ TEST_F(KernelsTest, AffineSpans) {
             const int n = 1 + static_cast<int>(random_() % 64);
             const auto inside = [&](int count) { return static_cast<int32_t>(random_() % ((count - 1) * 65536u)); };
             const int32_t x0 = inside(kCols), x1 = inside(kCols), y0 = inside(kRows), y1 = inside(kRows);
-            const AffineSpan s = {noise(kCols * kRows * channels, i % 16),
-                                  kCols * channels,
-                                  kCols,
-                                  kRows,
-                                  x0,
-                                  y0,
-                                  (x1 - x0) / n,
-                                  (y1 - y0) / n};
+            const uint8_t* plane = noise(kCols * kRows * channels, i % 16);
+            const AffineSpan s = {plane, kCols * channels, kCols, kRows, x0, y0, (x1 - x0) / n, (y1 - y0) / n};
             same(static_cast<size_t>(n) * channels, i % 16,
                  [&](const Kernels& k, uint8_t* o) { k.affine_span[channels - 1](s, o, n); });
             buffers_.clear();
@@ -340,23 +306,20 @@ TEST_F(KernelsTest, Repetition) {
     FenceBuffer pattern(60);
     for (int i = 0; i < 60; ++i)
         pattern.data()[i] = static_cast<uint8_t>(i % 12);
-    for (const Row& r : rows_to_try())
-        same(47 + r.width, r.off, [&](const Kernels& k, uint8_t* o) { k.repeat12(o, 47 + r.width, pattern.data()); });
+    each_row([&](int n, size_t off) {
+        same(47 + n, off, [&](const Kernels& k, uint8_t* o) { k.repeat12(o, 47 + n, pattern.data()); });
+    });
 }
 
 TEST_F(KernelsTest, Orientation) {
     for (int step = 1; step <= 4; ++step)
-        for (const Row& r : rows_to_try()) {
-            const int cols = r.width;
-            const uint8_t* row = noise(static_cast<size_t>(step) * cols, r.off);
-            same(static_cast<size_t>(step) * cols, r.off,
-                 [&](const Kernels& k, uint8_t* o) { k.mirror[step - 1](row, o, cols); });
-            const uint8_t* rows = noise(static_cast<size_t>(step) * cols * 16, r.off);
-            same(static_cast<size_t>(step) * cols * 16, r.off, [&](const Kernels& k, uint8_t* o) {
-                k.transpose16[step - 1](rows, static_cast<ptrdiff_t>(step) * cols, o, 16 * step, cols);
-            });
-            buffers_.clear();
-        }
+        each_row([&](int cols, size_t off) {
+            const ptrdiff_t pitch = static_cast<ptrdiff_t>(step) * cols;
+            const uint8_t *row = noise(pitch, off), *rows = noise(pitch * 16, off);
+            same(pitch, off, [&](const Kernels& k, uint8_t* o) { k.mirror[step - 1](row, o, cols); });
+            same(pitch * 16, off,
+                 [&](const Kernels& k, uint8_t* o) { k.transpose16[step - 1](rows, pitch, o, 16 * step, cols); });
+        });
 }
 
 // Each in a process of its own: the setting is read once.
