@@ -26,29 +26,29 @@ protected:
 // The fields that are asked for of RGB and YUV. An explicit range of YUV would pass to an RGB result.
 TEST(Layout, AsksForTheColoursOfEverySetting) {
     const struct {
-        ColorSpace space;
-        unsigned colorspace, encoding, range, chosen_range;
-    } cases[] = {{{Matrix::bt601, false}, V4L2_COLORSPACE_SMPTE170M, V4L2_YCBCR_ENC_601, 0, 2},
-                 {{Matrix::bt601, true}, V4L2_COLORSPACE_JPEG, V4L2_YCBCR_ENC_601, 1, 1},
-                 {{Matrix::bt709, false}, V4L2_COLORSPACE_REC709, V4L2_YCBCR_ENC_709, 0, 2},
-                 {{Matrix::bt709, true}, V4L2_COLORSPACE_REC709, V4L2_YCBCR_ENC_709, 1, 1},
-                 {{Matrix::bt2020, false}, V4L2_COLORSPACE_BT2020, V4L2_YCBCR_ENC_BT2020, 0, 2},
-                 {{Matrix::bt2020, true}, V4L2_COLORSPACE_BT2020, V4L2_YCBCR_ENC_BT2020, 1, 1}};
+        Matrix matrix;
+        unsigned limited, full, encoding; ///< colour spaces, and what both encode
+    } cases[] = {{Matrix::bt601, V4L2_COLORSPACE_SMPTE170M, V4L2_COLORSPACE_JPEG, V4L2_YCBCR_ENC_601},
+                 {Matrix::bt709, V4L2_COLORSPACE_REC709, V4L2_COLORSPACE_REC709, V4L2_YCBCR_ENC_709},
+                 {Matrix::bt2020, V4L2_COLORSPACE_BT2020, V4L2_COLORSPACE_BT2020, V4L2_YCBCR_ENC_BT2020}};
     EngineInfo able;
     able.sets_range.add(TAVI_PIXEL_FORMAT_YUV420SP_NV12);
     able.sets_range.add(TAVI_PIXEL_FORMAT_RGB888);
     for (const auto& c : cases) {
-        for (const tavi_pixel_format format : {TAVI_PIXEL_FORMAT_YUV420SP_NV12, TAVI_PIXEL_FORMAT_RGB888}) {
-            const bool rgb = format == TAVI_PIXEL_FORMAT_RGB888;
-            const Side side{format, 64, 48, {}};
-            Layout layout(side, c.space);
-            EXPECT_EQ(layout.color.colorspace, rgb ? unsigned{V4L2_COLORSPACE_SRGB} : c.colorspace);
-            EXPECT_EQ(layout.color.encoding, c.encoding);
-            EXPECT_EQ(layout.color.range, c.range);
-            EXPECT_FALSE(compare_layout(kResult, side, c.space, layout, layout));
-            layout.choose_colors(side, c.space, able);
-            EXPECT_EQ(layout.color.range, rgb ? unsigned{V4L2_QUANTIZATION_FULL_RANGE} : c.chosen_range);
-            EXPECT_FALSE(compare_layout(kResult, side, c.space, layout, layout));
+        for (const bool full : {false, true}) {
+            for (const bool rgb : {false, true}) {
+                const ColorSpace space{c.matrix, full};
+                const Side side{rgb ? TAVI_PIXEL_FORMAT_RGB888 : TAVI_PIXEL_FORMAT_YUV420SP_NV12, 64, 48, {}};
+                Layout layout(side, space);
+                const unsigned of_yuv = full ? c.full : c.limited;
+                EXPECT_EQ(layout.color.colorspace, rgb ? unsigned{V4L2_COLORSPACE_SRGB} : of_yuv);
+                EXPECT_EQ(layout.color.encoding, c.encoding);
+                EXPECT_EQ(layout.color.range, full ? 1u : 0u);
+                EXPECT_FALSE(compare_layout(kResult, side, space, layout, layout));
+                layout.choose_colors(side, space, able);
+                EXPECT_EQ(layout.color.range, rgb || full ? 1u : 2u);
+                EXPECT_FALSE(compare_layout(kResult, side, space, layout, layout));
+            }
         }
     }
 }

@@ -269,19 +269,14 @@ void ScriptedEngine::run(Context& c, bool with_garbage) {
         std::memset(to.data(), 0xEE, df.bytes);
         return;
     }
-    const auto src_format = static_cast<tavi_pixel_format>(format_of_fourcc(sf.fourcc));
-    const auto dst_format = static_cast<tavi_pixel_format>(format_of_fourcc(df.fourcc));
-    const auto box = [](const v4l2_rect& r) {
-        return Box{r.left, r.top, static_cast<int>(r.width), static_cast<int>(r.height)};
+    const auto view = [](std::vector<uint8_t>& memory, const Fields& f, const v4l2_rect& r) {
+        const auto format = static_cast<tavi_pixel_format>(format_of_fourcc(f.fourcc));
+        return crop(make_view(memory.data(), format, static_cast<int>(f.width), static_cast<int>(f.height)),
+                    Box{r.left, r.top, static_cast<int>(r.width), static_cast<int>(r.height)});
     };
-    const ImageView src =
-        crop(make_view(from.data(), src_format, static_cast<int>(sf.width), static_cast<int>(sf.height)),
-             box(c.queue[0].box));
-    const ImageView dst =
-        crop(make_view(to.data(), dst_format, static_cast<int>(df.width), static_cast<int>(df.height)),
-             box(c.queue[1].box));
-    const bool exchange =
-        src.format->swapped() != dst.format->swapped(); // of formats with the same planes: red and blue
+    const ImageView src = view(from, sf, c.queue[0].box), dst = view(to, df, c.queue[1].box);
+    // Of formats with the same planes: red and blue.
+    const bool exchange = src.format->swapped() != dst.format->swapped();
     const bool flip_h = c.controls[V4L2_CID_HFLIP], flip_v = c.controls[V4L2_CID_VFLIP];
     const bool sets_alpha = c.controls.count(V4L2_CID_ALPHA_COMPONENT); // of all pixels, as some engines do
     for (int i = 0; i < dst.planes(); ++i) {
