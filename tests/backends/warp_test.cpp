@@ -170,27 +170,6 @@ TEST(Crop, AttachesPooledMemoryAndGivesItBackOnFailure) {
     EXPECT_EQ(stats.live_count, 0u);
 }
 
-TEST(Crop, TheLastOddPixelSharesItsNeighboursChroma) {
-    for (int f : {5, 7, 9, 11, 13})
-        for (tavi_rect_t region : {tavi_rect_t{4, 4, 4, 4}, {4, 0, 4, 3}, {0, 4, 3, 4}}) {
-            Pixels src(f, 5, 5), dst(f, 4, 4);
-            memset(src.data(), 77, src.size());
-            ASSERT_EQ(crop(src, region, &dst.img), 0);
-            ASSERT_EQ(dst.bytes(), std::vector<uint8_t>(dst.size(), 77)) << f;
-        }
-}
-
-TEST(Crop, WithoutScalingCopiesTheRegion) {
-    for (int f = 0; f < 16; ++f) {
-        Pixels src(f, 41, 30), dst(f, 17, 12);
-        ASSERT_EQ(crop(src.noise(f), {6, 8, 22, 19}, &dst.img), 0);
-        EXPECT_EQ(is_yuv(f) ? dst.error(dst.colors()) : 0, 0);
-        for (int y = 0; y < 12; ++y)
-            for (int x = 0; x < 16; ++x) // an odd last column shares its neighbour's chroma
-                ASSERT_EQ(src.colors().at(x + 6, y + 8), dst.colors().at(x, y)) << f;
-    }
-}
-
 TEST(Transpose, NeedsTheExchangedSizeAndTheSameFormat) {
     Pixels src(7, 41, 20), dst(7, 20, 41), wide(7, 21, 41), high(7, 20, 42), other(8, 20, 41), square(1, 20, 20);
     ASSERT_EQ(tavi_image_transpose_cpu(&src.flat({9, 80, 200}).img, &dst.img), 0);
