@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
 #include <algorithm>
-#include <stdexcept>
 #include <thread>
 
 #include "utils/scene.h"
@@ -103,16 +102,6 @@ TEST(Convert, ReadsTheSettingOnceWhateverComesLater) {
     convert(s);
     EXPECT_EQ(fakes::take_trace(),
               "probe | env | " + kSoftware + " | check src dst 7 | " + kKeepSoftware + " | " + kSoftware);
-}
-
-TEST(Convert, AsksAProbeThatThrewAgain) {
-    Scene s;
-    fakes::world().effects["probe"] = [] { throw std::runtime_error("no bus"); };
-    EXPECT_THROW(convert(s), std::runtime_error);
-    fakes::world().effects.clear();
-    EXPECT_EQ(convert(s), 0);
-    EXPECT_EQ(convert(s), 0);
-    EXPECT_EQ(fakes::take_trace(), "probe | probe | " + kSoftware + " | " + kSoftware);
 }
 
 TEST(Convert, ProbesOnceForEightThreads) {

@@ -34,11 +34,6 @@ int raw_nowhere(Scene& s) { return tavi_image_write_raw("/nowhere/a.raw", &s.src
 int raw_to_a_full_disk(Scene& s) { return tavi_image_write_raw("/dev/full", &s.src); }
 int text(Scene& s) { return tavi_image_write_to_txt("a.txt", &s.src); }
 
-int transforms(Scene& s) {
-    return tavi_image_transpose(&s.src, nullptr) + tavi_get_affine_transform(&s.f[0], nullptr, -3, &s.f[3]) +
-           tavi_image_affine_transform(&s.src, &s.dst, &s.f[2]);
-}
-
 int placeholders(Scene&) {
     return tavi_get_rotation_matrix(kA, 0, 0, nullptr) * 1000 +
            tavi_image_rotation_transform(nullptr, nullptr, nullptr) * 100 +
@@ -78,8 +73,6 @@ const Case kForward[] = {
     {"TextFailure", TAVI_LOG_WARN, "txt=-77", text, -1, "txt a.txt src.data 460800"},
     {"TextNeedsPixels", TAVI_LOG_WARN, "src.data=0", text, -2, ""},
 
-    {"TransformsHandOn", TAVI_LOG_DEBUG, "transpose=1 get_affine=20 affine=300", transforms, 321,
-     "transpose src null | get_affine f0 null -3 f3 | affine src dst f2"},
     {"PlaceholdersAnswerAtOnce", TAVI_LOG_DEBUG, "", placeholders, -4411, ""},
     {"EqualizeConvertsAndNeverReleases", TAVI_LOG_ERROR, "libyuv=-1", equalize, -1,
      "probe | libyuv src {fmt=1 640x480 size=0 data=null fd=0} 0 | E tavi_image_equalize_hist: opencv not support\n"},
