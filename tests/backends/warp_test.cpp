@@ -170,6 +170,14 @@ TEST(Crop, AttachesPooledMemoryAndGivesItBackOnFailure) {
     EXPECT_EQ(stats.live_count, 0u);
 }
 
+TEST(Crop, BytesThatOddSizesLeaveUnusedAreNeutral) {
+    for (int f = 5; f < 15; ++f) {
+        Pixels src(f, 41, 30), dst(f, 17, 11);
+        ASSERT_EQ(crop(src.noise(f), {6, 8, 22, 18}, &dst.img), 0);
+        EXPECT_EQ(dst.error(dst.colors()), 0) << f;
+    }
+}
+
 TEST(Transpose, NeedsTheExchangedSizeAndTheSameFormat) {
     Pixels src(7, 41, 20), dst(7, 20, 41), wide(7, 21, 41), high(7, 20, 42), other(8, 20, 41), square(1, 20, 20);
     ASSERT_EQ(tavi_image_transpose_cpu(&src.flat({9, 80, 200}).img, &dst.img), 0);
