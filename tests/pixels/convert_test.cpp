@@ -157,26 +157,24 @@ TEST(Convert, ScalesAndConvertsAtOnce) {
 
 TEST(Convert, RefusesWhatItCannotDo) {
     const Pixels src(1, 64, 64), dst(2, 64, 64);
+    using Image = tavi_image_t;
+    constexpr int kNo = TAVI_RET_UNSUPPORTED, kParam = TAVI_RET_PARAM_ERR;
     const struct {
         const char* name;
-        void (*spoil)(tavi_image_t& s, tavi_image_t& d);
+        void (*spoil)(Image& s, Image& d);
         int mode, result;
     } rows[] = {
-        {"unknown mode", [](tavi_image_t&, tavi_image_t&) {}, 5, TAVI_RET_UNSUPPORTED},
-        {"negative mode", [](tavi_image_t&, tavi_image_t&) {}, -1, TAVI_RET_UNSUPPORTED},
-        {"no destination memory", [](tavi_image_t&, tavi_image_t& d) { d.data = nullptr; }, 0, TAVI_RET_PARAM_ERR},
-        {"no source memory", [](tavi_image_t& s, tavi_image_t&) { s.data = nullptr; }, 0, TAVI_RET_PARAM_ERR},
-        {"physical only", [](tavi_image_t& s, tavi_image_t&) { s.data_phy = s.data, s.data = nullptr; }, 0,
-         TAVI_RET_UNSUPPORTED},
-        {"bad descriptor", [](tavi_image_t& s, tavi_image_t&) { s.fd = 9999, s.data = nullptr; }, 0, TAVI_RET_FAIL},
-        {"unknown format",
-         [](tavi_image_t& s, tavi_image_t&) { s.pixel_format = static_cast<tavi_pixel_format>(16); }, 0,
-         TAVI_RET_UNSUPPORTED},
-        {"no width", [](tavi_image_t&, tavi_image_t& d) { d.width = 0; }, 0, TAVI_RET_UNSUPPORTED},
-        {"too wide", [](tavi_image_t& s, tavi_image_t&) { s.width = 16385, s.height = 1; }, 0, TAVI_RET_UNSUPPORTED},
-        {"in place, narrower", [](tavi_image_t& s, tavi_image_t& d) { d.data = s.data, d.width = 32; }, 0,
-         TAVI_RET_UNSUPPORTED},
-        {"partial overlap", [](tavi_image_t& s, tavi_image_t& d) { d.data = s.data + 3; }, 0, TAVI_RET_PARAM_ERR},
+        {"unknown mode", [](Image&, Image&) {}, 5, kNo},
+        {"negative mode", [](Image&, Image&) {}, -1, kNo},
+        {"no destination memory", [](Image&, Image& d) { d.data = nullptr; }, 0, kParam},
+        {"no source memory", [](Image& s, Image&) { s.data = nullptr; }, 0, kParam},
+        {"physical only", [](Image& s, Image&) { s.data_phy = s.data, s.data = nullptr; }, 0, kNo},
+        {"bad descriptor", [](Image& s, Image&) { s.fd = 9999, s.data = nullptr; }, 0, TAVI_RET_FAIL},
+        {"unknown format", [](Image& s, Image&) { s.pixel_format = tavi_pixel_format(16); }, 0, kNo},
+        {"no width", [](Image&, Image& d) { d.width = 0; }, 0, kNo},
+        {"too wide", [](Image& s, Image&) { s.width = 16385, s.height = 1; }, 0, kNo},
+        {"in place, narrower", [](Image& s, Image& d) { d.data = s.data, d.width = 32; }, 0, kNo},
+        {"partial overlap", [](Image& s, Image& d) { d.data = s.data + 3; }, 0, kParam},
     };
     tavi_image_t s, d;
     for (const auto& row : rows) {

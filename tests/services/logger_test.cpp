@@ -16,7 +16,6 @@
 
 #define TAVI_LOG_TAG "tavi-test"
 #include "services/log.h"
-#include "support/captured_stderr.h"
 
 namespace {
 
@@ -31,7 +30,7 @@ TEST(Logger, ReadsItsLevelOncePerProcessAndReportsAMalformedOne) {
     } rows[] = {{nullptr, 1, false}, {"0", 0, false}, {"3", 3, false},   {"0x2", 2, false},
                 {"4", 1, true},      {"-1", 1, true}, {"info", 1, true}, {"", 1, true}};
     for (const auto& row : rows) {
-        CapturedStderr captured;
+        testing::internal::CaptureStderr(); // of the descriptor: the logger writes to it
         const pid_t child = fork();
         if (child == 0) {
             row.text ? setenv("TAVI_LOG_LEVEL", row.text, 1) : unsetenv("TAVI_LOG_LEVEL");
@@ -41,7 +40,7 @@ TEST(Logger, ReadsItsLevelOncePerProcessAndReportsAMalformedOne) {
         }
         int status = 0;
         waitpid(child, &status, 0);
-        const std::string text = captured.text();
+        const std::string text = testing::internal::GetCapturedStderr();
         EXPECT_EQ(WEXITSTATUS(status), row.level) << (row.text ? row.text : "unset");
         EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), row.reported ? 1 : 0) << text;
         EXPECT_EQ(text.find("ERROR [tavi-log]") != std::string::npos, row.reported) << text;
@@ -50,10 +49,10 @@ TEST(Logger, ReadsItsLevelOncePerProcessAndReportsAMalformedOne) {
 
 TEST(Logger, WritesTimeLevelTagAndFunctionAndSkipsWhatIsBelowTheLevel) {
     TaviLogger::GetInstance()->level = TAVI_LOG_WARN;
-    CapturedStderr captured;
+    testing::internal::CaptureStderr();
     LOG_INFO("not written %d", count_evaluation());
     LOG_WARN("written %d\n", count_evaluation());
-    const std::string text = captured.text();
+    const std::string text = testing::internal::GetCapturedStderr();
     const std::regex line(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} WARN  \[tavi-test\] TestBody:\d+: written 1\n)");
     EXPECT_TRUE(std::regex_match(text, line)) << text;
 }
@@ -67,7 +66,7 @@ TEST(Logger, HandsWholeLinesToTheSinkAndGoesBackToStandardError) {
         static_cast<std::vector<std::string>*>(user)->push_back(line.str());
         errno = 0;
     };
-    CapturedStderr captured;
+    testing::internal::CaptureStderr();
     logger->SetSink(sink, &lines);
     std::vector<std::string> expected;
     // Around the size of the logger's own buffer a wrong bound loses a character.
@@ -82,11 +81,11 @@ TEST(Logger, HandsWholeLinesToTheSinkAndGoesBackToStandardError) {
     logger->SetSink(nullptr, nullptr);
     EXPECT_EQ(lines, expected);
     LOG_ERROR("again");
-    EXPECT_NE(captured.text().find("again\n"), std::string::npos);
+    EXPECT_NE(testing::internal::GetCapturedStderr().find("again\n"), std::string::npos);
 }
 
 TEST(Logger, KeepsLinesOfEightThreadsWhole) {
-    CapturedStderr captured;
+    testing::internal::CaptureStderr();
     std::vector<std::thread> threads;
     std::vector<std::string> expected, found;
     for (int t = 0; t < 8; ++t) {
@@ -100,7 +99,7 @@ TEST(Logger, KeepsLinesOfEightThreadsWhole) {
     }
     for (std::thread& thread : threads)
         thread.join();
-    std::istringstream text(captured.text());
+    std::istringstream text(testing::internal::GetCapturedStderr());
     for (std::string line; std::getline(text, line);)
         found.push_back(line.substr(std::min(line.size(), line.find("line="))));
     std::sort(expected.begin(), expected.end());
