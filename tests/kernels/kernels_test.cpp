@@ -269,9 +269,12 @@ TEST_F(KernelsTest, Expanding) {
                 v = static_cast<int16_t>(random_() % 16385);
             const int reach = std::max(bytes, next + 1);
             const uint8_t* row = noise(reach, eights % 16);
-            const ExpandTable t = {start.data(), index.data(), weight.data(), next, eights, bytes >= 16};
-            same(16 * static_cast<size_t>(eights), 0,
-                 [&](const Kernels& k, uint8_t* o) { k.expand(row, t, u16(o)); });
+            for (const int16_t* weights :
+                 {static_cast<const int16_t*>(weight.data()), static_cast<const int16_t*>(nullptr)}) {
+                const ExpandTable t = {start.data(), index.data(), weights, next, eights, bytes >= 16};
+                same(16 * static_cast<size_t>(eights), 0,
+                     [&](const Kernels& k, uint8_t* o) { k.expand(row, t, u16(o)); });
+            }
         }
 }
 
