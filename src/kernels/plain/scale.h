@@ -97,8 +97,10 @@ void fir_loop(const uint16_t* row, const FirTable& t, Out* out) {
 inline void expand_loop(const uint8_t* row, const ExpandTable& t, uint16_t* out) {
     for (int i = 0; i < 8 * t.eights; ++i) {
         const uint8_t* p = row + t.start[i / 8] + t.index[i];
-        const int32_t d = (p[t.next] - p[0]) * (1 << (kRowBits + kBlendBits - kTapBits));
-        out[i] = static_cast<uint16_t>((p[0] << kRowBits) + (t.weight ? mulhrs(d, t.weight[i]) : 0));
+        int32_t v = p[0] << kRowBits;
+        if (t.weight) // else the last column has no right sample
+            v += mulhrs((p[t.next] - p[0]) * (1 << (kRowBits + kBlendBits - kTapBits)), t.weight[i]);
+        out[i] = static_cast<uint16_t>(v);
     }
 }
 
