@@ -4,7 +4,11 @@
 
 namespace tavi {
 
-constexpr int kRowBits = 6;                   ///< fraction of the rows between the axes: 0 to 255 << kRowBits
+constexpr int kRowBits = 6; ///< fraction of the rows between the axes: 0 to 255 << kRowBits
+/// What of that fraction counts in full chroma on its way to RGB: an average of flat rows is up to 3/64 off, and is
+/// to come out flat.
+constexpr int kKeptBits = 3;
+constexpr int kDroppedBits = kRowBits - kKeptBits;
 constexpr int kBlendBits = 15;                ///< of the weights of rows, which are below one
 constexpr int kTapBits = 14;                  ///< of a weight across; a column's add up to 1 << kTapBits
 constexpr int kSumBits = kRowBits + kTapBits; ///< fraction of a sum of taps

@@ -101,7 +101,8 @@ struct Kernels {
     void (*yuv_to_rgb[kChromaKinds][kRgbKinds])(const uint8_t* y, const uint8_t* u, const uint8_t* v, uint8_t* rgb,
                                                 int width, const YuvToRgb& constants);
     /// The same of full chroma, a sample a pixel, in the scaler's 16 bits: what is scaled is rounded once, in RGB.
-    /// Any width; by the first three kinds of chroma. Whole samples give the bytes of yuv_to_rgb.
+    /// Any width; by the first three kinds of chroma. Whole samples give the bytes of yuv_to_rgb. kKeptBits of the
+    /// fraction count.
     void (*yuv444_to_rgb[3][kRgbKinds])(const uint16_t* y, const uint16_t* u, const uint16_t* v, uint8_t* rgb,
                                         int width, const YuvToRgb& constants);
     /// Two rows to two luma rows and one chroma row (4:2:0).

@@ -4,6 +4,7 @@
 #if defined(__AVX2__)
 
 #include "kernels/avx2/pixels.h"
+#include "kernels/fixed.h"
 #include "kernels/kinds.h"
 
 namespace tavi::avx2 {
@@ -127,6 +128,11 @@ void yuv_to_rgb(const uint8_t* y, const uint8_t* u, const uint8_t* v, uint8_t* r
         plain_kernels().yuv_to_rgb[Chroma][Kind](y, u, v, rgb, width, k);
 }
 
+/// Samples of rows between the axes, of which kKeptBits of the fraction count.
+inline V kept(V v) {
+    return _mm256_and_si256(_mm256_add_epi16(v, set16(1 << kDroppedBits >> 1)), set16(-(1 << kDroppedBits)));
+}
+
 /// The lower and the upper words of pairs, which are at most 14 bits, shifted up by two. Lanes keep to themselves.
 struct Apart {
     V lower, upper;
@@ -144,7 +150,7 @@ __attribute__((noinline)) bool planes444_to_rgb(const uint16_t* y, const uint16_
     return by_blocks_or_halves(width, [&](auto at) {
         // Samples keep kRowBits of fraction: two bits up they fill a word.
         const auto words = [=](const uint16_t* p) {
-            return _mm256_slli_epi16(join(load16(p + at.i), load16(p + at.j)), 2);
+            return _mm256_slli_epi16(kept(join(load16(p + at.i), load16(p + at.j))), 2);
         };
         YuvBlock block;
         for (int i = 0; i < 2; ++i) {
@@ -153,7 +159,7 @@ __attribute__((noinline)) bool planes444_to_rgb(const uint16_t* y, const uint16_
                 us = words(u + 8 * i), vs = words(v + 8 * i);
             } else {
                 const uint16_t *p = u + 2 * (at.i + 8 * i), *q = u + 2 * (at.j + 8 * i);
-                const Apart pairs = apart(join(load16(p), load16(q)), join(load16(p + 8), load16(q + 8)));
+                const Apart pairs = apart(kept(join(load16(p), load16(q))), kept(join(load16(p + 8), load16(q + 8))));
                 us = pairs.lower, vs = pairs.upper;
                 if (Chroma == kPairsVU)
                     std::swap(us, vs);

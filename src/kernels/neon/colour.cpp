@@ -133,7 +133,8 @@ __attribute__((noinline)) void to_rgb444(const uint16_t* y, const uint16_t* u, c
         std::swap(u, v);
     const int16x8_t scale = vdupq_n_s16(static_cast<int16_t>(constants.luma * 128));
     const auto from_neutral = [](uint16x8_t c) {
-        return vreinterpretq_s16_u16(veorq_u16(vshlq_n_u16(c, 2), vdupq_n_u16(0x8000)));
+        return vreinterpretq_s16_u16(
+            veorq_u16(vshlq_n_u16(vrshrq_n_u16(c, kDroppedBits), kDroppedBits + 2), vdupq_n_u16(0x8000)));
     };
     const auto advance = [&](int pixels) {
         y += pixels;
@@ -153,7 +154,8 @@ __attribute__((noinline)) void to_rgb444(const uint16_t* y, const uint16_t* u, c
             }
             const int16x8_t us = from_neutral(first), vs = from_neutral(second);
             // Twice a product's upper half is (4 y * 128 luma) >> 16 of y doubled.
-            const int16x8_t twice = vreinterpretq_s16_u16(vshlq_n_u16(vld1q_u16(y), 1));
+            const int16x8_t twice =
+                vreinterpretq_s16_u16(vshlq_n_u16(vrshrq_n_u16(vld1q_u16(y), kDroppedBits), kDroppedBits + 1));
             const int16x8_t luma = vaddq_s16(vqdmulhq_s16(twice, scale), k.bias);
             const int16x8_t g = vaddq_s16(vqrdmulhq_lane_s16(us, k.factors, 1), vqrdmulhq_lane_s16(vs, k.factors, 2));
             store_pixels8<N>(rgb, vqshrun_n_s16(vqaddq_s16(luma, vqrdmulhq_lane_s16(vs, k.factors, 0)), kRgbBits),

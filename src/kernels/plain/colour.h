@@ -5,6 +5,7 @@
 
 #include <cstring>
 
+#include "kernels/fixed.h"
 #include "kernels/kinds.h"
 
 namespace tavi {
@@ -74,8 +75,10 @@ void yuv_row_to_rgb(YuvRow<uint8_t> s, uint8_t* rgb, int red, int width, const Y
 template <int N>
 void yuv444_row_to_rgb(YuvRow<uint16_t> s, uint8_t* rgb, int red, int width, const YuvToRgb& constants) {
     const YuvToRgb k = constants;
+    const auto kept = [](int v) { return (v + (1 << kDroppedBits >> 1)) >> kDroppedBits << kDroppedBits; };
     for (int x = 0; x < width; ++x, ++s.y, s.u += s.c_step, s.v += s.c_step, rgb += N)
-        store_pixel<N>((*s.y * k.luma) >> 7, chroma_terms(4 * *s.u - 32768, 4 * *s.v - 32768, k), rgb, red);
+        store_pixel<N>((kept(*s.y) * k.luma) >> 7, chroma_terms(4 * kept(*s.u) - 32768, 4 * kept(*s.v) - 32768, k),
+                       rgb, red);
 }
 
 template <int Chroma, int Kind>
