@@ -43,6 +43,9 @@ TwoTaps two_taps(const AxisMap& m, const Divider& unit, const Divider& length, i
     return taps;
 }
 
+/// Whether no sample of the result is made from more than two of the source.
+bool takes_two(const AxisMap& m) { return m.filter == Filter::bilinear || longest_span(m, Divider(2 * m.den)) <= 2; }
+
 bool build_fir(Scratch& scratch, const ScaleJob& job, FirTable& fir) {
     const AxisMap& x = job.x;
     const Divider unit(2 * x.den), length(2 * x.num);
@@ -225,14 +228,14 @@ void TwoTapsAtOnce::row(const ScaleJob& job, const SourceRows& src, int y, uint8
 }
 
 bool DownOnly::init(Scratch& scratch, const ScaleJob& job) {
-    reduced = scratch.take<uint16_t>(job.source_elements());
-    return reduced != nullptr;
+    of_two = takes_two(job.y);
+    return of_two || (reduced = scratch.take<uint16_t>(job.source_elements()));
 }
 
 void DownOnly::row(const ScaleJob& job, const SourceRows& src, int y, uint8_t* out) {
     const Kernels& k = *job.kernels;
     const int n = job.result_elements();
-    if (job.y.filter == Filter::bilinear) {
+    if (of_two) {
         const ScaleJob::Rows r = job.rows_for(y);
         if (job.deep)
             k.blend8(src.row(r.first), src.row(r.last), r.weight, deep_row(out), n);
@@ -394,8 +397,7 @@ bool PlaneScaler::init(Scratch& scratch, int channels, bool wide, bool deep, con
         return true;
     }
     const bool both_bilinear = x.filter == Filter::bilinear && y.filter == Filter::bilinear;
-    const bool both_of_two = (x.filter == Filter::bilinear || longest_span(x, Divider(2 * x.den)) <= 2) &&
-                             (y.filter == Filter::bilinear || longest_span(y, Divider(2 * y.den)) <= 2);
+    const bool both_of_two = takes_two(x) && takes_two(y);
     // Eight elements must find their samples within 16 bytes.
     const bool enlarges = x.num <= x.den && y.num < y.den, hardly_reduces = x.num < 2 * x.den && y.num < 2 * y.den;
     if (both_of_two && !x.identity() && (enlarges || (channels <= 2 && hardly_reduces)))

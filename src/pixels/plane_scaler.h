@@ -78,7 +78,8 @@ struct TwoTapsAtOnce { ///< bilinear reduction: only the samples it needs are to
 struct DownOnly { ///< columns stay as they are
     bool init(Scratch& scratch, const ScaleJob& job);
     void row(const ScaleJob& job, const SourceRows& src, int y, uint8_t* out);
-    uint16_t* reduced = nullptr;
+    bool of_two = false;         ///< a row is blended from two
+    uint16_t* reduced = nullptr; ///< a row averaged from more
 };
 
 struct DownThenAcross {
