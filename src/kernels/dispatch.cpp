@@ -76,7 +76,7 @@ namespace {
 const Kernels& choose() {
     const Builds all = builds();
     const Kernels& best = *all.list[all.count - 1];
-    const char* const wanted = std::getenv("TAVI_KERNELS");
+    const char* const wanted = ::secure_getenv("TAVI_KERNELS");
     if (!wanted)
         return best;
     for (const Kernels* build : all)

@@ -3,6 +3,8 @@
 
 #include <cstdlib>
 
+#include "os/locks.h"
+
 // Under AddressSanitizer the pool hides what it holds, and the slack of a block, so that a touch beyond the bytes
 // asked for is found here as it would be in malloc's memory.
 #if defined(__SANITIZE_ADDRESS__)
@@ -42,7 +44,7 @@ void* MemPool::take(size_t size) {
     const int index = class_of(size);
     const size_t bytes = class_bytes(index);
     {
-        std::lock_guard<std::mutex> lock(mutex_);
+        std::lock_guard<std::mutex> lock(g_locks.pool);
         SizeClass& c = classes_[index];
         c.last_used = ++clock_;
         if (Block* b = c.free) {
@@ -69,7 +71,7 @@ void MemPool::give(void* block, size_t size) {
     }
     const int index = class_of(size);
     const size_t bytes = class_bytes(index);
-    std::lock_guard<std::mutex> lock(mutex_);
+    std::lock_guard<std::mutex> lock(g_locks.pool);
     SizeClass& c = classes_[index];
     c.last_used = ++clock_;
     evict_for(bytes);
@@ -98,7 +100,7 @@ void MemPool::evict_for(size_t bytes) {
 }
 
 void MemPool::trim() {
-    std::lock_guard<std::mutex> lock(mutex_);
+    std::lock_guard<std::mutex> lock(g_locks.pool);
     for (int i = 0; i < kClasses; ++i) {
         while (Block* b = classes_[i].free) {
             classes_[i].free = b->next;
@@ -109,7 +111,7 @@ void MemPool::trim() {
 }
 
 size_t MemPool::pooled_bytes() {
-    std::lock_guard<std::mutex> lock(mutex_);
+    std::lock_guard<std::mutex> lock(g_locks.pool);
     return pooled_;
 }
 

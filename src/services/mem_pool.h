@@ -5,14 +5,13 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <mutex>
 
 namespace tavi {
 
 class MemPool {
 public:
     static constexpr size_t kAlignment = 64;            ///< a cache line, and every vector register
-    static constexpr size_t kLargest = size_t{8} << 20; ///< a larger block goes straight back to the system
+    static constexpr size_t kLargest = size_t{8} << 20; ///< a larger block is left to the C library
     static constexpr size_t kBound = size_t{24} << 20;  ///< the pool never holds more bytes than this
 
     /// Memory of at least `size` bytes, size > 0; null when the system has none.
@@ -37,7 +36,6 @@ private:
     static size_t class_bytes(int index);
     void evict_for(size_t bytes);
 
-    std::mutex mutex_;
     SizeClass classes_[kClasses];
     size_t pooled_ = 0;
     uint64_t clock_ = 0;

@@ -5,8 +5,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <mutex>
 
+#include "os/locks.h"
 #include "services/parse_int.h"
 
 #define TAVI_LOG_TAG "tavi-env"
@@ -30,10 +30,10 @@ Variable find_variable(const char* key) {
         const bool small = key[i] >= 'a' && key[i] <= 'z'; // not toupper(): the locale has no say in names
         v.name[5 + i] = small ? static_cast<char>(key[i] - 'a' + 'A') : key[i];
     }
-    v.text = getenv(v.name);
+    v.text = secure_getenv(v.name);
     if (!v.text) {
         memcpy(v.name, key, length + 1);
-        v.text = getenv(v.name);
+        v.text = secure_getenv(v.name);
     }
     return v;
 }
@@ -44,10 +44,9 @@ bool first_report(const char* key) {
         Reported* next;
         char key[sizeof(Variable::name)];
     };
-    static std::mutex mutex;
     static Reported* reported = nullptr;
 
-    const std::lock_guard<std::mutex> lock(mutex);
+    const std::lock_guard<std::mutex> lock(g_locks.settings);
     for (const Reported* r = reported; r; r = r->next)
         if (strcmp(r->key, key) == 0)
             return false;

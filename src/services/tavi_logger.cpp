@@ -14,18 +14,19 @@
 #include <new>
 #include <unistd.h>
 
+#include "os/locks.h"
 #include "services/parse_int.h"
 
 static_assert(std::atomic<int32_t>::is_always_lock_free && sizeof(std::atomic<int32_t>) == sizeof(int32_t),
               "the level is read as a plain 32-bit field");
 
-struct TaviLogger::Output {
-    std::mutex mutex; // guards the sink, and keeps the parts of a line together when a write is short
-    tavi_log_sink_t sink = nullptr;
-    void* user = nullptr;
-};
-
 namespace {
+
+// Its lock also keeps the parts of a line together when a write is short.
+struct {
+    tavi_log_sink_t sink;
+    void* user;
+} g_output;
 
 constexpr const char* kLevelNames[] = {"ERROR", "WARN ", "INFO ", "DEBUG"};
 
@@ -38,7 +39,10 @@ size_t format_header(char* to, size_t capacity, tavi_log_level_t severity, const
     timespec now{};
     tm local{};
     clock_gettime(CLOCK_REALTIME, &now);
-    localtime_r(&now.tv_sec, &local);
+    {
+        const std::lock_guard<std::mutex> lock(tavi::g_locks.log);
+        localtime_r(&now.tv_sec, &local);
+    }
     size_t n = strftime(to, capacity, "%F %T", &local);
     const unsigned level = static_cast<unsigned>(severity);
     const int more = snprintf(to + n, capacity - n, ".%03d %s [%s] %s:%d: ", static_cast<int>(now.tv_nsec / 1000000),
@@ -62,10 +66,7 @@ void write_whole(const char* from, size_t n) {
 } // namespace
 
 TaviLogger::TaviLogger() : level(TAVI_LOG_WARN) {
-    alignas(Output) static unsigned char storage[sizeof(Output)];
-    output_ = new (storage) Output;
-
-    const char* text = getenv("TAVI_LOG_LEVEL");
+    const char* text = secure_getenv("TAVI_LOG_LEVEL");
     if (!text)
         return;
     int wanted = 0;
@@ -114,10 +115,10 @@ void TaviLogger::Log(tavi_log_level_t severity, const char*, const char* func, i
         --length; // some messages bring a line feed of their own
 
     {
-        const std::lock_guard<std::mutex> lock(output_->mutex);
-        if (output_->sink) {
+        const std::lock_guard<std::mutex> lock(tavi::g_locks.log);
+        if (g_output.sink) {
             text[header + length] = '\0';
-            output_->sink(output_->user, severity, tag, func, text + header);
+            g_output.sink(g_output.user, severity, tag, func, text + header);
         } else {
             text[header + length] = '\n'; // in the terminator's place: nothing reads it as a string any more
             write_whole(text, header + length + 1);
@@ -127,7 +128,6 @@ void TaviLogger::Log(tavi_log_level_t severity, const char*, const char* func, i
 }
 
 void TaviLogger::SetSink(tavi_log_sink_t sink, void* user) {
-    const std::lock_guard<std::mutex> lock(output_->mutex);
-    output_->sink = sink;
-    output_->user = user;
+    const std::lock_guard<std::mutex> lock(tavi::g_locks.log);
+    g_output = {sink, user};
 }

@@ -53,8 +53,6 @@ public:
 
 private:
     TaviLogger();
-    struct Output;
-    Output* output_; // never freed: threads may log while the process ends
 };
 
 #endif // TAVI_LOGGER_H

@@ -9,11 +9,15 @@
 #include <cstdint>
 #include <cstring>
 #include <map>
-#include <mutex>
 #include <new>
-#include <shared_mutex>
 
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
+
+#include "image/scratch.h"
 #include "os/kernel_calls.h"
+#include "os/locks.h"
 #include "os/mapping.h"
 #include "services/log.h"
 #include "services/mem_hooks.h"
@@ -30,9 +34,8 @@ namespace {
 
 std::atomic<MemListener> g_listener{nullptr};
 
-/// What was given out and not yet freed. Looked up far more often than changed, hence the shared lock.
+/// What was given out and not yet freed. Looked up far more often than changed, hence a shared lock.
 struct Registry {
-    std::shared_mutex mutex;
     std::map<uintptr_t, tavi_mem_record_t> by_start;
     tavi_mem_stats_t stats[TAVI_MEM_TYPE_COUNT] = {};
     uint32_t last_handle = 0;
@@ -49,9 +52,10 @@ struct Registry {
     }
 };
 
-// Never destroyed: images may be released while the process ends.
+// Built in place, so that no heap can refuse it, and never destroyed: images may be released while the process ends.
 Registry& registry() {
-    static Registry* const instance = new Registry;
+    alignas(Registry) static unsigned char storage[sizeof(Registry)];
+    static Registry* const instance = new (storage) Registry;
     return *instance;
 }
 
@@ -89,7 +93,7 @@ bool allocate_device_memory(tavi_mem_record_t& record) {
 /// Enters an allocation; false when the registry itself finds no memory.
 bool enter(tavi_mem_record_t& record) {
     Registry& r = registry();
-    std::unique_lock<std::shared_mutex> lock(r.mutex);
+    std::unique_lock<std::shared_mutex> lock(g_locks.registry);
     record.handle = r.last_handle = r.last_handle == UINT32_MAX ? 1 : r.last_handle + 1;
     try { // the one container of the service; its refusal is an answer like any other
         r.by_start.emplace(reinterpret_cast<uintptr_t>(record.virt_addr), record);
@@ -163,7 +167,7 @@ int tavi_mem_get_record_by_virt_addr(void* addr, int where, tavi_mem_record_t* r
         return TAVI_RET_PARAM_ERR;
     }
     Registry& r = registry();
-    std::shared_lock<std::shared_mutex> lock(r.mutex);
+    std::shared_lock<std::shared_mutex> lock(g_locks.registry);
     const tavi_mem_record_t* found = r.find(addr, where);
     if (!found)
         return TAVI_RET_FAIL;
@@ -176,7 +180,7 @@ int tavi_mem_free_by_virt_addr(void* addr) {
     Registry& r = registry();
     tavi_mem_record_t gone;
     {
-        std::unique_lock<std::shared_mutex> lock(r.mutex);
+        std::unique_lock<std::shared_mutex> lock(g_locks.registry);
         const auto it = r.by_start.find(reinterpret_cast<uintptr_t>(addr));
         if (it == r.by_start.end()) {
             lock.unlock();
@@ -201,11 +205,17 @@ int tavi_mem_get_stats(int type, tavi_mem_stats_t* stats) {
     }
     Registry& r = registry();
     {
-        std::shared_lock<std::shared_mutex> lock(r.mutex);
+        std::shared_lock<std::shared_mutex> lock(g_locks.registry);
         *stats = r.stats[type];
     }
     stats->pooled_bytes = type == TAVI_MEM_TYPE_HEAP ? r.pool.pooled_bytes() : 0;
     return TAVI_RET_SUCCESS;
 }
 
-void tavi_mem_trim(void) { registry().pool.trim(); }
+void tavi_mem_trim(void) {
+    registry().pool.trim();
+    trim_scratch();
+#ifdef __GLIBC__
+    ::malloc_trim(0); // large blocks that were freed may still be the heap's
+#endif
+}

@@ -18,7 +18,7 @@ constexpr struct {
                {"bt2020", {Matrix::bt2020, false}}, {"bt2020-full", {Matrix::bt2020, true}}};
 
 ColorSpace read_yuv_setting() {
-    const char* const text = std::getenv("TAVI_YUV");
+    const char* const text = ::secure_getenv("TAVI_YUV");
     ColorSpace color;
     if (text && !parse_yuv(text, color))
         LOG_AS("yuv_setting", TAVI_LOG_ERROR,

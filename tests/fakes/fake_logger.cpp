@@ -10,7 +10,7 @@
 
 #include "fakes/trace.h"
 
-TaviLogger::TaviLogger() : level(TAVI_LOG_WARN), output_(nullptr) {}
+TaviLogger::TaviLogger() : level(TAVI_LOG_WARN) {}
 
 TaviLogger* TaviLogger::GetInstance() {
     static TaviLogger logger;

@@ -7,12 +7,14 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
 #include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "os/dma_sync.h"
+#include "os/locks.h"
 #include "services/log.h"
 #include "services/mem_hooks.h"
 
@@ -58,33 +60,32 @@ void visit_engines(const char* only, bool (*visit)(const EngineInfo& info, const
     }
 }
 
-// Never destroyed: the memory service may call while the process ends.
+// Built in place, so that no heap can refuse it, and never destroyed: the memory service may call while the process
+// ends.
 ContextPool& ContextPool::instance() {
-    static ContextPool* const pool = new ContextPool;
+    alignas(ContextPool) static unsigned char storage[sizeof(ContextPool)];
+    static ContextPool* const pool = new (storage) ContextPool;
     return *pool;
 }
 
-ContextPool::ContextPool() { ::pthread_atfork(before_fork, after_fork, in_child); }
+ContextPool::ContextPool() { ::pthread_atfork(nullptr, nullptr, in_child); }
 
-// A child must not touch the parent's contexts, nor find the lock held by a thread that it does not have.
-void ContextPool::before_fork() { instance().mutex_.lock(); }
-void ContextPool::after_fork() { instance().mutex_.unlock(); }
+// A child must not touch the parent's contexts. It has one thread: no lock is needed.
 void ContextPool::in_child() {
     for (Slot& slot : instance().slots_) {
         slot.context.abandon();
         slot.busy = slot.doomed = false;
         slot.src = slot.dst = Buffer();
     }
-    instance().mutex_.unlock();
 }
 
 static constexpr char kProbe[] = "is_blit_support"; // the search for an engine is its work, whoever asks first
 
 bool ContextPool::engine(EngineInfo& info) {
-    std::lock_guard<std::mutex> lock(mutex_);
+    std::lock_guard<std::mutex> lock(g_locks.engines);
     if (!looked_) {
         looked_ = true;
-        const char* const wanted = std::getenv("TAVI_BLIT_DEVICE");
+        const char* const wanted = ::secure_getenv("TAVI_BLIT_DEVICE");
         const bool named = wanted && *wanted;
         if (named && std::strcmp(wanted, "none") == 0) {
             LOG_AS(kProbe, TAVI_LOG_INFO, "no engine: TAVI_BLIT_DEVICE=none");
@@ -145,7 +146,7 @@ ContextPool::Lease ContextPool::lease(const Setup& setup) {
     for (bool first = true; !slot && (first || std::chrono::steady_clock::now() < deadline); first = false) {
         if (!first)
             ::usleep(1000);
-        const std::lock_guard<std::mutex> lock(mutex_);
+        const std::lock_guard<std::mutex> lock(g_locks.engines);
         slot = pick(setup);
         if (slot) {
             slot->busy = true;
@@ -170,7 +171,7 @@ ContextPool::Lease ContextPool::lease(const Setup& setup) {
 
 Refusal ContextPool::Lease::run(const Buffer& src, const Buffer& dst) {
     {
-        std::lock_guard<std::mutex> lock(pool_->mutex_);
+        std::lock_guard<std::mutex> lock(g_locks.engines);
         slot_->src = src;
         slot_->dst = dst;
     }
@@ -187,7 +188,7 @@ void ContextPool::give_back(Slot* slot, const Refusal& no) {
         slot->context.close();
     if (no.error == -ENODEV || no.error == -ENXIO || no.error == -ENOENT) // the last: its node is gone
         forget_engine();
-    std::lock_guard<std::mutex> lock(mutex_);
+    std::lock_guard<std::mutex> lock(g_locks.engines);
     if (slot->doomed)
         slot->context.close();
     if (!slot->context.is_open())
@@ -197,7 +198,7 @@ void ContextPool::give_back(Slot* slot, const Refusal& no) {
 
 template <class Match>
 void ContextPool::drop_if(Match match) {
-    std::lock_guard<std::mutex> lock(mutex_);
+    std::lock_guard<std::mutex> lock(g_locks.engines);
     for (Slot& slot : slots_) {
         if (!match(slot))
             continue;
@@ -216,7 +217,7 @@ void ContextPool::drop_all() {
 
 void ContextPool::forget_engine() {
     drop_all();
-    std::lock_guard<std::mutex> lock(mutex_);
+    std::lock_guard<std::mutex> lock(g_locks.engines);
     looked_ = present_ = false;
 }
 

@@ -4,7 +4,6 @@
 // go.
 #pragma once
 
-#include <mutex>
 #include <utility>
 
 #include "backends/blit/m2m_context.h"
@@ -75,11 +74,8 @@ private:
     void give_back(Slot* slot, const Refusal& no);
     template <class Match>
     void drop_if(Match match);
-    static void before_fork();
-    static void after_fork();
     static void in_child();
 
-    std::mutex mutex_;
     bool looked_ = false;
     bool present_ = false;
     EngineInfo engine_;

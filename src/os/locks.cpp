@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: MIT
+#include "os/locks.h"
+
+#include <new>
+
+#include <pthread.h>
+
+namespace tavi {
+
+Locks g_locks; // without a constructor at run time: usable before and after all static objects
+
+namespace {
+
+void take_all() {
+    g_locks.engines.lock();
+    g_locks.registry.lock();
+    g_locks.pool.lock();
+    g_locks.settings.lock();
+    g_locks.log.lock();
+}
+
+void release_all() {
+    g_locks.log.unlock();
+    g_locks.settings.unlock();
+    g_locks.pool.unlock();
+    g_locks.registry.unlock();
+    g_locks.engines.unlock();
+}
+
+// Not released: a lock for readers and writers takes the child for another thread than the one that holds it.
+void make_new() { new (&g_locks) Locks; }
+
+// When the library is loaded: a handler that the first call set up could come too late.
+__attribute__((constructor)) void watch_forks() { ::pthread_atfork(take_all, release_all, make_new); }
+
+} // namespace
+} // namespace tavi
