@@ -2,6 +2,13 @@
 # moves region edges by a pixel on machines that have one.
 add_library(tavi_options INTERFACE)
 target_compile_options(tavi_options INTERFACE -Wall -Wextra -Wshadow -ffp-contract=off -ffunction-sections -fdata-sections)
+# The pixel loops name their own; what is around them is a fifth smaller so, and no slower.
+target_compile_options(tavi_options INTERFACE $<$<CONFIG:Release>:-O2>)
+# Hardening, as distributions build. Messages and debug data name files from the top of the tree.
+target_compile_options(tavi_options INTERFACE -fstack-protector-strong -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=)
+if(NOT TAVI_SANITIZE AND NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
+    target_compile_options(tavi_options INTERFACE -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
+endif()
 if(TAVI_WERROR)
     target_compile_options(tavi_options INTERFACE -Werror)
 endif()
