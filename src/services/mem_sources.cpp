@@ -2,6 +2,7 @@
 #define TAVI_LOG_TAG "tavi-mem"
 #include "services/mem_sources.h"
 
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -46,22 +47,27 @@ struct HeapList {
 bool is_system(const char* heap) { return std::strcmp(heap, "system") == 0; }
 
 HeapList list_heaps() {
+    static std::atomic<bool> reported{false}; // what is wrong with the setting is said once
     HeapList heaps;
-    if (const char* wanted = std::getenv("TAVI_DMA_HEAP"); wanted && *wanted) {
+    const char* const wanted = ::secure_getenv("TAVI_DMA_HEAP");
+    if (wanted && *wanted) {
         if (std::strcmp(wanted, "none") == 0)
             return heaps;
-        if (std::strchr(wanted, '/') || std::strlen(wanted) >= kNameBytes)
+        const bool is_name = !std::strchr(wanted, '/') && std::strlen(wanted) < kNameBytes;
+        if (is_name)
+            heaps.add(wanted);
+        else if (!reported.exchange(true))
             LOG_AS("tavi_mem_alloc", TAVI_LOG_ERROR,
                    "TAVI_DMA_HEAP=%s: the name of a heap in %s, or none, is allowed", wanted, kHeapFolder);
-        else
-            heaps.add(wanted);
     }
+    const bool named = heaps.count > 0;
     // The folder lists in no particular order; sorted, a machine takes the same heap every time.
     dirent** entries = nullptr;
     const int found = ::scandir(
         kHeapFolder, &entries, [](const dirent* e) { return e->d_name[0] == '.' ? 0 : 1; }, ::alphasort);
-    bool system = false;
+    bool system = false, has_wanted = false;
     for (int i = 0; i < found; ++i) {
+        has_wanted = has_wanted || (named && std::strcmp(entries[i]->d_name, heaps.name[0]) == 0);
         if (is_system(entries[i]->d_name))
             system = true;
         else
@@ -69,6 +75,9 @@ HeapList list_heaps() {
         std::free(entries[i]);
     }
     std::free(entries);
+    if (named && !has_wanted && !reported.exchange(true))
+        LOG_AS("tavi_mem_alloc", TAVI_LOG_WARN, "TAVI_DMA_HEAP=%s: no such heap in %s, others serve", wanted,
+               kHeapFolder);
     if (system)
         heaps.add("system");
     return heaps;
