@@ -2,7 +2,7 @@
 #include "backends/blit/tavi_blit.h"
 #include "backends/cpu/tavi_image_cpu.h"
 #include "backends/software/tavi_image_libyuv.h"
-#include "fakes/trace.h"
+#include "fakes/fakes.h"
 
 using fakes::call;
 
