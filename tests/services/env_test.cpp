@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "services/tavi_env.h"
 
-#include <climits>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -13,21 +13,12 @@
 namespace {
 
 TEST(Env, ReadsDecimalAndHexadecimalAndRefusesTheRest) {
-    const std::pair<const char*, int> good[] = {{"0", 0},
-                                                {"1", 1},
-                                                {"-17", -17},
-                                                {"+3", 3},
-                                                {"010", 10},
-                                                {"0x1F", 31},
-                                                {"-0X10", -16},
-                                                {"2147483647", INT_MAX},
-                                                {"-2147483648", INT_MIN}};
     CapturedLog log;
     int value = 99, number = 0;
-    for (const auto& [text, expected] : good) {
+    for (const char* text : {"0", "1", "-17", "+3", "010", "0x1F", "-0X10", "2147483647", "-2147483648"}) {
         setenv("TAVI_GOOD", text, 1);
         EXPECT_EQ(tavi_env_get_int("good", &value, 7), TAVI_RET_SUCCESS);
-        EXPECT_EQ(value, expected) << text;
+        EXPECT_EQ(value, strtol(text, nullptr, strpbrk(text, "xX") ? 16 : 10)) << text;
     }
     EXPECT_EQ(log.lines.size(), 0u);
     for (const char* text : {"2147483648", "-2147483649", "99999999999999999999999999", "0xffffffff", "", "-", "0x",
