@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
-// Every kernel of every build that the machine runs writes the bytes of its plain twin, at any width and alignment,
-// and none beyond.
+// Kernels that work on rows of scratch memory, where the sweeps over whole images see no byte too many: of every
+// build that the machine runs, they write the bytes of their plain twins, at any width and alignment, and none
+// beyond. Those of colour, order, orientation, halves, thirds and 16-bit samples work on images: tests/pixels has
+// them, in exact buffers, and by hashes with either build.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -41,6 +43,14 @@ protected:
         return p;
     }
 
+    /// Numbers from 0 on that are smaller than a bound.
+    template <class T>
+    std::vector<T> below(int bound, int count) {
+        std::vector<T> v(count);
+        std::generate(v.begin(), v.end(), [&] { return static_cast<T>(random_() % bound); });
+        return v;
+    }
+
     /// Rows of every width that end at the fence, and of some at every alignment: `off` bytes before it.
     template <class Body>
     void each_row(Body body) {
@@ -69,101 +79,6 @@ protected:
     std::vector<std::unique_ptr<FenceBuffer>> buffers_;
 };
 
-constexpr ColorSpace kSpaces[] = {{Matrix::bt601, false}, {Matrix::bt601, true},   {Matrix::bt709, false},
-                                  {Matrix::bt709, true},  {Matrix::bt2020, false}, {Matrix::bt2020, true}};
-
-int bytes_of(int rgb) { return rgb < kRGBA ? 3 : 4; }
-
-TEST_F(KernelsTest, YuvToRgb) {
-    for (const ColorSpace space : kSpaces)
-        each_row([&](int w, size_t off) {
-            const YuvToRgb& c = yuv_to_rgb_constants(space);
-            const int even = (w + 1) & ~1;
-            const uint8_t *y = noise(even, off), *u = noise(even / 2, off), *v = noise(even / 2, off);
-            const uint8_t *pairs = noise(even, off), *packed = noise(2 * even, off);
-            const uint16_t *wy = words(w, off), *wu = words(w, off), *wv = words(w, off), *wuv = words(2 * w, off);
-            for (int chroma = 0; chroma < kChromaKinds; ++chroma)
-                for (int rgb = 0; rgb < kRgbKinds; ++rgb) {
-                    same(even * bytes_of(rgb), off, [&](const Kernels& k, uint8_t* out) {
-                        k.yuv_to_rgb[chroma][rgb](chroma >= kPackedYUYV ? packed : y, chroma == kPlanar ? u : pairs,
-                                                  v, out, even, c);
-                    });
-                    if (chroma < 3)
-                        same(w * bytes_of(rgb), off, [&](const Kernels& k, uint8_t* out) {
-                            k.yuv444_to_rgb[chroma][rgb](wy, chroma == kPlanar ? wu : wuv, wv, out, w, c);
-                        });
-                }
-        });
-}
-
-TEST_F(KernelsTest, RgbToYuv) {
-    for (const ColorSpace space : kSpaces)
-        each_row([&](int width, size_t off) {
-            const RgbToYuv& c = rgb_to_yuv_constants(space);
-            const int even = (width + 1) & ~1;
-            const uint8_t *a = noise(4 * even, off), *b = noise(4 * even, off);
-            for (int rgb = 0; rgb < kRgbKinds; ++rgb)
-                for (int chroma = 0; chroma < 3; ++chroma) { // the rows end at the fence whatever the pixel size
-                    const uint8_t *p = a + (4 - bytes_of(rgb)) * even, *q = b + (4 - bytes_of(rgb)) * even;
-                    same(3 * even, off, [&](const Kernels& k, uint8_t* out) {
-                        uint8_t* uv = out + 2 * even;
-                        k.rgb_to_yuv420[chroma][rgb](p, q, out, out + even, uv, uv + even / 2, even, c);
-                    });
-                    same(2 * even, off, [&](const Kernels& k, uint8_t* out) {
-                        k.rgb_to_yuv422[chroma][rgb](p, out, out + even, out + even + even / 2, even, c);
-                    });
-                }
-        });
-}
-
-TEST_F(KernelsTest, GreyAndOrders) {
-    each_row([&](int w, size_t off) {
-        const int even = (w + 1) & ~1;
-        const uint8_t *a = noise(4 * w, off), *gray = noise(w, off), *gray16 = noise(2 * w, off);
-        const uint8_t *p = noise(2 * even, off), *q = noise(2 * even, off);
-        for (int kind : {0, 1})
-            same(3 * even, off, [&](const Kernels& k, uint8_t* out) {
-                k.packed_to_nv12[kind](p, q, out, out + even, out + 2 * even, even);
-            });
-        for (int from = 0; from < kRgbKinds; ++from) {
-            const uint8_t* rgb = a + (4 - bytes_of(from)) * w;
-            same(w, off, [&](const Kernels& k, uint8_t* out) { k.rgb_to_gray[from](rgb, out, w); });
-            same(2 * w, off, [&](const Kernels& k, uint8_t* out) { k.rgb_to_gray16[from](rgb, out, w); });
-            for (int to = 0; to < kRgbKinds; ++to)
-                if (from != to)
-                    same(w * bytes_of(to), off,
-                         [&](const Kernels& k, uint8_t* out) { k.rgb_to_rgb[from][to](rgb, out, w); });
-        }
-        for (int n : {3, 4})
-            same(n * w, off, [&](const Kernels& k, uint8_t* out) { k.gray_to_rgb[n - 3](gray, out, w); });
-        same(w, off, [&](const Kernels& k, uint8_t* out) { k.gray16_to_8(gray16, out, w); });
-    });
-}
-
-// Whole samples of full chroma give what subsampled ones do; grey in 16 bits is exact for every sum there is.
-TEST(Kernels, PlainLoopsAgreeWithEachOther) {
-    const Kernels& k = plain_kernels();
-    for (const ColorSpace space : kSpaces)
-        for (int i = 0; i < 65536; i += 5) {
-            const uint8_t y[2] = {uint8_t(i), uint8_t(i)}, u = uint8_t(i >> 8), v = uint8_t(i / 7);
-            const uint16_t wy = uint16_t(y[0] << 6), wu = uint16_t(u << 6), wv = uint16_t(v << 6);
-            uint8_t pair[6], one[3];
-            k.yuv_to_rgb[kPlanar][kRGB](y, &u, &v, pair, 2, yuv_to_rgb_constants(space));
-            k.yuv444_to_rgb[kPlanar][kRGB](&wy, &wu, &wv, one, 1, yuv_to_rgb_constants(space));
-            ASSERT_EQ(0, memcmp(pair, one, 3)) << i;
-        }
-    for (const Kernels* build : builds())
-        for (int g = 0; g < 256; ++g) {
-            uint8_t rgb[3 * 256];
-            uint16_t out[256];
-            for (int i = 0; i < 256; ++i)
-                rgb[3 * i] = uint8_t(i), rgb[3 * i + 1] = uint8_t(g), rgb[3 * i + 2] = uint8_t(i * 5 + g);
-            build->rgb_to_gray16[kRGB](rgb, reinterpret_cast<uint8_t*>(out), 256);
-            for (int i = 0; i < 256; ++i)
-                ASSERT_EQ(out[i], (gray_sum({rgb[3 * i], rgb[3 * i + 1], rgb[3 * i + 2]}) * 257 + 500) / 1000);
-        }
-}
-
 TEST_F(KernelsTest, VerticalScaling) {
     each_row([&](int n, size_t off) {
         const size_t even = off & ~size_t{1};
@@ -187,27 +102,6 @@ TEST_F(KernelsTest, VerticalScaling) {
                 rows.bottom = cut & 2 ? plane + (count + 1) * n : nullptr;
                 same(2 * n, even, [&](const Kernels& k, uint8_t* o) { k.box_rows(rows, u16(o), n); });
             }
-        }
-    });
-}
-
-TEST_F(KernelsTest, WideSamples) {
-    each_row([&](int n, size_t off) {
-        for (int count : {1, 2, 3, 9}) {
-            const WideRows rows = {noise(2 * static_cast<size_t>(n) * count, off), 2 * n, count, 0.11f, 0.23f, 0.31f};
-            same(4 * n, 0, [&](const Kernels& k, uint8_t* o) { k.wide_rows(rows, reinterpret_cast<float*>(o), n); });
-        }
-        std::vector<float> samples(n + 4), weight(5 * n);
-        std::vector<int32_t> start(n);
-        for (float& v : samples)
-            v = static_cast<float>(random_() % 65536);
-        for (int i = 0; i < n; ++i)
-            start[i] = static_cast<int32_t>(random_() % n);
-        for (float& w : weight)
-            w = static_cast<float>(random_() % 256) / 256; // sums beyond 1 reach the clamp
-        for (int taps : {1, 2, 5}) {
-            const WideFir t = {start.data(), weight.data(), taps, n};
-            same(2 * n, off, [&](const Kernels& k, uint8_t* o) { k.wide_fir(samples.data(), t, o); });
         }
     });
 }
@@ -257,37 +151,19 @@ TEST_F(KernelsTest, HorizontalScaling) {
 TEST_F(KernelsTest, Expanding) {
     for (int eights = 2; eights < 20; eights += 2)
         for (int bytes : {4, 16, 17, 40}) {
-            std::vector<int32_t> start(eights);
-            std::vector<uint8_t> index(8 * eights);
-            std::vector<int16_t> weight(8 * eights);
             const int next = static_cast<int>(random_() % 5), window = std::min(bytes, 16);
-            for (int32_t& v : start)
-                v = static_cast<int32_t>(random_() % (bytes - window + 1));
-            for (uint8_t& v : index)
-                v = static_cast<uint8_t>(random_() % std::max(1, window - next));
-            for (int16_t& v : weight)
-                v = static_cast<int16_t>(random_() % 16385);
+            const auto start = below<int32_t>(bytes - window + 1, eights);
+            const auto index = below<uint8_t>(std::max(1, window - next), 8 * eights);
+            const auto weight = below<int16_t>(16385, 8 * eights);
             const int reach = std::max(bytes, next + 1);
             const uint8_t* row = noise(reach, eights % 16);
-            for (const int16_t* weights :
-                 {static_cast<const int16_t*>(weight.data()), static_cast<const int16_t*>(nullptr)}) {
-                const ExpandTable t = {start.data(), index.data(), weights, next, eights, bytes >= 16};
+            for (const bool blends : {true, false}) {
+                const ExpandTable t = {start.data(), index.data(), blends ? weight.data() : nullptr,
+                                       next,         eights,       bytes >= 16};
                 same(16 * static_cast<size_t>(eights), 0,
                      [&](const Kernels& k, uint8_t* o) { k.expand(row, t, u16(o)); });
             }
         }
-}
-
-TEST_F(KernelsTest, HalvesAndThirds) {
-    for (int channels = 1; channels <= 4; ++channels)
-        each_row([&](int n, size_t off) {
-            const size_t out = static_cast<size_t>(n) * channels;
-            const uint8_t *a = noise(2 * out, off), *b = noise(2 * out), *c = noise(3 * out, off);
-            same(out, off, [&](const Kernels& k, uint8_t* o) { k.halve[channels - 1](a, b, o, n); });
-            same(out, off, [&](const Kernels& k, uint8_t* o) { k.third[channels - 1](c, o, n); });
-            if (channels < 3)
-                same(2 * out, 0, [&](const Kernels& k, uint8_t* o) { k.halve_to_16[channels - 1](a, b, u16(o), n); });
-        });
 }
 
 TEST_F(KernelsTest, AffineSpans) {
@@ -312,17 +188,6 @@ TEST_F(KernelsTest, Repetition) {
     each_row([&](int n, size_t off) {
         same(47 + n, off, [&](const Kernels& k, uint8_t* o) { k.repeat12(o, 47 + n, pattern.data()); });
     });
-}
-
-TEST_F(KernelsTest, Orientation) {
-    for (int step = 1; step <= 4; ++step)
-        each_row([&](int cols, size_t off) {
-            const ptrdiff_t pitch = static_cast<ptrdiff_t>(step) * cols;
-            const uint8_t *row = noise(pitch, off), *rows = noise(pitch * 16, off);
-            same(pitch, off, [&](const Kernels& k, uint8_t* o) { k.mirror[step - 1](row, o, cols); });
-            same(pitch * 16, off,
-                 [&](const Kernels& k, uint8_t* o) { k.transpose16[step - 1](rows, pitch, o, 16 * step, cols); });
-        });
 }
 
 // Each in a process of its own: the setting is read once.
