@@ -39,12 +39,16 @@ protected:
     Picture expected{TAVI_PIXEL_FORMAT_BGR888, 64, 32};
 };
 
-/// Letterbox at the bottom right, by whoever takes it.
+constexpr int kPadding = 0x10C080;
+
+/// Letterbox by whoever takes it, and where it landed.
 template <class... Last>
 int letterbox(int (*by)(tavi_image_t*, tavi_image_t*, int, int, float*, float*, float*, float*, Last...),
-              tavi_image_t& from, tavi_image_t& to, Last... last) {
-    return by(&from, &to, 0x102030, 2, nullptr, nullptr, nullptr, nullptr, last...);
+              tavi_image_t& from, tavi_image_t& to, int position, float (&f)[4], Last... last) {
+    return by(&from, &to, kPadding, position, &f[0], &f[1], &f[2], &f[3], last...);
 }
+
+tavi_rect_t rect_of(const Box& b) { return {b.x, b.y, b.x + b.width - 1, b.y + b.height - 1}; }
 
 TEST_F(Blit, TakesOnlyDevicesThatCanServe) {
     const struct {
@@ -81,21 +85,21 @@ TEST_F(Blit, TakesOnlyDevicesThatCanServe) {
 
 // Every pixel of the destination is known: inside the rectangle the source's, outside what was there before.
 TEST_F(Blit, ServesFormatsRectanglesAndFlips) {
-    const tavi_rect_t whole{0, 0, 63, 47};
+    const Box whole{0, 0, 64, 48};
     const struct {
         tavi_pixel_format format;
-        tavi_rect_t src, dst;
+        Box src, dst;
         int mode;
         bool multiplanar;
     } cases[] = {
         {TAVI_PIXEL_FORMAT_RGB888, whole, whole, 0, false},
         {TAVI_PIXEL_FORMAT_YUV420SP_NV12, whole, whole, 0, true},
-        {TAVI_PIXEL_FORMAT_YUV420SP_NV12, {4, 2, 23, 21}, {10, 6, 29, 25}, 0, true},
-        {TAVI_PIXEL_FORMAT_RGBA8888, {5, 3, 20, 18}, {0, 0, 15, 15}, 1, false},
-        {TAVI_PIXEL_FORMAT_YUV420P_YV12, {0, 0, 31, 31}, {32, 16, 63, 47}, 2, false},
-        {TAVI_PIXEL_FORMAT_BGR888, {1, 1, 1, 1}, {63, 47, 63, 47}, 3, true},
-        {TAVI_PIXEL_FORMAT_GRAY8, {7, 0, 36, 29}, {1, 9, 30, 38}, 3, false},
-        {TAVI_PIXEL_FORMAT_YUV422SP_NV16, {2, 5, 11, 10}, {4, 7, 13, 12}, 0, false},
+        {TAVI_PIXEL_FORMAT_YUV420SP_NV12, {4, 2, 20, 20}, {10, 6, 20, 20}, 0, true},
+        {TAVI_PIXEL_FORMAT_RGBA8888, {5, 3, 16, 16}, {0, 0, 16, 16}, 1, false},
+        {TAVI_PIXEL_FORMAT_YUV420P_YV12, {0, 0, 32, 32}, {32, 16, 32, 32}, 2, false},
+        {TAVI_PIXEL_FORMAT_BGR888, {1, 1, 1, 1}, {63, 47, 1, 1}, 3, true},
+        {TAVI_PIXEL_FORMAT_GRAY8, {7, 0, 30, 30}, {1, 9, 30, 30}, 3, false},
+        {TAVI_PIXEL_FORMAT_YUV422SP_NV16, {2, 5, 10, 6}, {4, 7, 10, 6}, 0, false},
     };
     for (const auto& c : cases) {
         ContextPool::instance().forget_engine();
@@ -103,20 +107,16 @@ TEST_F(Blit, ServesFormatsRectanglesAndFlips) {
         Picture in(c.format, 64, 48), out(c.format, 64, 48);
         in.draw(), out.draw(2);
         std::vector<uint8_t> want = out.bytes();
-        tavi_rect_t from = c.src, to = c.dst;
+        tavi_rect_t from = rect_of(c.src), to = rect_of(c.dst);
         ASSERT_EQ(tavi_image_convert_blit_with_crop(&in, &from, &out, &to, c.mode), 0) << log;
-        const ImageView s = make_view(in.data, c.format, 64, 48), d = make_view(want.data(), c.format, 64, 48);
+        const ImageView s = crop(make_view(in.data, c.format, 64, 48), c.src);
+        const ImageView d = crop(make_view(want.data(), c.format, 64, 48), c.dst);
         for (int i = 0; i < d.planes(); ++i) {
-            const PlaneRule& g = d.format->plane[i];
-            const int w = (to.right + 1 - to.left) >> g.xshift, h = (to.bottom + 1 - to.top) >> g.yshift;
-            for (int y = 0; y < h; ++y) {
-                for (int x = 0; x < w; ++x) {
-                    const int in_x = c.mode & 1 ? w - 1 - x : x, in_y = c.mode & 2 ? h - 1 - y : y;
-                    std::memcpy(d.plane[i].at((to.left >> g.xshift) + x, (to.top >> g.yshift) + y),
-                                s.plane[i].at((from.left >> g.xshift) + in_x, (from.top >> g.yshift) + in_y),
-                                static_cast<size_t>(g.step));
-                }
-            }
+            const PlaneView &p = s.plane[i], &q = d.plane[i];
+            for (int y = 0; y < q.rows; ++y)
+                for (int x = 0; x < q.cols; ++x)
+                    std::memcpy(q.at(x, y), p.at(c.mode & 1 ? p.cols - 1 - x : x, c.mode & 2 ? p.rows - 1 - y : y),
+                                static_cast<size_t>(q.step));
         }
         EXPECT_EQ(out.bytes(), want) << find_format(c.format)->name << " mode " << c.mode;
     }
@@ -244,6 +244,7 @@ TEST_F(Blit, AnyFailingCallIsServedBySoftware) {
     tavi_image_t from = small.by_descriptor(), boxed = result.by_descriptor(), to = boxed, top = wanted;
     tavi_image_t tall = wanted;
     to.height = top.height = 16, boxed.height = tall.height = 24;
+    float where[4];
     tavi_rect_t other{0, 0, 15, 12}, part{4, 2, 19, 14}, place{10, 1, 25, 13};
     const struct {
         const char* name;
@@ -251,8 +252,8 @@ TEST_F(Blit, AnyFailingCallIsServedBySoftware) {
     } requests[] = {
         {"whole", [&] { return tavi_image_convert(&from, &to, 0); },
          [&] { return tavi_image_convert_libyuv(&small, &top, 0); }},
-        {"letterbox", [&] { return letterbox(tavi_image_convert_keep_ratio_by_method, from, boxed, 0, 0); },
-         [&] { return letterbox(tavi_image_convert_keep_ration, small, tall); }},
+        {"letterbox", [&] { return letterbox(tavi_image_convert_keep_ratio_by_method, from, boxed, 2, where, 0, 0); },
+         [&] { return letterbox(tavi_image_convert_keep_ration, small, tall, 2, where); }},
         {"part", // around the rectangle nothing may change; software would fill it
          [&] {
              tavi_image_convert_blit_with_crop(&from, &other, &to, &place, 0);
@@ -405,22 +406,17 @@ TEST_F(Blit, LetterboxIsSoftwaresToThePixel) {
             ASSERT_EQ(tavi_blit_keep_ratio_resize_check(&in, &by_engine, 0), 1) << log;
             const int opens = engine.opens, jobs = engine.jobs;
             float a[4], b[4];
-            ASSERT_EQ(tavi_image_convert_keep_ratio_by_blit(&in, &by_engine, 0x10C080, position, &a[0], &a[1], &a[2],
-                                                            &a[3], 0),
-                      0)
-                << log;
+            ASSERT_EQ(letterbox(tavi_image_convert_keep_ratio_by_blit, in, by_engine, position, a, 0), 0) << log;
             EXPECT_EQ(engine.opens, opens) << "the check left it open";
             EXPECT_EQ(engine.jobs, jobs + 1);
-            ASSERT_EQ(
-                tavi_image_convert2_libyuv(&in, &by_software, 1, 0x10C080, position, &b[0], &b[1], &b[2], &b[3], 0),
-                0);
+            ASSERT_EQ(letterbox(tavi_image_convert_keep_ration, in, by_software, position, b), 0);
             EXPECT_EQ(by_engine.bytes(), by_software.bytes()) << find_format(c.format)->name << " at " << position;
             EXPECT_EQ(std::memcmp(a, b, sizeof(a)), 0);
         }
     }
     dst.height = 16;
-    EXPECT_EQ(tavi_image_convert_keep_ratio_by_blit(&src, &dst, 0, 3, nullptr, nullptr, nullptr, nullptr, 0),
-              TAVI_RET_PARAM_ERR);
+    float where[4];
+    EXPECT_EQ(letterbox(tavi_image_convert_keep_ratio_by_blit, src, dst, 3, where, 0), TAVI_RET_PARAM_ERR);
     ContextPool::instance().forget_engine();
     engine.selections = false; // nobody would retry in software: the check must say so
     EXPECT_EQ(tavi_blit_keep_ratio_resize_check(&src, &dst, 0), 0);
@@ -473,6 +469,67 @@ TEST_F(Blit, ThreadsShareAndLoseContexts) {
     all.clear();
     late.join();
     EXPECT_EQ(result, 0) << "busy is no refusal";
+}
+
+// The fields that are asked for of RGB and YUV. An explicit range of YUV would pass to an RGB result.
+TEST(Layout, AsksForTheColoursOfEverySetting) {
+    const struct {
+        ColorSpace space;
+        unsigned of_yuv, encoding;
+    } cases[] = {{{Matrix::bt601, false}, V4L2_COLORSPACE_SMPTE170M, V4L2_YCBCR_ENC_601},
+                 {{Matrix::bt601, true}, V4L2_COLORSPACE_JPEG, V4L2_YCBCR_ENC_601},
+                 {{Matrix::bt709, false}, V4L2_COLORSPACE_REC709, V4L2_YCBCR_ENC_709},
+                 {{Matrix::bt2020, true}, V4L2_COLORSPACE_BT2020, V4L2_YCBCR_ENC_BT2020}};
+    for (const auto& c : cases)
+        for (const auto format : {TAVI_PIXEL_FORMAT_YUV420SP_NV12, TAVI_PIXEL_FORMAT_RGB888}) {
+            const bool rgb = format == TAVI_PIXEL_FORMAT_RGB888, full = c.space.full_range;
+            const Side side{format, 64, 48, {}};
+            EngineInfo able;
+            able.sets_range.add(format);
+            Layout layout(side, c.space);
+            EXPECT_EQ(layout.color.colorspace, rgb ? unsigned{V4L2_COLORSPACE_SRGB} : c.of_yuv);
+            EXPECT_EQ(layout.color.encoding, c.encoding);
+            EXPECT_EQ(layout.color.range, full ? 1u : 0u);
+            EXPECT_FALSE(compare_layout(kResult, side, c.space, layout, layout));
+            layout.choose_colors(side, c.space, able);
+            EXPECT_EQ(layout.color.range, rgb || full ? 1u : 2u);
+            EXPECT_FALSE(compare_layout(kResult, side, c.space, layout, layout));
+        }
+}
+
+TEST_F(Blit, AsksForTheColoursOfTheSetting) {
+    ::setenv("TAVI_YUV", "bt709-full", 1);
+    Picture in(TAVI_PIXEL_FORMAT_YUV420SP_NV12, 64, 48), by_engine(in.pixel_format, 64, 64);
+    Picture by_software(in.pixel_format, 64, 64);
+    std::memset(in.data, 77, in.size);
+    is_blit_support();
+    int asked = 0;
+    engine.adjust_format = [&](v4l2_format& f) {
+        const v4l2_pix_format& p = f.fmt.pix;
+        asked += p.colorspace == V4L2_COLORSPACE_REC709 && p.ycbcr_enc == V4L2_YCBCR_ENC_709 &&
+                 p.quantization == V4L2_QUANTIZATION_FULL_RANGE;
+    };
+    const auto by_blit = [&] { // nobody need ask where it landed
+        return tavi_image_convert_keep_ratio_by_blit(&in, &by_engine, kPadding, 2, nullptr, nullptr, nullptr, nullptr,
+                                                     0);
+    };
+    EXPECT_EQ(by_blit(), 0) << log;
+    EXPECT_EQ(asked, 2);
+    float where[4];
+    EXPECT_EQ(letterbox(tavi_image_convert_keep_ration, in, by_software, 2, where), 0);
+    EXPECT_EQ(by_engine.bytes(), by_software.bytes()) << "picture and padding";
+    EXPECT_EQ(by_engine.data[0],
+              yuv_of({kPadding >> 16, kPadding >> 8 & 255, kPadding & 255}, {Matrix::bt709, true}).y);
+    const auto refused = [&](uint32_t v4l2_pix_format::*field, uint32_t answer, const char* reason) {
+        ContextPool::instance().drop_all();
+        engine.adjust_format = [=](v4l2_format& f) { f.fmt.pix.*field = answer; };
+        EXPECT_NE(by_blit(), 0);
+        EXPECT_TRUE(logged(reason)) << log;
+    };
+    refused(&v4l2_pix_format::ycbcr_enc, V4L2_YCBCR_ENC_601,
+            "colour matrix: the engine uses 1, 2 (BT.709) was asked for");
+    refused(&v4l2_pix_format::quantization, V4L2_QUANTIZATION_LIM_RANGE,
+            "colour range: the engine uses 2, 1 (full) was asked for");
 }
 
 } // namespace

@@ -33,16 +33,9 @@ bool is_source(uint32_t type) {
     return type == V4L2_BUF_TYPE_VIDEO_OUTPUT || type == V4L2_BUF_TYPE_VIDEO_OUTPUT_MPLANE;
 }
 
-/// The fields of a format that the engine looks at; the multi-planar ones are packed and cannot be referred to.
-struct Fields {
-    uint32_t fourcc, width, height, bytes;
-};
-
-Fields fields(const v4l2_format& f, bool multiplanar) {
-    const v4l2_pix_format_mplane& m = f.fmt.pix_mp;
-    const v4l2_pix_format& s = f.fmt.pix;
-    return multiplanar ? Fields{m.pixelformat, m.width, m.height, m.plane_fmt[0].sizeimage}
-                       : Fields{s.pixelformat, s.width, s.height, s.sizeimage};
+/// Both kinds of format have the sides and the name of the pixels in one place, and the bytes in two.
+uint32_t bytes_of(const v4l2_format& f, bool multiplanar) {
+    return multiplanar ? f.fmt.pix_mp.plane_fmt[0].sizeimage : f.fmt.pix.sizeimage;
 }
 
 ino_t inode_of(int fd) {
@@ -99,8 +92,6 @@ int ScriptedEngine::open(const char* path) {
     ++opens;
     const int fd = ::memfd_create("engine", MFD_CLOEXEC);
     contexts_[fd] = Context();
-    for (Queue& q : contexts_[fd].queue)
-        q.box = {0, 0, 64, 64};
     return fd;
 }
 
@@ -143,22 +134,15 @@ int ScriptedEngine::dispatch(Context& c, unsigned long request, void* argument) 
     const auto queue = [&c](uint32_t type) -> Queue& { return c.queue[!is_source(type)]; };
     if (request == VIDIOC_QUERYCAP) {
         auto& a = as<v4l2_capability>(argument);
-        std::strcpy(reinterpret_cast<char*>(a.driver), "script");
         const uint32_t kind = multiplanar ? V4L2_CAP_VIDEO_M2M_MPLANE : V4L2_CAP_VIDEO_M2M;
         a.device_caps = capabilities ? capabilities : kind | V4L2_CAP_STREAMING;
         a.capabilities = a.device_caps | V4L2_CAP_DEVICE_CAPS;
     } else if (request == VIDIOC_ENUM_FMT) {
         auto& a = as<v4l2_fmtdesc>(argument);
-        std::vector<uint32_t> list;
-        for (uint32_t i = 0; i < 16; ++i) {
-            if (const uint32_t fourcc = fourcc_of(i))
-                list.push_back(fourcc);
-        }
-        if (compressed_results && !is_source(a.type))
-            list = {V4L2_PIX_FMT_H264};
-        if (a.index >= list.size())
+        const bool compressed = compressed_results && !is_source(a.type);
+        if (a.index >= (compressed ? 1 : 16))
             return -EINVAL;
-        a.pixelformat = list[a.index];
+        a.pixelformat = compressed ? V4L2_PIX_FMT_H264 : fourcc_of(a.index);
         a.flags = matrix_control ? V4L2_FMT_FLAG_CSC_YCBCR_ENC | V4L2_FMT_FLAG_CSC_QUANTIZATION : 0;
     } else if (request == VIDIOC_QUERYCTRL) {
         return alpha || as<v4l2_queryctrl>(argument).id != V4L2_CID_ALPHA_COMPONENT ? 0 : -EINVAL;
@@ -178,8 +162,7 @@ int ScriptedEngine::dispatch(Context& c, unsigned long request, void* argument) 
         if (adjust_format)
             adjust_format(a);
         q.format = a;
-        const Fields f = fields(a, multiplanar);
-        q.box = {0, 0, f.width, f.height};
+        q.box = {0, 0, a.fmt.pix.width, a.fmt.pix.height};
     } else if (request == VIDIOC_G_FMT) {
         auto& a = as<v4l2_format>(argument);
         a = queue(a.type).format;
@@ -213,7 +196,7 @@ int ScriptedEngine::dispatch(Context& c, unsigned long request, void* argument) 
         Queue& q = queue(a.type);
         const int fd = multiplanar ? a.m.planes[0].m.fd : a.m.fd;
         const uint32_t length = multiplanar ? a.m.planes[0].length : a.length;
-        if (!q.requested || q.buffer >= 0 || fd < 0 || length < fields(q.format, multiplanar).bytes)
+        if (!q.requested || q.buffer >= 0 || fd < 0 || length < bytes_of(q.format, multiplanar))
             return -EINVAL;
         q.buffer = fd;
         // The first import of a source cleans the caches, that of a result throws them away.
@@ -261,20 +244,19 @@ int ScriptedEngine::wait(int fd, short events) {
 
 void ScriptedEngine::run(Context& c, bool with_garbage) {
     ++jobs;
-    const Fields sf = fields(c.queue[0].format, multiplanar), df = fields(c.queue[1].format, multiplanar);
     c.queue[0].done = c.queue[1].done = true;
-    std::vector<uint8_t>& from = buffers_.at(inode_of(c.queue[0].buffer)).memory;
-    std::vector<uint8_t>& to = buffers_.at(inode_of(c.queue[1].buffer)).memory;
+    const auto view = [this](const Queue& q) {
+        const v4l2_pix_format& f = q.format.fmt.pix;
+        const auto format = static_cast<tavi_pixel_format>(format_of_fourcc(f.pixelformat));
+        return crop(make_view(buffers_.at(inode_of(q.buffer)).memory.data(), format, int(f.width), int(f.height)),
+                    Box{q.box.left, q.box.top, int(q.box.width), int(q.box.height)});
+    };
     if (with_garbage) {
-        std::memset(to.data(), 0xEE, df.bytes);
+        std::memset(buffers_.at(inode_of(c.queue[1].buffer)).memory.data(), 0xEE,
+                    bytes_of(c.queue[1].format, multiplanar));
         return;
     }
-    const auto view = [](std::vector<uint8_t>& memory, const Fields& f, const v4l2_rect& r) {
-        const auto format = static_cast<tavi_pixel_format>(format_of_fourcc(f.fourcc));
-        return crop(make_view(memory.data(), format, static_cast<int>(f.width), static_cast<int>(f.height)),
-                    Box{r.left, r.top, static_cast<int>(r.width), static_cast<int>(r.height)});
-    };
-    const ImageView src = view(from, sf, c.queue[0].box), dst = view(to, df, c.queue[1].box);
+    const ImageView src = view(c.queue[0]), dst = view(c.queue[1]);
     // Of formats with the same planes: red and blue.
     const bool exchange = src.format->swapped() != dst.format->swapped();
     const bool flip_h = c.controls[V4L2_CID_HFLIP], flip_v = c.controls[V4L2_CID_VFLIP];
