@@ -2,18 +2,12 @@
 // The blit backend and device memory on the kernel's own devices: in the test machine vim2m, vicodec, the DMA heaps
 // and udmabuf. Skipped where there is no engine, except where one is expected.
 #include <algorithm>
-#include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <memory>
 #include <string>
-#include <thread>
-#include <vector>
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include "backends/blit/context_pool.h"
 #include "backends/blit/tavi_blit.h"
@@ -136,68 +130,6 @@ TEST_F(Engine, WholeRequestsAgreeWithSoftware) {
             }
         }
     }
-}
-
-// No rectangles: part of an image is software's.
-TEST_F(Engine, WholeImagesOnly) {
-    if (!logged("vim2m"))
-        GTEST_SKIP() << "written for what vim2m lacks";
-    Picture src(TAVI_PIXEL_FORMAT_RGB888, 64, 48), dst(TAVI_PIXEL_FORMAT_RGB888, 64, 48);
-    Picture want(TAVI_PIXEL_FORMAT_RGB888, 64, 48, TAVI_MEM_TYPE_HEAP);
-    tavi_rect_t part{0, 0, 31, 31};
-    ASSERT_EQ(tavi_image_convert_with_crop(&src.draw(), &part, &dst, nullptr, 0), 0);
-    EXPECT_TRUE(logged("whole images only")) << log;
-    tavi_image_crop_and_resize_cpu(&src, &part, &want, 0);
-    EXPECT_EQ(worst_difference(dst, want), 0);
-}
-
-// The contiguous region holds 32 MiB: what a context keeps imported is missing there.
-TEST_F(Engine, FreedBuffersAreFreed) {
-    tavi_mem_record_t probe{};
-    if (tavi_mem_alloc(4096, TAVI_MEM_TYPE_CONTIGUOUS, &probe) != 0)
-        GTEST_SKIP() << "no contiguous heap";
-    tavi_mem_free_by_virt_addr(probe.virt_addr);
-    for (int round = 0; round < 3; ++round) {
-        tavi_mem_record_t large{};
-        ASSERT_EQ(tavi_mem_alloc(20 << 20, TAVI_MEM_TYPE_CONTIGUOUS, &large), 0) << "round " << round;
-        tavi_image_t src{};
-        src.pixel_format = TAVI_PIXEL_FORMAT_RGB888;
-        src.width = src.height = 64;
-        src.data = static_cast<uint8_t*>(large.virt_addr);
-        src.fd = large.fd;
-        Picture dst(TAVI_PIXEL_FORMAT_BGR888, 64, 64);
-        ASSERT_EQ(tavi_image_convert_blit(&src, &dst, 0), 0) << log;
-        tavi_mem_free_by_virt_addr(large.virt_addr);
-    }
-}
-
-TEST_F(Engine, ThreadsAndChildrenHaveTheirOwnContexts) {
-    std::atomic<int> wrong{0};
-    const auto work = [&wrong](int t) {
-        Picture src(TAVI_PIXEL_FORMAT_RGB888, 64, 48), dst(TAVI_PIXEL_FORMAT_BGR888, 64, 48);
-        for (int i = 0; i < 10; ++i) {
-            std::memset(src.data, t * 10 + i, src.size);
-            wrong += tavi_image_convert_blit(&src, &dst, 0) != 0;
-            const DmaSync pass(dst.fd, Access::read);
-            wrong += std::count(dst.data, dst.data + dst.size, t * 10 + i) != static_cast<ptrdiff_t>(dst.size);
-        }
-    };
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 8; ++t)
-        threads.emplace_back(work, t);
-    for (std::thread& t : threads)
-        t.join();
-    EXPECT_EQ(wrong, 0) << log;
-    const pid_t child = ::fork();
-    if (child == 0) {
-        work(9);
-        ::_exit(wrong ? 1 : 0);
-    }
-    work(8);
-    int status = -1;
-    ::waitpid(child, &status, 0);
-    EXPECT_EQ(status, 0);
-    EXPECT_EQ(wrong, 0);
 }
 
 double seconds(clockid_t clock) {
