@@ -42,9 +42,9 @@ TEST(Letterbox, RoundsToPixelsAndWholeChromaSamples) {
     constexpr auto kCentre = LetterboxPosition::centre, kTopLeft = LetterboxPosition::top_left,
                    kBottomRight = LetterboxPosition::bottom_right;
     const struct {
-        int src_width, src_height, dst_width, dst_height, grid;
+        int width, height, dst_width, dst_height, grid;
         LetterboxPosition position;
-        Box picture;
+        std::array<int, 4> picture;
     } rows[] = {
         {1000, 333, 100, 100, 1, kCentre, {0, 33, 100, 33}},
         {1000, 336, 100, 100, 1, kCentre, {0, 33, 100, 34}},
@@ -61,12 +61,9 @@ TEST(Letterbox, RoundsToPixelsAndWholeChromaSamples) {
         {1000, 1, 100, 101, 2, kBottomRight, {0, 98, 100, 3}},
         {1000, 345, 100, 101, 2, kTopLeft, {0, 0, 100, 36}},
     };
-    for (const auto& row : rows) {
-        const Letterbox g = letterbox_geometry(row.src_width, row.src_height, row.dst_width, row.dst_height,
-                                               {row.grid, row.grid}, row.position);
-        EXPECT_EQ((std::array{g.x, g.y, g.width, g.height}),
-                  (std::array{row.picture.x, row.picture.y, row.picture.width, row.picture.height}))
-            << row.src_width << "x" << row.src_height << " grid " << row.grid;
+    for (const auto& [width, height, dst_width, dst_height, grid, position, picture] : rows) {
+        const Letterbox g = letterbox_geometry(width, height, dst_width, dst_height, {grid, grid}, position);
+        EXPECT_EQ((std::array{g.x, g.y, g.width, g.height}), picture) << width << "x" << height << " grid " << grid;
     }
 }
 
@@ -78,18 +75,16 @@ TEST(Letterbox, ReportsWhatItPainted) {
                      {std::array<int, 4>{64, 36, 40, 40}, {30, 60, 41, 33}, {9, 9, 33, 17}, {200, 10, 20, 31}}) {
                     Pixels src(s, z[0], z[1]), dst(d, z[2], z[3]);
                     src.flat({255, 255, 255});
-                    float sx, sy, left, top;
-                    ASSERT_EQ(tavi_image_convert2_libyuv(&src.img, &dst.img, 1, 0x204080, position, &sx, &sy, &left,
-                                                         &top, 0),
+                    float f[4];
+                    ASSERT_EQ(tavi_image_convert2_libyuv(&src.img, &dst.img, 1, 0x204080, position, &f[0], &f[1],
+                                                         &f[2], &f[3], 0),
                               0);
                     ASSERT_TRUE(dst.intact());
-                    const int x0 = int(left), y0 = int(top), x1 = x0 + int(sx * z[0] + 0.5f),
-                              y1 = y0 + int(sy * z[1] + 0.5f);
                     RefImage expected = ref_convert(RefImage(Model::rgb, z[2], z[3], {0x20, 0x40, 0x80}), d);
                     const Color picture = ref_convert(src.colors(), d).at(0, 0);
-                    for (int y = y0; y < y1; ++y)
-                        for (int x = x0; x < x1; ++x)
-                            expected.at(x, y) = picture;
+                    for (int y = 0; y < int(f[1] * z[1] + 0.5f); ++y)
+                        for (int x = 0; x < int(f[0] * z[0] + 0.5f); ++x)
+                            expected.at(int(f[2]) + x, int(f[3]) + y) = picture;
                     ASSERT_LE(dst.error(expected), 1.01)
                         << "format " << s << " to " << d << " " << z[2] << "x" << z[3] << " position " << position;
                 }
