@@ -1,12 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Runs the examples of the reference pages.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <string>
-
+#include "backends/device_test.h"
 #include "support/temp_file.h"
-#include "tavi_image.h"
 
 extern "C" int photo_to_frame(const char* photo, const char* frame);
 extern "C" int mark(tavi_image_t* frame, tavi_rect_t box, const char* name, float score);
@@ -25,21 +20,6 @@ extern "C" int transposed(tavi_image_t* src, tavi_image_t* dst);
 int borrow_memory();
 std::string why_refused();
 int retries();
-
-namespace {
-
-// An image of one value, on the service's heap.
-tavi_image_t flat(tavi_pixel_format format, uint32_t width, uint32_t height, uint8_t value) {
-    tavi_image_t img = {};
-    img.pixel_format = format;
-    img.width = width;
-    img.height = height;
-    EXPECT_EQ(tavi_image_create_mem2(&img, 0), TAVI_RET_SUCCESS);
-    std::fill_n(img.data, img.size, value);
-    return img;
-}
-
-} // namespace
 
 TEST(Examples, DoWhatTheirPagesSay) {
     const TempFile jpeg(".jpg");
@@ -72,20 +52,21 @@ TEST(Examples, OfFormatsMemoryAndSettings) {
 }
 
 TEST(Examples, OfConversionRegionsAndTransforms) {
-    tavi_image_t frame = flat(TAVI_PIXEL_FORMAT_YUV420SP_NV12, 1920, 1080, 128), rgb;
+    tavi::test::Picture frame(TAVI_PIXEL_FORMAT_YUV420SP_NV12, 1920, 1080), input(TAVI_PIXEL_FORMAT_RGB888, 640, 640);
+    tavi::test::Picture face(TAVI_PIXEL_FORMAT_RGB888, 112, 112);
+    std::memset(frame.data, 128, frame.size);
+    tavi_image_t rgb, cut, turned;
     ASSERT_EQ(prepare(&frame, &rgb), TAVI_RET_SUCCESS);
     EXPECT_TRUE(rgb.width == 320 && rgb.data[0] == 130); // luma 128 of the limited range
     EXPECT_EQ(tavi_image_release(&rgb), TAVI_RET_SUCCESS);
     ASSERT_EQ(upright_rgb(&frame, &rgb), TAVI_RET_SUCCESS);
     EXPECT_EQ(rgb.width, 540u);
     EXPECT_EQ(rgb.data[0], 130);
-    tavi_image_t input = flat(TAVI_PIXEL_FORMAT_RGB888, 640, 640, 0);
     tavi_rect_t r;
     ASSERT_EQ(fit_and_map_back(&frame, &input, {320, 320, 399, 379}, &r), TAVI_RET_SUCCESS);
     EXPECT_TRUE(r.left == 960 && r.top == 540 && r.right == 1199 && r.bottom == 719);
     EXPECT_EQ(input.data[0], 0x72);
 
-    tavi_image_t face = flat(TAVI_PIXEL_FORMAT_RGB888, 112, 112, 0), cut, turned;
     ASSERT_EQ(face_input(&frame, {100, 100, 199, 219}, &face), TAVI_RET_SUCCESS);
     EXPECT_EQ(face.data[face.size - 1], 130);
     EXPECT_EQ(next_region(&frame, {1900, 1060, 1919, 1079}, &face), TAVI_RET_SUCCESS);
@@ -98,6 +79,6 @@ TEST(Examples, OfConversionRegionsAndTransforms) {
     EXPECT_EQ(face.data[3 * (112 * 40 + 40)], 130);
     ASSERT_EQ(transposed(&rgb, &turned), TAVI_RET_SUCCESS);
     EXPECT_EQ(turned.width, rgb.height);
-    for (tavi_image_t* img : {&frame, &rgb, &input, &face, &cut, &turned})
+    for (tavi_image_t* img : {&rgb, &cut, &turned})
         EXPECT_EQ(tavi_image_release(img), TAVI_RET_SUCCESS);
 }

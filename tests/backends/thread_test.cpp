@@ -1,15 +1,10 @@
 // SPDX-License-Identifier: MIT
 // Eight threads convert, allocate and log at once.
-#include <gtest/gtest.h>
-
 #include <atomic>
-#include <cstring>
 #include <thread>
-#include <vector>
 
-#include "services/tavi_logger.h"
+#include "backends/device_test.h"
 #include "services/tavi_mem.h"
-#include "tavi_image.h"
 
 namespace {
 
@@ -24,18 +19,9 @@ TEST(Threads, ConvertAllocateAndLogAtOnce) {
     for (int t = 0; t < 8; ++t)
         threads.emplace_back([t, &wrong] {
             for (int i = 0; i < 30; ++i) {
-                tavi_image_t src = {}, dst = {};
-                src.pixel_format = static_cast<tavi_pixel_format>((t + i) % 16);
-                dst.pixel_format = static_cast<tavi_pixel_format>((t * 3 + i) % 16);
-                src.width = 64 + 2 * t, src.height = 48;
-                dst.width = 40, dst.height = 90 - 2 * t;
-                const int type = i % 2;
-                if (tavi_image_create_mem2(&src, type) || tavi_image_create_mem2(&dst, 1 - type)) {
-                    ++wrong;
-                    return;
-                }
-                for (uint32_t k = 0; k < src.size; ++k)
-                    src.data[k] = 130;
+                tavi::test::Picture src(static_cast<tavi_pixel_format>((t + i) % 16), 64 + 2 * t, 48, i % 2);
+                tavi::test::Picture dst(static_cast<tavi_pixel_format>((t * 3 + i) % 16), 40, 90 - 2 * t, 1 - i % 2);
+                std::memset(src.data, 130, src.size);
                 wrong += tavi_image_convert(&src, &dst, 0) != 0;
                 for (int k = 0; k < 60; ++k) { // the registry and the pool, among many changes
                     tavi_mem_record_t r = {};
@@ -47,8 +33,6 @@ TEST(Threads, ConvertAllocateAndLogAtOnce) {
                 }
                 if (i % 8 == 0)
                     tavi_mem_trim();
-                wrong += tavi_image_release(&src) != 0;
-                wrong += tavi_image_release(&dst) != 0;
             }
         });
     for (std::thread& t : threads)

@@ -2,13 +2,9 @@
 // How many descriptors this process has open, to notice one that leaks.
 #pragma once
 
-#include <dirent.h>
+#include <filesystem>
+#include <iterator>
 
 inline int open_descriptors() {
-    int count = 0;
-    DIR* folder = ::opendir("/proc/self/fd");
-    while (::readdir(folder))
-        ++count;
-    ::closedir(folder);
-    return count;
+    return static_cast<int>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
 }

@@ -6,6 +6,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -20,20 +21,19 @@ public:
     /// `misalign` bytes are left between the buffer's end and the fence, to try other alignments of its start.
     explicit FenceBuffer(size_t size, size_t misalign = 0) : size_(size) {
         const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
-        const size_t inside = (size + misalign + page - 1) / page * page;
-        inside_ = inside;
-        std::vector<uint8_t*>& spare = spares()[inside];
+        inside_ = (size + misalign + page - 1) / page * page;
+        std::vector<uint8_t*>& spare = spares()[inside_];
         if (spare.empty()) {
             auto* map = static_cast<uint8_t*>(
-                mmap(nullptr, inside + 2 * page, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-            if (map == MAP_FAILED || mprotect(map + page, inside, PROT_READ | PROT_WRITE))
+                mmap(nullptr, inside_ + 2 * page, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+            if (map == MAP_FAILED || mprotect(map + page, inside_, PROT_READ | PROT_WRITE))
                 abort();
             spare.push_back(map + page);
         }
         front_ = spare.back();
         spare.pop_back();
-        data_ = front_ + inside - misalign - size;
-        std::memset(front_, kFill, inside);
+        data_ = front_ + inside_ - misalign - size;
+        std::memset(front_, kFill, inside_);
     }
     FenceBuffer(const FenceBuffer&) = delete;
     FenceBuffer& operator=(const FenceBuffer&) = delete;
@@ -44,13 +44,8 @@ public:
 
     /// Whether the bytes around the buffer, up to the fences, are as they were.
     bool intact() const {
-        for (const uint8_t* p = front_; p < data_; ++p)
-            if (*p != kFill)
-                return false;
-        for (const uint8_t* p = data_ + size_; reinterpret_cast<uintptr_t>(p) % 4096; ++p)
-            if (*p != kFill)
-                return false;
-        return true;
+        const auto is_fill = [](uint8_t byte) { return byte == kFill; };
+        return std::all_of(front_, data_, is_fill) && std::all_of(data_ + size_, front_ + inside_, is_fill);
     }
 
 private:
