@@ -9,6 +9,8 @@ target_compile_options(tavi_options INTERFACE -fstack-protector-strong -ffile-pr
 if(NOT TAVI_SANITIZE AND NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
     target_compile_options(tavi_options INTERFACE -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
 endif()
+# 64-bit lengths and inodes on 32-bit machines too: without, a file that has one counts as absent.
+target_compile_definitions(tavi_options INTERFACE _FILE_OFFSET_BITS=64)
 if(TAVI_WERROR)
     target_compile_options(tavi_options INTERFACE -Werror)
 endif()

@@ -8,12 +8,14 @@
 #include <sys/ioctl.h>
 #include <sys/mman.h>
 
+#include "os/open_file.h"
+
 namespace tavi {
 namespace {
 
 int kernel_open(const char* path) {
-    const int fd = ::open(path, O_RDWR | O_NONBLOCK | O_CLOEXEC);
-    return fd < 0 ? -errno : fd;
+    UniqueFd fd = open_file(path, O_RDWR | O_NONBLOCK);
+    return fd ? fd.release() : -errno;
 }
 
 int kernel_control(int fd, unsigned long request, void* argument) {

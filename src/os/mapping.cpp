@@ -11,6 +11,7 @@
 #include <sys/sysmacros.h>
 
 #include "os/kernel_calls.h"
+#include "os/open_file.h"
 
 namespace tavi {
 
@@ -22,7 +23,7 @@ bool is_same_buffer(int fd, int other) {
 
 int64_t offset_in_buffer(const void* data, int fd) {
     struct stat wanted {};
-    std::FILE* list = ::fstat(fd, &wanted) == 0 ? std::fopen("/proc/self/maps", "re") : nullptr;
+    std::FILE* list = ::fstat(fd, &wanted) == 0 ? open_to_read("/proc/self/maps") : nullptr;
     if (!list)
         return -1;
     const auto address = reinterpret_cast<uintptr_t>(data);

@@ -38,8 +38,9 @@ private:
 };
 
 /// The same file under a number of 3 or more. With standard input closed the kernel hands out 0, which an image
-/// record reads as "no descriptor". Empty when the process has no descriptor left.
-inline UniqueFd away_from_zero(UniqueFd fd) {
+/// record reads as "no descriptor", and with standard error closed 2, to which log lines go. Empty, with errno set,
+/// when the process has no descriptor left.
+inline UniqueFd above_standard(UniqueFd fd) {
     if (!fd || fd.get() > 2)
         return fd;
     return UniqueFd(::fcntl(fd.get(), F_DUPFD_CLOEXEC, 3));

@@ -15,6 +15,7 @@
 #include <sys/ioctl.h>
 #include <sys/mman.h>
 
+#include "os/open_file.h"
 #include "services/log.h"
 #include "services/mem_hooks.h"
 #include "services/tavi_mem.h"
@@ -83,10 +84,8 @@ HeapList list_heaps() {
     return heaps;
 }
 
-UniqueFd open_node(const char* path, int flags) { return UniqueFd(::open(path, flags | O_CLOEXEC)); }
-
 UniqueFd from_heap(const char* path, uint32_t bytes) {
-    UniqueFd heap = open_node(path, O_RDONLY);
+    UniqueFd heap = open_file(path, O_RDONLY);
     if (!heap)
         return {};
     dma_heap_allocation_data request{};
@@ -101,7 +100,7 @@ UniqueFd from_heap(const char* path, uint32_t bytes) {
 
 /// A memfd that cannot shrink under those who have mapped it.
 UniqueFd from_memfd(uint32_t bytes) {
-    UniqueFd fd(::memfd_create("tavi", MFD_CLOEXEC | MFD_ALLOW_SEALING));
+    UniqueFd fd = above_standard(UniqueFd(::memfd_create("tavi", MFD_CLOEXEC | MFD_ALLOW_SEALING)));
     const auto whole_pages = static_cast<off_t>((bytes + (kPage - 1)) & ~(kPage - 1));
     if (!fd || ::ftruncate(fd.get(), whole_pages) != 0 || ::fcntl(fd.get(), F_ADD_SEALS, F_SEAL_SHRINK) != 0)
         return {};
@@ -109,7 +108,7 @@ UniqueFd from_memfd(uint32_t bytes) {
 }
 
 UniqueFd from_udmabuf(uint32_t bytes) {
-    UniqueFd node = open_node(kUdmabufNode, O_RDWR);
+    UniqueFd node = open_file(kUdmabufNode, O_RDWR);
     if (!node)
         return {};
     UniqueFd memory = from_memfd(bytes);
@@ -133,7 +132,7 @@ UniqueFd ask_twice(const char* name, uint32_t bytes, Ask ask) {
     const int error = errno;
     if (!fd)
         LOG_AS("tavi_mem_alloc", TAVI_LOG_DEBUG, "%s: no %u bytes: %s", name, bytes, std::strerror(error));
-    return away_from_zero(std::move(fd));
+    return above_standard(std::move(fd));
 }
 
 } // namespace
@@ -160,7 +159,7 @@ DeviceBuffer allocate_device(uint32_t bytes, bool contiguous) {
 
 void visit_sources(void (*visit)(const SourceReport& report, void* user), void* user) {
     const auto report = [&](const char* path, uint32_t source, int flags) {
-        const UniqueFd node = open_node(path, flags);
+        const UniqueFd node = open_file(path, flags);
         visit({path, source, node ? 0 : errno}, user);
     };
     const HeapList heaps = list_heaps();

@@ -7,6 +7,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "os/open_file.h"
+
 #define TAVI_LOG_TAG "tavi-txt"
 #include "services/log.h"
 
@@ -33,7 +35,7 @@ int tavi_tensor_write_txt_uint8(const char* path, const uint8_t* data, int count
                   path ? path : "(null)", static_cast<const void*>(data), count);
         return -1;
     }
-    FILE* file = fopen(path, "w");
+    FILE* file = tavi::open_to_write(path);
     if (!file) {
         LOG_ERROR("cannot open %s for writing: %s", path, strerror(errno));
         return -1;

@@ -3,13 +3,14 @@
 #include <cstdio>
 
 #include "backends/cpu/tavi_image_cpu.h"
+#include "os/open_file.h"
 #include "services/tavi_tensor_txt.h"
 #include "utils/log_args.h"
 
 namespace {
 
 int write_data_to_file(const char* path, const uint8_t* data, uint32_t count) {
-    FILE* file = fopen(path, "w");
+    FILE* file = tavi::open_to_write(path);
     if (!file) {
         LOG_DEBUG("open error: %s", path); // the callers of a dump decide how loud a missing folder is
         return TAVI_RET_FAIL;
