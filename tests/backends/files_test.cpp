@@ -15,10 +15,12 @@
 #include <png.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <turbojpeg.h>
 
 #include <gtest/gtest.h>
 
+#include "backends/cpu/files/stream.h"
 #include "backends/cpu/tavi_image_cpu.h"
 #include "backends/file_bytes.h"
 #include "services/tavi_mem.h"
@@ -423,6 +425,54 @@ TEST(Targets, AppearWholeOrNotAtAll) {
 
     EXPECT_EQ(tavi_image_write_cpu(folder.at(std::string(251, 'n') + ".png").c_str(), &img), 0);
     EXPECT_EQ(folder.count(), 4u);
+
+    // One that leads to nothing yet gets what it leads to; one that leads to itself is no name.
+    std::filesystem::create_directory(folder.at("sub"));
+    std::filesystem::create_symlink("sub/hop.png", folder.at("far.png"));
+    std::filesystem::create_symlink("../new.png", folder.at("sub/hop.png"));
+    std::filesystem::create_symlink("loop.png", folder.at("loop.png"));
+    EXPECT_EQ(tavi_image_write_cpu(folder.at("far.png").c_str(), &img), 0);
+    EXPECT_TRUE(std::filesystem::is_symlink(folder.at("far.png")) &&
+                std::filesystem::is_regular_file(folder.at("new.png")));
+    expect_refused(TAVI_RET_FAIL, "symbolic links",
+                   [&] { return tavi_image_write_cpu(folder.at("loop.png").c_str(), &img); });
+    EXPECT_TRUE(std::filesystem::is_symlink(folder.at("loop.png")));
+    EXPECT_EQ(folder.count(), 8u);
+}
+
+TEST(Targets, CannotBeBlockedOrTakenOver) {
+    const Folder folder;
+    Pixels picture(1, 8, 8);
+    const std::string path = folder.at("a.png"), start = folder.at(".tavi-" + std::to_string(getpid()) + "-");
+    for (int i = 0; i < 100; ++i)
+        put(start + std::to_string(i) + ".tmp", {});
+    EXPECT_EQ(tavi_image_write_cpu(path.c_str(), &picture.img), 0) << "names that could be foreseen";
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root gives files away";
+    struct stat status = {};
+    for (uid_t writer : {0, 65534}) { // who may keep the owner, and who may not
+        EXPECT_EQ(chown(path.c_str(), 1, 1) + chmod(path.c_str(), 06777) + chmod(folder.at("").c_str(), 0777), 0);
+        EXPECT_EQ(seteuid(writer) + tavi_image_write_cpu(path.c_str(), &picture.img) + seteuid(0), 0);
+        stat(path.c_str(), &status);
+        EXPECT_EQ(status.st_uid, writer ? writer : 1u);
+        EXPECT_EQ(status.st_mode & 07777, writer ? 0777u : 06777u);
+    }
+}
+
+TEST(Targets, AreNoStandardStreams) {
+    const TempFile file;
+    const pid_t child = fork();
+    if (child == 0) {
+        close(2);
+        tavi::Output output;
+        const bool open = output.open(file.path());
+        TaviLogger::GetInstance()->Log(TAVI_LOG_ERROR, "", "", 0, "", "a line"); // to whatever has descriptor 2
+        _exit(open && output.write("abc", 3) && output.commit() ? 0 : 1);
+    }
+    int status = 1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(file.read(), "abc");
 }
 
 TEST(Sources, MayBeAPipe) {

@@ -2,18 +2,73 @@
 #include "backends/cpu/files/stream.h"
 
 #include <fcntl.h>
+#include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
+#include <cinttypes>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <utility>
 
+#include "os/open_file.h"
+
 namespace tavi {
+namespace {
+
+/// The bytes of a name up to its last slash, that one included.
+size_t folder_length(const char* path) {
+    const char* const slash = std::strrchr(path, '/');
+    return slash ? static_cast<size_t>(slash - path) + 1 : 0;
+}
+
+/// The name at the end of a chain of symbolic links, where there may be nothing yet; false with errno set.
+bool follow_links(const char* path, char (&target)[4096]) {
+    constexpr int kMostLinks = 40; // as the kernel counts
+    size_t length = std::strlen(path);
+    size_t kept = 0;
+    char link[sizeof(target)];
+    for (int links = 0; links <= kMostLinks; ++links) {
+        if (kept + length >= sizeof(target)) {
+            errno = ENAMETOOLONG;
+            return false;
+        }
+        std::memcpy(target + kept, links ? link : path, length);
+        target[kept + length] = 0;
+        const ssize_t got = ::readlink(target, link, sizeof(link));
+        if (got < 0)
+            return errno == EINVAL || errno == ENOENT; // no link, or nothing
+        length = static_cast<size_t>(got);
+        kept = link[0] == '/' ? 0 : folder_length(target);
+    }
+    errno = ELOOP;
+    return false;
+}
+
+/// Of a name that nobody can prepare files for.
+uint64_t random_number() {
+    uint64_t number = 0;
+    if (::getrandom(&number, sizeof(number), GRND_NONBLOCK) == static_cast<ssize_t>(sizeof(number)))
+        return number;
+    timespec now{}; // a machine that has just started has no randomness yet
+    ::clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<uint64_t>(now.tv_nsec) << 32 ^ static_cast<uint64_t>(::getpid());
+}
+
+/// Owner and permissions of the file that this one takes the place of.
+void take_after(int fd, const struct stat& old) {
+    const bool owned = ::fchown(fd, old.st_uid, old.st_gid) == 0;
+    if (!owned && ::fchown(fd, static_cast<uid_t>(-1), old.st_gid) != 0) {
+        // The file is the writer's then, which is not worth failing for.
+    }
+    ::fchmod(fd, old.st_mode & (owned ? 07777 : 01777)); // whoever runs it must not become another than before
+}
+
+} // namespace
 
 Bytes allocate_bytes(uint64_t count) {
     if (count == 0 || count > PTRDIFF_MAX)
@@ -27,7 +82,7 @@ Input::~Input() {
 }
 
 bool Input::open(const char* path) {
-    file_ = std::fopen(path, "rbe");
+    file_ = open_to_read(path);
     if (!file_)
         return false;
     errno = 0;
@@ -94,47 +149,49 @@ Output::~Output() {
 }
 
 bool Output::open(const char* path) {
-    struct stat status;
-    const bool exists = ::stat(path, &status) == 0;
-    if (exists && !S_ISREG(status.st_mode)) {
-        file_ = std::fopen(path, "wbe");
+    struct stat old;
+    const bool exists = ::stat(path, &old) == 0;
+    if (!exists && errno != ENOENT) // what cannot be looked at must not be taken for absent
+        return false;
+    if (exists && !S_ISREG(old.st_mode)) {
+        file_ = open_to_write(path);
         return file_ != nullptr;
     }
-    if (exists) {
-        if (!::realpath(path, target_)) // PATH_MAX bytes are what it may write
-            return false;
-        if (::faccessat(AT_FDCWD, target_, W_OK, AT_EACCESS) != 0) // a rename would not ask
-            return false;
-    } else if (std::snprintf(target_, sizeof(target_), "%s", path) >= static_cast<int>(sizeof(target_))) {
-        errno = ENAMETOOLONG;
+    if (!follow_links(path, target_))
         return false;
-    }
+    if (exists && ::faccessat(AT_FDCWD, target_, W_OK, AT_EACCESS) != 0) // a rename would not ask
+        return false;
+    if (!create_temporary(exists ? 0600 : 0666))
+        return false;
+    if (exists)
+        take_after(::fileno(file_), old);
+    return true;
+}
+
+bool Output::open(UniqueFd fd) {
+    file_ = stream_of(std::move(fd), "w");
+    return file_ != nullptr;
+}
+
+bool Output::create_temporary(mode_t mode) {
     // The name does not grow out of the target's: one of 255 bytes, the longest there can be, works as well.
-    static std::atomic<unsigned> counter{0};
-    const char* const slash = std::strrchr(target_, '/');
-    const int directory = slash ? static_cast<int>(slash - target_) + 1 : 0;
-    int fd = -1;
     for (int attempt = 0; attempt < 100; ++attempt) {
-        if (std::snprintf(temporary_, sizeof(temporary_), "%.*s.tavi-%ld-%u.tmp", directory, target_,
-                          static_cast<long>(::getpid()), counter++) >= static_cast<int>(sizeof(temporary_))) {
+        if (std::snprintf(temporary_, sizeof(temporary_), "%.*s.tavi-%016" PRIx64 ".tmp",
+                          static_cast<int>(folder_length(target_)), target_,
+                          random_number()) >= static_cast<int>(sizeof(temporary_))) {
             errno = ENAMETOOLONG;
             break;
         }
-        fd = ::open(temporary_, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-        if (fd >= 0 || errno != EEXIST)
+        UniqueFd fd = open_file(temporary_, O_WRONLY | O_CREAT | O_EXCL, mode);
+        if (fd) {
+            file_ = stream_of(std::move(fd), "w");
+            return file_ != nullptr; // without a stream the destructor removes the file
+        }
+        if (errno != EEXIST)
             break;
     }
-    if (fd < 0) {
-        temporary_[0] = 0;
-        return false;
-    }
-    if (exists && ::fchmod(fd, status.st_mode & 07777) != 0) {
-        // Another owner's file keeps its contents' new permissions: not worth failing for.
-    }
-    file_ = ::fdopen(fd, "wb");
-    if (!file_)
-        ::close(fd);
-    return file_ != nullptr;
+    temporary_[0] = 0;
+    return false;
 }
 
 bool Output::write(const void* from, size_t size) { return std::fwrite(from, 1, size, file_) == size; }

@@ -10,6 +10,8 @@
 #include <cstdlib>
 #include <memory>
 
+#include "os/unique_fd.h"
+
 namespace tavi {
 
 struct FreeDeleter {
@@ -53,7 +55,8 @@ private:
 };
 
 /// Writes under a temporary name in the target's own directory; commit() renames. What is not committed is removed.
-/// A target that is there and no regular file (a pipe, a device) is written straight.
+/// A target that is there and no regular file (a pipe, a device) is written straight. A file that is replaced keeps
+/// its permissions, and its owner where the process may give it away; set-id bits stay with the owner.
 class Output {
 public:
     Output() = default;
@@ -63,13 +66,18 @@ public:
 
     /// False with errno set.
     bool open(const char* path);
+    /// Takes what is open already, and is written straight; empty fails with the errno of that.
+    bool open(UniqueFd fd);
+    bool is_open() const { return file_ != nullptr; }
     bool write(const void* from, size_t size);
     /// Flushes, closes and renames; false with errno set, and then nothing has changed under the target's name.
     bool commit();
 
 private:
+    bool create_temporary(mode_t mode);
+
     std::FILE* file_ = nullptr;
-    char target_[4096] = ""; ///< the name behind symbolic links, so that a link stays one
+    char target_[4096] = ""; ///< the name behind symbolic links, so that a link stays one, dangling or not
     char temporary_[4096] = "";
 };
 
