@@ -72,6 +72,24 @@ inline void expect_read(const char* name, const Blob& file, int flag, int format
     EXPECT_EQ(r.pixels, pixels);
 }
 
+/// A number of a file of /proc.
+inline int64_t process_value(const char* path, const std::string& name) {
+    std::ifstream in(path);
+    for (std::string word; in >> word;)
+        if (word == name && in >> word)
+            return std::stoll(word);
+    return -1;
+}
+
+/// How far the process's memory grew during a call.
+template <typename Call>
+int64_t peak_kib(Call call) {
+    std::ofstream("/proc/self/clear_refs") << 5; // the peak starts again
+    const int64_t before = process_value("/proc/self/status", "VmRSS:");
+    call();
+    return process_value("/proc/self/status", "VmHWM:") - before;
+}
+
 /// A smooth colour picture with one bright corner, so that turning it shows.
 inline Blob smooth(int width, int height, int channels) {
     Blob p(static_cast<size_t>(width) * height * channels);

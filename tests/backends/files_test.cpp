@@ -162,6 +162,7 @@ TEST(OwnCodecs, ReadWhatOthersWrite) {
     own("PPM in digits, deep", text("P3 1 1 65535 65535 257 0 "), 1, 1, 1, {255, 1, 0});
     own("PBM", text("P4 9 1\n") + Blob{0x80, 0x80}, 0, 9, 1, {0, 255, 255, 255, 255, 255, 255, 255, 0});
     own("PGM, deep", text("P5\n2 1\n65535\n") + Blob{1, 2, 0xff, 0xfe}, 15, 2, 1, {2, 1, 0xfe, 0xff});
+    own("PGM, comments behind its numbers", text("P5 2#b\n1# \n255#\n") + Blob{7, 8}, 0, 2, 1, {7, 8});
     own("PPM", text("P6 #x\n 1 1 255\n") + Blob{1, 2, 3}, 1, 1, 1, {1, 2, 3});
     for (int bits : {8, 32}) // run lengths
         EXPECT_EQ(read_bytes(bmp_head(4, 4, bits, 1, 1024) + Blob(2000, 0), 1).ret, TAVI_RET_UNSUPPORTED);
@@ -246,6 +247,12 @@ TEST(Orientation, AllEightTurnUprightInJpegAndPng) {
             EXPECT_EQ(read_bytes(file, 1 + 16).pixels, pixels);
         }
     }
+    // A block that is not read would leave the picture lying, so it is no picture.
+    Blob large(2 << 20);
+    const Blob hidden = make_png({1}, 1, 1, PNG_COLOR_TYPE_GRAY, 8, 0, [&](png_structp p, png_infop i) {
+        png_set_eXIf_1(p, i, static_cast<png_uint_32>(large.size()), large.data());
+    });
+    expect_refused(TAVI_RET_FAIL, "eXIf", [&] { return read_bytes(hidden, 1).ret; });
     // What is no orientation turns nothing.
     Blob cut = tiff(6, false), long_type = cut;
     cut.resize(30);
@@ -276,6 +283,29 @@ TEST(Limits, AForgedHeaderTakesNoMemory) {
     EXPECT_EQ(before.peak_bytes, after.peak_bytes);
     for (const char* damaged : {"P6 0 4 255\n", "P5 99999999999999999999 4 255\n", "P2 1 1 10 11 "})
         EXPECT_EQ(read_bytes(text(damaged), 0).ret, TAVI_RET_FAIL) << damaged;
+}
+
+TEST(Limits, NothingIsDoneOnTheWordOfAFile) {
+    const Blob png = make_png({1}, 1, 1, PNG_COLOR_TYPE_GRAY, 8);
+    const int64_t memory = peak_kib([&] {
+        for (const char* type : {"tEXt", "iTXt", "pCAL", "eXIf", "quQu"}) {
+            const Blob file = Blob(png.begin(), png.begin() + 33) + Blob{0x7f, 0xff, 0xff, 0xff} + text(type);
+            expect_refused(TAVI_RET_FAIL, "damaged", [&] { return read_bytes(file + Blob(9), 0).ret; });
+        }
+    });
+    EXPECT_LT(memory, 32 << 10);
+    const int64_t before = process_value("/proc/self/io", "rchar:");
+    for (const auto& [head, words] : {std::pair{bmp_head(1, 1, 24, 0, 0xfffffff0), "no pixels"},
+                                      {make_jpeg({1}, 1, 1, TJPF_GRAY, TJSAMP_GRAY), "too large"},
+                                      {text("P5 #"), "damaged"},
+                                      {text("P5 9999 9999 255\n"), "ends before its last row"}}) {
+        const TempFile file;
+        put(file.path(), head);
+        std::filesystem::resize_file(file.path(),
+                                     *words == 'e' ? 90 << 20 : int64_t{3} << 30); // all but the head is a hole
+        expect_refused(TAVI_RET_FAIL, words, [&] { return read_file(file.path(), 0).ret; });
+    }
+    EXPECT_LT(process_value("/proc/self/io", "rchar:") - before, 1 << 20);
 }
 
 TEST(Damage, IsReportedOnceAndLeavesNoMemory) {

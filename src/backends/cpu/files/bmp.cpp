@@ -162,6 +162,7 @@ private:
         header.stored = stored_;
         if (start < position_ || !input_->skip(start - position_))
             return {TAVI_RET_FAIL, "damaged BMP: no pixels at byte %u", start};
+        header.bytes = row_bytes(header.width, bits_) * header.height;
         return {};
     }
 

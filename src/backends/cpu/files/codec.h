@@ -14,10 +14,12 @@ namespace tavi {
 
 /// What the head of a file announces.
 struct FileHeader {
+    const char* type = ""; ///< name of its signature
     uint32_t width = 0;
     uint32_t height = 0;
     tavi_pixel_format stored = TAVI_PIXEL_FORMAT_RGB888; ///< GRAY8, GRAY16, RGB888 or RGBA8888
     int orientation = 1;                                 ///< as EXIF counts, 1 to 8
+    uint64_t bytes = 0;                                  ///< that have to follow, where the type says so
 };
 
 class Decoder {

@@ -109,13 +109,16 @@ Refusal open_picture(const char* path, Input& input, std::unique_ptr<Decoder>& d
     decoder.reset((*found)->make());
     if (!decoder)
         return {TAVI_RET_FAIL, "no memory for the decoder"};
+    header.type = (*found)->name;
     if (const Refusal no = decoder->open(input, header))
         return no;
     if (header.width < 1 || header.height < 1)
-        return {TAVI_RET_FAIL, "damaged %s: sides %u x %u", (*found)->name, header.width, header.height};
-    if (header.width > kMaxSide || header.height > kMaxSide) // both at the limit are the most pixels there can be
+        return {TAVI_RET_FAIL, "damaged %s: sides %u x %u", header.type, header.width, header.height};
+    if (header.width > kMaxSide || header.height > kMaxSide)
         return {TAVI_RET_UNSUPPORTED, "picture of %u x %u; allowed sides are 1 to %d", header.width, header.height,
                 kMaxSide};
+    if (header.bytes > input.left())
+        return {TAVI_RET_FAIL, "damaged %s: the file ends before its last row", header.type};
     return {};
 }
 

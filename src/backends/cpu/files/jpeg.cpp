@@ -257,8 +257,8 @@ public:
     Refusal open(Input& input, FileHeader& header) override {
         if (!handle_.get())
             return {TAVI_RET_FAIL, "no memory for the decoder"};
-        file_ = input.read_all(kMaxFile, size_);
-        if (!file_)
+        input_ = &input;
+        if (!read_head())
             return {TAVI_RET_FAIL, "%s (files up to 512 MiB are read)", std::strerror(errno)};
         int width = -1;
         int height = -1;
@@ -281,10 +281,37 @@ public:
     }
 
     Refusal decode(const ImageView& picture) override {
+        if (!input_->append_rest(file_, size_, kMaxFile))
+            return {TAVI_RET_FAIL, "%s (files up to 512 MiB are read)", std::strerror(errno)};
         return picture.format->whole_pixels() ? decode_pixels(picture) : decode_planes(picture);
     }
 
 private:
+    /// Reads up to the pixels; all of the file where it is not one segment after the other, which the decoder is to
+    /// judge. False with errno set.
+    bool read_head() {
+        constexpr uint8_t kStartOfFrame = 0xc0, kRestart = 0xd0,
+                          kStartOfScan = 0xda; // between the last two: no length
+        if (!input_->append(file_, size_, 2))  // the start of the image
+            return false;
+        for (;;) {
+            const size_t at = size_;
+            if (!input_->append(file_, size_, 4))
+                return false;
+            const uint8_t* const head = file_.get() + at;
+            const uint8_t marker = head[1];
+            const size_t length =
+                size_ < at + 4 ? 0 : static_cast<size_t>(head[2]) << 8 | head[3]; // with its own two
+            if (length < 2 || head[0] != 0xff || marker < kStartOfFrame || marker == 0xff ||
+                (marker >= kRestart && marker < kStartOfScan))
+                return input_->append_rest(file_, size_, kMaxFile);
+            if (!input_->append(file_, size_, length - 2))
+                return false;
+            if (marker == kStartOfScan)
+                return true;
+        }
+    }
+
     /// Runs a decoder that stops at the first sign of damage: libjpeg would fill the rest with grey and call it a
     /// warning. Stray bytes before the end marker, which cameras write, come after the last pixel: such a picture is
     /// whole, and decodes without the stop.
@@ -329,7 +356,8 @@ private:
     }
 
     Handle handle_;
-    Bytes file_;
+    Input* input_ = nullptr;
+    Bytes file_; ///< its first bytes, and all of them from decode() on
     size_t size_ = 0;
     int subsampling_ = -1;
     bool planes_fit_ = false;

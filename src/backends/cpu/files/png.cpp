@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <csetjmp>
+#include <cstdlib>
 #include <cstring>
 #include <new>
 
@@ -34,6 +35,21 @@ void push(png_structp png, png_bytep from, size_t size) {
 
 void flush(png_structp) {}
 
+/// What libpng takes at once: a row of eight bytes a pixel, zlib's window, an eXIf block. More is only ever asked for
+/// on the word of a chunk, which says 2 GiB as easily as 20 bytes.
+constexpr size_t kMostBytes = size_t{1} << 20;
+
+/// libpng calls a refusal a warning where it can go on without the chunk, and the orientation is lost: `user` is the
+/// flag that says so.
+png_voidp take(png_structp png, png_alloc_size_t size) {
+    void* const memory = size <= kMostBytes ? std::malloc(size) : nullptr;
+    if (!memory)
+        *static_cast<bool*>(png_get_mem_ptr(png)) = true;
+    return memory;
+}
+
+void give(png_structp, png_voidp memory) { std::free(memory); }
+
 bool red_is_last(const Format& f) { return f.part[0].byte > f.part[2].byte; }
 
 class PngDecoder : public Decoder {
@@ -48,14 +64,17 @@ public:
             if (header.width > kMaxSide || header.height > kMaxSide)
                 return {};
         }
-        png_ = png_create_read_struct(PNG_LIBPNG_VER_STRING, &refusal_, fail, ignore);
+        png_ = png_create_read_struct_2(PNG_LIBPNG_VER_STRING, &refusal_, fail, ignore, &starved_, take, give);
         info_ = png_ ? png_create_info_struct(png_) : nullptr;
         if (!info_)
             return {TAVI_RET_FAIL, "no memory for the decoder"};
         png_set_read_fn(png_, &input, pull);
-        if (read_info())
-            describe(header);
-        return refusal_;
+        if (!read_info())
+            return refusal_;
+        if (starved_)
+            return {TAVI_RET_FAIL, "no memory for its eXIf chunk, of which 1 MiB is read"};
+        describe(header);
+        return {};
     }
 
     tavi_pixel_format nearest(const ImageView& wanted) const override {
@@ -75,8 +94,9 @@ private:
         if (setjmp(png_jmpbuf(png_)))
             return false;
         png_set_user_limits(png_, kMaxSide, kMaxSide);
-        png_set_chunk_cache_max(png_, 64);
-        png_set_chunk_malloc_max(png_, 8 << 20);
+        // Only what pixels and orientation need is looked at: the rest is skipped without memory of its own.
+        png_set_keep_unknown_chunks(png_, PNG_HANDLE_CHUNK_NEVER, nullptr, -1);
+        png_set_keep_unknown_chunks(png_, PNG_HANDLE_CHUNK_AS_DEFAULT, reinterpret_cast<png_const_bytep>("eXIf"), 1);
         png_read_info(png_, info_);
         return true;
     }
@@ -143,7 +163,8 @@ private:
 
     png_structp png_ = nullptr;
     png_infop info_ = nullptr;
-    Refusal refusal_; ///< what libpng calls an error
+    Refusal refusal_;      ///< what libpng calls an error
+    bool starved_ = false; ///< an allocation was refused
     int colour_ = 0;
     int depth_ = 0;
     bool grey_ = false;

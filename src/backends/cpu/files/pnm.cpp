@@ -9,6 +9,9 @@
 namespace tavi {
 namespace {
 
+/// Bytes of white space or of a comment in front of a number. Files have a few; a forged one would have gigabytes.
+constexpr int kMostBetween = 1 << 16;
+
 class PnmDecoder : public Decoder {
 public:
     Refusal open(Input& input, FileHeader& header) override {
@@ -27,6 +30,8 @@ public:
                   : max_ > 255   ? TAVI_PIXEL_FORMAT_GRAY16
                                  : TAVI_PIXEL_FORMAT_GRAY8;
         header.stored = stored_;
+        if (kind_ > 3)
+            header.bytes = row_bytes(header.width) * header.height;
         return {};
     }
 
@@ -34,7 +39,7 @@ public:
 
     Refusal decode(const ImageView& picture) override {
         const size_t samples = static_cast<size_t>(picture.width) * channels_;
-        const size_t bytes = kind_ == 4 ? (samples + 7) / 8 : samples * (max_ > 255 ? 2 : 1);
+        const size_t bytes = static_cast<size_t>(row_bytes(static_cast<uint64_t>(picture.width)));
         const Bytes row = allocate_bytes(samples * 2);
         if (!row)
             return {TAVI_RET_FAIL, "no memory for a row"};
@@ -49,25 +54,42 @@ public:
 private:
     bool bitmap() const { return kind_ == 1 || kind_ == 4; }
 
+    /// Of a row in bytes, not in digits.
+    uint64_t row_bytes(uint64_t width) const {
+        return kind_ == 4 ? (width + 7) / 8 : width * static_cast<uint64_t>(channels_) * (max_ > 255 ? 2 : 1);
+    }
+
+    /// The next byte, or the end of the line that a comment goes on to.
+    int next_outside_comments() {
+        int c = input_->next();
+        if (c != '#')
+            return c;
+        for (int length = 0; length < kMostBetween; ++length) {
+            c = input_->next();
+            if (c == '\n' || c == '\r' || c < 0)
+                return c;
+        }
+        return -1;
+    }
+
     /// The next byte that is neither white space nor in a comment.
     int next_visible() {
-        int c = input_->next();
-        for (;; c = input_->next()) {
-            while (c == '#')
-                while ((c = input_->next()) != '\n' && c != '\r' && c >= 0) {
-                }
+        for (int i = 0; i < kMostBetween; ++i) {
+            const int c = next_outside_comments();
             if (c != ' ' && c != '\t' && c != '\n' && c != '\r' && c != '\v' && c != '\f')
                 return c;
         }
+        return -1;
     }
 
-    /// A decimal number and the one byte after it; -1 when there is none or it is beyond 2^30.
+    /// A decimal number and the one byte after it, or the line that a comment there fills up; -1 when there is none
+    /// or it is beyond 2^30.
     int number() {
         int c = next_visible();
         if (c < '0' || c > '9')
             return -1;
         int value = 0;
-        for (; c >= '0' && c <= '9'; c = input_->next()) {
+        for (; c >= '0' && c <= '9'; c = next_outside_comments()) {
             if (value > (1 << 30) / 10)
                 return -1;
             value = value * 10 + (c - '0');

@@ -85,6 +85,10 @@ bool Input::open(const char* path) {
     file_ = open_to_read(path);
     if (!file_)
         return false;
+    struct stat status;
+    // Files of /proc have a length of 0 and more to read.
+    if (::fstat(::fileno(file_), &status) == 0 && S_ISREG(status.st_mode) && status.st_size > 0)
+        size_ = static_cast<uint64_t>(status.st_size);
     errno = 0;
     head_size_ = std::fread(head_, 1, sizeof(head_), file_);
     return head_size_ > 0 || !std::ferror(file_); // a directory opens and then cannot be read
@@ -95,12 +99,20 @@ size_t Input::read_some(void* to, size_t size) {
     if (ahead > 0)
         std::memcpy(to, head_ + head_used_, ahead);
     head_used_ += ahead;
-    return ahead + std::fread(static_cast<uint8_t*>(to) + ahead, 1, size - ahead, file_);
+    const size_t got = ahead + std::fread(static_cast<uint8_t*>(to) + ahead, 1, size - ahead, file_);
+    position_ = std::min(position_ + got, size_); // a file may grow
+    return got;
 }
 
 bool Input::skip(uint64_t size) {
     uint8_t waste[512];
     while (size > 0) {
+        if (head_used_ == head_size_ && size_ != UINT64_MAX) {
+            if (size > left() || ::fseeko(file_, static_cast<off_t>(size), SEEK_CUR) != 0)
+                return false;
+            position_ += size;
+            return true;
+        }
         const size_t part = static_cast<size_t>(std::min<uint64_t>(size, sizeof(waste)));
         if (!read(waste, part))
             return false;
@@ -114,31 +126,35 @@ int Input::next() {
     return read(&byte, 1) ? byte : -1;
 }
 
-Bytes Input::read_all(size_t limit, size_t& size) {
-    // A regular file says how long it is; a pipe does not, and a file may have grown since.
-    struct stat status;
-    size_t room = 1 << 16;
-    if (::fstat(::fileno(file_), &status) == 0 && S_ISREG(status.st_mode))
-        room = static_cast<size_t>(std::min<uint64_t>(static_cast<uint64_t>(status.st_size), limit)) + 1;
-    Bytes bytes = allocate_bytes(room);
-    size = 0;
-    while (bytes) {
-        size += read_some(bytes.get() + size, room - size);
-        if (size > limit) {
-            errno = EFBIG;
-            return nullptr;
-        }
-        if (size < room)
-            return std::ferror(file_) ? nullptr : std::move(bytes);
-        room = std::min(room * 2, limit + 1);
-        void* const larger = std::realloc(bytes.get(), room);
-        if (!larger)
-            break;
-        static_cast<void>(bytes.release());
-        bytes.reset(static_cast<uint8_t*>(larger));
+bool Input::append(Bytes& bytes, size_t& size, size_t count) {
+    if (count == 0)
+        return true;
+    void* const larger = std::realloc(bytes.get(), size + count);
+    if (!larger) {
+        errno = ENOMEM;
+        return false;
     }
-    errno = ENOMEM;
-    return nullptr;
+    static_cast<void>(bytes.release());
+    bytes.reset(static_cast<uint8_t*>(larger));
+    size += read_some(bytes.get() + size, count);
+    return !std::ferror(file_);
+}
+
+bool Input::append_rest(Bytes& bytes, size_t& size, size_t limit) {
+    const bool known = size_ != UINT64_MAX; // a pipe does not say how much will come
+    for (;;) {
+        if (size > limit || (known && left() > limit - size)) {
+            errno = EFBIG;
+            return false;
+        }
+        const size_t before = size;
+        const size_t wanted =
+            known ? static_cast<size_t>(left()) : std::min(std::max(size, size_t{1} << 16), limit + 1 - size);
+        if (!append(bytes, size, wanted))
+            return false;
+        if (known || size - before < wanted)
+            return true;
+    }
 }
 
 Output::~Output() {

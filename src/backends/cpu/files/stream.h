@@ -39,11 +39,17 @@ public:
 
     /// True when all of it came.
     bool read(void* to, size_t size) { return read_some(to, size) == size; }
-    bool skip(uint64_t size);
+    bool skip(uint64_t size); ///< seeks where it can
+    /// How many bytes are left to be read, as a regular file says; the largest number where nothing says it.
+    uint64_t left() const { return size_ - position_; }
     /// The next byte, or -1 at the end.
     int next();
-    /// All that is left, at most `limit` bytes; null with errno set (EFBIG beyond the limit).
-    Bytes read_all(size_t limit, size_t& size);
+    /// Appends the next `count` bytes, or what there is of them, to the `size` bytes that are there; false with errno
+    /// set when the heap refuses or reading fails.
+    bool append(Bytes& bytes, size_t& size, size_t count);
+    /// Appends all that is left, up to `limit` bytes in all; false with errno set: EFBIG beyond the limit, where the
+    /// length is known before anything is read.
+    bool append_rest(Bytes& bytes, size_t& size, size_t limit);
 
 private:
     size_t read_some(void* to, size_t size);
@@ -52,6 +58,8 @@ private:
     uint8_t head_[32] = {};
     size_t head_size_ = 0;
     size_t head_used_ = 0;
+    uint64_t size_ = UINT64_MAX; ///< of a regular file
+    uint64_t position_ = 0;
 };
 
 /// Writes under a temporary name in the target's own directory; commit() renames. What is not committed is removed.
