@@ -476,7 +476,7 @@ enum {
  *                  with `is_prealloc_buf` 1 it decodes into `data`, and `size` bytes must be enough.
  * @param read_flag one of TAVI_IMAGE_READ_*.
  * @return TAVI_RET_PARAM_ERR for a null argument, a bad flag or a buffer too small; TAVI_RET_UNSUPPORTED for a file
- *         type or variant that is not read (CMYK) or a picture above 16384 pixels a side or 268 million in all;
+ *         type or variant that is not read (CMYK) or a picture above 16384 pixels a side or TAVI_MAX_PIXELS in all;
  *         TAVI_RET_FAIL for a file that cannot be opened or is damaged. On failure nothing stays attached.
  */
 TAVI_API int tavi_image_read(const char* path, tavi_image_t* img, int read_flag);

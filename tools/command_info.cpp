@@ -14,6 +14,7 @@
 #include "picture.h"
 #include "services/mem_sources.h"
 #include "services/parse_int.h"
+#include "services/pixel_limit.h"
 #include "services/tavi_mem.h"
 #include "services/yuv_setting.h"
 
@@ -92,6 +93,11 @@ bool is_yuv_value(const char* text) {
     return tavi::parse_yuv(text, color);
 }
 
+bool is_pixel_limit(const char* text) {
+    int pixels = 0;
+    return tavi::parse_pixel_limit(text, pixels);
+}
+
 bool is_build(const char* text) {
     const tavi::Builds all = tavi::builds();
     return std::any_of(all.begin(), all.end(), [=](const tavi::Kernels* k) { return strcmp(k->name, text) == 0; });
@@ -102,6 +108,7 @@ constexpr Setting kSettings[] = {
     {"TAVI_USE_BLIT", "use_blit", "1", is_number},
     {"TAVI_BLIT_DEVICE", nullptr, "the first engine that qualifies", any_text},
     {"TAVI_YUV", nullptr, "bt601", is_yuv_value},
+    {"TAVI_MAX_PIXELS", nullptr, sizeof(void*) > 4 ? "268435456" : "67108864", is_pixel_limit},
     {"TAVI_KERNELS", nullptr, "the fastest that the processor runs", is_build},
     {"TAVI_DMA_HEAP", nullptr, "any contiguous heap, then the system heap", any_text},
 };

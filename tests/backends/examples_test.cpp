@@ -19,6 +19,7 @@ extern "C" int align_face(tavi_image_t* photo, const float landmarks[10], tavi_i
 extern "C" int transposed(tavi_image_t* src, tavi_image_t* dst);
 int borrow_memory();
 std::string why_refused();
+int read_upload(const char* path, tavi_image_t* img);
 int retries();
 
 TEST(Examples, DoWhatTheirPagesSay) {
@@ -49,6 +50,12 @@ TEST(Examples, OfFormatsMemoryAndSettings) {
     EXPECT_EQ(borrow_memory(), 0);
     EXPECT_NE(why_refused().find("tavi-image: "), std::string::npos);
     EXPECT_EQ(retries(), 3);
+    const TempFile upload(".pgm");
+    std::ofstream(upload.path()) << "P5 4001 3000 255\n";
+    tavi_image_t received = {};
+    EXPECT_EQ(read_upload(upload.path(), &received), TAVI_RET_UNSUPPORTED);
+    EXPECT_EQ(read_upload(TAVI_ASSETS "/coffee.png", &received), TAVI_RET_SUCCESS);
+    EXPECT_EQ(tavi_image_release(&received), TAVI_RET_SUCCESS);
 }
 
 TEST(Examples, OfConversionRegionsAndTransforms) {

@@ -285,6 +285,22 @@ TEST(Limits, AForgedHeaderTakesNoMemory) {
         EXPECT_EQ(read_bytes(text(damaged), 0).ret, TAVI_RET_FAIL) << damaged;
 }
 
+TEST(Limits, ACeilingHoldsForEveryType) {
+    ::setenv("TAVI_MAX_PIXELS", "1200", 1);
+    for (int width : {40, 41}) {
+        const Blob rows = smooth(width, 30, 3);
+        for (const Blob& file :
+             {make_jpeg(rows, width, 30, TJPF_RGB, TJSAMP_420), make_png(rows, width, 30, PNG_COLOR_TYPE_RGB, 8),
+              bmp_head(width, 30, 24, 0, 0) + Blob(124 * 30),
+              text("P6 " + std::to_string(width) + " 30 255\n") + rows})
+            if (width == 40)
+                EXPECT_EQ(read_bytes(file, 0).ret, 0);
+            else
+                expect_refused(TAVI_RET_UNSUPPORTED, "41 x 30; allowed are 1200",
+                               [&] { return read_bytes(file, 0).ret; });
+    }
+}
+
 TEST(Limits, NothingIsDoneOnTheWordOfAFile) {
     const Blob png = make_png({1}, 1, 1, PNG_COLOR_TYPE_GRAY, 8);
     const int64_t memory = peak_kib([&] {

@@ -8,6 +8,7 @@
 #include <turbojpeg.h>
 
 #include "backends/file_bytes.h"
+#include "backends/software/tavi_image_libyuv.h"
 #include "support/captured_log.h"
 #include "support/pixels.h"
 
@@ -69,6 +70,24 @@ TEST(Jpeg, RefusesCmykAndTakesStrayBytesBeforeTheEnd) {
     Blob stray = jpeg;
     stray.insert(stray.end() - 2, 3, 0);
     EXPECT_EQ(read_bytes(stray, 0).pixels, read_bytes(jpeg, 0).pixels);
+}
+
+// What shrinks to a quarter or less is decoded smaller: as good as all of it scaled, without its memory.
+TEST(Jpeg, ShrinksWhileItDecodes) {
+    for (int subsampling : {TJSAMP_444, TJSAMP_422, TJSAMP_420, TJSAMP_GRAY, TJSAMP_440, TJSAMP_411}) {
+        const Blob jpeg = make_jpeg(smooth(164, 123, 3), 164, 123, TJPF_RGB, subsampling);
+        for (int format = 0; format <= 14; ++format) {
+            SCOPED_TRACE(testing::Message() << "subsampling " << subsampling << " format " << format);
+            Pixels whole(format, 164, 123), scaled(format, 19, 14), read(format, 19, 14);
+            ASSERT_EQ(read_bytes(jpeg, 3, whole.img).ret, 0);
+            ASSERT_EQ(tavi_image_convert_libyuv(&whole.img, &scaled.img, TAVI_IMAGE_TRANSFORM_NONE), 0);
+            ASSERT_EQ(read_bytes(jpeg, 3, read.img).ret, 0);
+            ASSERT_TRUE(read.intact());
+            ASSERT_LE(read.error(scaled.colors()), subsampling == TJSAMP_411 ? 7 : 3); // which it smoothes more
+        }
+    }
+    const Blob large = make_jpeg(Blob(4000 * 3000 * 3, 90), 4000, 3000, TJPF_RGB, TJSAMP_420); // 34 MiB of pixels
+    EXPECT_LT(peak_kib([&] { EXPECT_EQ(read_bytes(large, 3, wanted(1, 400, 300)).ret, 0); }), 12 << 10);
 }
 
 // Planes are decoded by the library into memory of their own; each sample of ours must be the exact mean of the

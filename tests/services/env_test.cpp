@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include "services/pixel_limit.h"
 #include "services/yuv_setting.h"
 #include "support/captured_log.h"
 
@@ -54,6 +55,18 @@ TEST(Env, PrefersThePrefixedNameOverThePlainOne) {
     EXPECT_EQ(tavi_env_get_int(std::string(500, 'k').c_str(), &value, 4), TAVI_RET_FAIL);
     EXPECT_EQ(value, 4);
     EXPECT_EQ(log.lines.size(), 2u);
+}
+
+TEST(PixelLimit, IsAnIntegerFromOneOn) {
+    CapturedLog log;
+    for (const char* text : {"0", "-1", "12e6", "2147483648", ""}) {
+        setenv("TAVI_MAX_PIXELS", text, 1);
+        int pixels = 7;
+        EXPECT_FALSE(tavi::parse_pixel_limit(text, pixels) || pixels != 7) << text;
+    }
+    EXPECT_EQ(tavi::pixel_limit(), tavi::kDefaultPixelLimit);
+    ASSERT_EQ(log.lines.size(), 1u);
+    EXPECT_NE(log.lines[0].message.find("TAVI_MAX_PIXELS=\"\" is not an integer from 1 on"), std::string::npos);
 }
 
 TEST(YuvSetting, IsReadOnceAndRefusesWhatItDoesNotKnow) {

@@ -29,6 +29,9 @@ public:
     virtual Refusal open(Input& input, FileHeader& header) = 0;
     /// The format nearest to that of a picture that decode() can fill.
     virtual tavi_pixel_format nearest(const ImageView& wanted) const = 0;
+    /// For a picture that will be scaled to these sides or below: the codec may give fewer pixels than the file has,
+    /// of which `header` then tells, as long as they are enough to scale from.
+    virtual void reduce(FileHeader&, int /*width*/, int /*height*/) {}
     /// Fills the whole picture; called once.
     virtual Refusal decode(const ImageView& picture) = 0;
 };

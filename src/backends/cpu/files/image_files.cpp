@@ -14,6 +14,7 @@
 #include "image/cpu_image.h"
 #include "pixels/convert.h"
 #include "services/log.h"
+#include "services/pixel_limit.h"
 #include "services/tavi_mem.h"
 #include "services/yuv_setting.h"
 
@@ -79,7 +80,11 @@ void reverse_rows(const ImageView& picture) {
 }
 
 /// Decodes into `target`: straight when it is what the codec gives, else through a picture of the file's own shape.
-Refusal decode_into(Decoder& decoder, const FileHeader& header, const Turn& turn, const ImageView& target) {
+Refusal decode_into(Decoder& decoder, FileHeader header, const Turn& turn, const ImageView& target) {
+    if (exchanges_sides(turn.mode))
+        decoder.reduce(header, target.height, target.width);
+    else
+        decoder.reduce(header, target.width, target.height);
     const int width = static_cast<int>(header.width);
     const int height = static_cast<int>(header.height);
     tavi_pixel_format nearest = decoder.nearest(target);
@@ -117,6 +122,9 @@ Refusal open_picture(const char* path, Input& input, std::unique_ptr<Decoder>& d
     if (header.width > kMaxSide || header.height > kMaxSide)
         return {TAVI_RET_UNSUPPORTED, "picture of %u x %u; allowed sides are 1 to %d", header.width, header.height,
                 kMaxSide};
+    if (uint64_t{header.width} * header.height > static_cast<uint64_t>(pixel_limit()))
+        return {TAVI_RET_UNSUPPORTED, "picture of %u x %u; allowed are %d pixels (TAVI_MAX_PIXELS)", header.width,
+                header.height, pixel_limit()};
     if (header.bytes > input.left())
         return {TAVI_RET_FAIL, "damaged %s: the file ends before its last row", header.type};
     return {};
