@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <exception>
 
+#include "services/escape.h"
 #include "tool.h"
 
 namespace {
@@ -15,10 +16,10 @@ const char* const kFooter = "Exit codes: 0 done, 1 the picture could not be proc
                             "  tavi-image letterbox photo.jpg input.png --size 640x640\n"
                             "  tavi-image COMMAND --help tells more about a command.";
 
-int fail(int code, const std::string& text) {
-    std::string line = text;
-    for (char& c : line)
-        c = c == '\n' ? ' ' : c;
+int fail(int code, std::string line) {
+    const size_t length = line.size(), escaped = tavi::escaped_length(line.data(), length);
+    line.resize(escaped); // names come from others: one line stays one
+    tavi::escape_controls(line.data(), length, escaped);
     fprintf(stderr, "tavi-image: %s\n", line.c_str());
     return code;
 }

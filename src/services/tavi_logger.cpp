@@ -15,6 +15,7 @@
 #include <unistd.h>
 
 #include "os/locks.h"
+#include "services/escape.h"
 #include "services/parse_int.h"
 
 static_assert(std::atomic<int32_t>::is_always_lock_free && sizeof(std::atomic<int32_t>) == sizeof(int32_t),
@@ -113,6 +114,18 @@ void TaviLogger::Log(tavi_log_level_t severity, const char*, const char* func, i
     va_end(again);
     while (length > 0 && text[header + length - 1] == '\n')
         --length; // some messages bring a line feed of their own
+    // Names come from others: escaped, none of them ends this line or starts another one.
+    if (const size_t escaped = tavi::escaped_length(text + header, length); escaped > length) {
+        if (char* const room = static_cast<char*>(malloc(header + escaped + 1))) {
+            memcpy(room, text, header + length);
+            large.reset(text = room);
+        } else {
+            length = (large ? length : sizeof(small) - 1 - header) / 4; // the line loses its end
+        }
+        const size_t kept = tavi::escaped_length(text + header, length);
+        tavi::escape_controls(text + header, length, kept);
+        length = kept;
+    }
 
     {
         const std::lock_guard<std::mutex> lock(tavi::g_locks.log);

@@ -78,6 +78,15 @@ TEST(Logger, HandsWholeLinesToTheSinkAndGoesBackToStandardError) {
             expected.push_back("0 tavi-test TestBody " + message);
         }
     EXPECT_EQ(errno, ENOSPC); // callers look at theirs after a line
+    // Names of others are escaped, however long they are, and what is no control character stays.
+    LOG_ERROR("%s\n", "a\nERROR b\r\t\x1b[31m\x7f \xc2\x9b \xc3\xa9\xc2\xa0");
+    expected.push_back("0 tavi-test TestBody a\\x0aERROR b\\x0d\\x09\\x1b[31m\\x7f \\xc2\\x9b \xc3\xa9\xc2\xa0");
+    for (size_t length = 200; length < 1200; ++length) {
+        expected.push_back("0 tavi-test TestBody x");
+        for (size_t i = 0; i < length; ++i)
+            expected.back() += "\\x01";
+        LOG_ERROR("x%s", std::string(length, 1).c_str());
+    }
     logger->SetSink(nullptr, nullptr);
     EXPECT_EQ(lines, expected);
     LOG_ERROR("again");

@@ -68,6 +68,7 @@ TEST_F(Tool, ExitCodesAndWordsOfRefusals) {
         {"@ convert photo.png nowhere/a.png", 4, "cannot write nowhere/a.png: No such file or directory"},
         {"@ convert photo.png - --type raw >/dev/full", 4, "No space left on device"},
         {"@ convert photo.png - >/dev/full", 4, "No space left on device"},
+        {"@ info \"$(printf 'a\\nb\\033[m')\"", 3, "cannot read a\\x0ab\\x1b[m: No such file"},
         {"@ convert photo.png a.png --crop 0,0,600,9", 1, "the region 0,0,600,9 is empty or not inside"},
         {"@ roi photo.png a.png --rect 0,0,9,400", 1, "out of image (600x400)"},
         {"@ affine photo.png a.png --from 1,1,1,1,1,1 --to 0,0,5,0,0,5", 1, "do not determine a map"},
