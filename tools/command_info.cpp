@@ -6,9 +6,7 @@
 
 #include "backends/blit/context_pool.h"
 #include "backends/blit/tavi_blit.h"
-#ifdef TAVI_WITH_FILES
 #include "backends/cpu/files/codec.h"
-#endif
 #include "image/format.h"
 #include "kernels/kernels.h"
 #include "picture.h"
@@ -21,36 +19,31 @@
 namespace tool {
 namespace {
 
-// The type of an encoded file and how it asks to be turned, from its head alone.
-void print_file_type(const Input& input) {
-#ifdef TAVI_WITH_FILES
-    tavi::Input file;
-    if (input.raw_format || input.path == "-" || !file.open(input.path.c_str()))
-        return;
-    for (const tavi::Signature* s :
-         {&tavi::kJpegSignature, &tavi::kPngSignature, &tavi::kBmpSignature, &tavi::kPnmSignature}) {
-        if (!s->matches(file.head(), file.head_size()))
-            continue;
-        const std::unique_ptr<tavi::Decoder> decoder(s->make());
-        tavi::FileHeader header;
-        printf("type    %s\n", s->name);
-        if (decoder && !decoder->open(file, header) && header.orientation != 1)
-            printf("stored  %ux%u, EXIF orientation %d\n", header.width, header.height, header.orientation);
-        return;
-    }
-#else
-    (void)input;
-#endif
+void print_picture(tavi_pixel_format format, uint32_t width, uint32_t height) {
+    const tavi::Format& f = *tavi::find_format(format);
+    printf("size    %ux%u\n", width, height);
+    printf("format  %.*s (%u: %s)\n", static_cast<int>(f.name.size()), f.name.data(), static_cast<unsigned>(format),
+           f.layout);
+    printf("bytes   %llu\n", static_cast<unsigned long long>(tavi::byte_count(f, width, height)));
 }
 
+// From the head of the file alone: nothing is decoded.
 void run_info(const Input& input) {
-    Picture picture = load(input);
-    const tavi::Format& format = *tavi::find_format(picture->pixel_format);
-    print_file_type(input);
-    printf("size    %ux%u\n", picture->width, picture->height);
-    printf("format  %.*s (%u: %s)\n", static_cast<int>(format.name.size()), format.name.data(),
-           static_cast<unsigned>(picture->pixel_format), format.layout);
-    printf("bytes   %d\n", tavi_image_get_size(picture.get()));
+    if (input.raw_format) {
+        const Picture picture = load(input);
+        return print_picture(picture->pixel_format, picture->width, picture->height);
+    }
+    tavi::Input file;
+    std::unique_ptr<tavi::Decoder> decoder;
+    tavi::FileHeader header;
+    if (const tavi::Refusal no = tavi::open_picture(encoded_path(input).c_str(), file, decoder, header))
+        throw Error(kCannotRead, "cannot read " + name_of(input) + ": " + no.text);
+    printf("type    %s\n", header.type);
+    if (header.orientation != 1)
+        printf("stored  %ux%u, EXIF orientation %d\n", header.width, header.height, header.orientation);
+    if (header.orientation > 4 && !input.ignore_orientation) // upright, its sides are exchanged
+        std::swap(header.width, header.height);
+    print_picture(header.stored, header.width, header.height);
 }
 
 void run_formats(Size size) {

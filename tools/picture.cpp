@@ -4,8 +4,8 @@
 #include <cerrno>
 #include <cstring>
 #include <memory>
-#include <unistd.h>
 
+#include "backends/cpu/files/codec.h"
 #include "image/format.h"
 #include "services/tavi_mem.h"
 
@@ -44,21 +44,6 @@ Picture load_raw(const Input& input, const std::string& name) {
         throw Error(kCannotRead, name + " holds " + (got < wanted ? "only " + std::to_string(got) : "more") +
                                      " bytes: a frame of " + picture.describe() + " has " + std::to_string(wanted));
     return picture;
-}
-
-void copy_to_stdout(const std::string& path) {
-    const File file(fopen(path.c_str(), "rb"), fclose);
-    char block[65536];
-    for (size_t n = 0; file && (n = fread(block, 1, sizeof(block), file.get())) > 0;)
-        fwrite(block, 1, n, stdout);
-    if (!file || ferror(file.get()) || fflush(stdout) != 0 || ferror(stdout))
-        throw Error(kCannotWrite, std::string("cannot write to standard output: ") + strerror(errno));
-}
-
-void write_raw(const Picture& picture, FILE* file, const std::string& name) {
-    const bool whole = fwrite(picture->data, 1, picture->size, file) == picture->size;
-    if (fflush(file) != 0 || !whole) // the library's raw writer reports no full disk; a command must
-        throw Error(kCannotWrite, "cannot write " + name + ": " + strerror(errno));
 }
 
 } // namespace
@@ -103,16 +88,22 @@ void add_output(CLI::App* app, Output& output) {
         ->capture_default_str();
 }
 
+std::string name_of(const Input& input) { return is_standard_stream(input.path) ? "standard input" : input.path; }
+
+std::string encoded_path(const Input& input) {
+    if (is_raw_ending(ending_of(input.path)))
+        throw Error(kUsage, name_of(input) + " looks like a raw frame: give --raw-format and --raw-size");
+    return is_standard_stream(input.path) ? "/dev/stdin" : input.path;
+}
+
 Picture load(const Input& input) {
-    const std::string name = is_standard_stream(input.path) ? "standard input" : input.path;
+    const std::string name = name_of(input);
     if (input.raw_format)
         return load_raw(input, name);
-    if (is_raw_ending(ending_of(input.path)))
-        throw Error(kUsage, name + " looks like a raw frame: give --raw-format and --raw-size");
+    const std::string path = encoded_path(input);
     Picture picture;
     const int flag = TAVI_IMAGE_READ_AS_STORED | (input.ignore_orientation ? TAVI_IMAGE_READ_IGNORE_ORIENTATION : 0);
-    const char* path = is_standard_stream(input.path) ? "/dev/stdin" : input.path.c_str();
-    check(tavi_image_read(path, picture.get(), flag), kCannotRead, "cannot read " + name);
+    check(tavi_image_read(path.c_str(), picture.get(), flag), kCannotRead, "cannot read " + name);
     if (!input.device)
         return picture;
     Picture on_device(picture->pixel_format, picture.size(), true);
@@ -121,32 +112,23 @@ Picture load(const Input& input) {
 }
 
 void save(Picture& picture, const Output& output) {
-    const std::string ending = is_standard_stream(output.path) ? output.type : ending_of(output.path);
-    if (is_standard_stream(output.path) && ending == "raw")
-        return write_raw(picture, stdout, "to standard output");
+    const bool standard = is_standard_stream(output.path);
+    const std::string ending = standard ? output.type : ending_of(output.path);
+    const std::string name = standard ? "to standard output" : output.path;
+    if (!standard && !is_raw_ending(ending))
+        return check(tavi_image_write(output.path.c_str(), picture.get()), kCannotWrite, "cannot write " + name);
+    tavi::Output file; // a raw frame appears whole or not at all, where the library's raw writer leaves half of one
+    const bool open = standard ? file.open(tavi::UniqueFd(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3)))
+                               : file.open(output.path.c_str());
+    if (!open)
+        throw Error(kCannotWrite, "cannot write " + name + ": " + strerror(errno));
     if (is_raw_ending(ending)) {
-        const File file(fopen(output.path.c_str(), "wb"), fclose);
-        if (!file)
-            throw Error(kCannotWrite, "cannot write " + output.path + ": " + strerror(errno));
-        return write_raw(picture, file.get(), output.path);
+        if (!file.write(picture->data, picture->size) || !file.commit())
+            throw Error(kCannotWrite, "cannot write " + name + ": " + strerror(errno));
+        return;
     }
-    if (!is_standard_stream(output.path))
-        return check(tavi_image_write(output.path.c_str(), picture.get()), kCannotWrite,
-                     "cannot write " + output.path);
-
-    // The writer needs a name with an ending, so the picture goes through a file of its own.
-    const char* tmp = getenv("TMPDIR");
-    std::string folder = std::string(tmp ? tmp : "/tmp") + "/tavi-image-XXXXXX";
-    if (!mkdtemp(folder.data()))
-        throw Error(kCannotWrite, "cannot make a temporary folder " + folder + ": " + strerror(errno));
-    const std::string path = folder + "/picture." + ending;
-    const auto remove_both = [&](void*) {
-        unlink(path.c_str());
-        rmdir(folder.c_str());
-    };
-    const std::unique_ptr<void, decltype(remove_both)> cleanup(&folder, remove_both);
-    check(tavi_image_write(path.c_str(), picture.get()), kCannotWrite, "cannot write to standard output");
-    copy_to_stdout(path);
+    if (const tavi::Refusal no = tavi::write_picture(*picture.get(), ("." + ending).c_str(), file))
+        throw Error(kCannotWrite, "cannot write " + name + ": " + no.text);
 }
 
 FILE* results(const Output& output) { return is_standard_stream(output.path) ? stderr : stdout; }

@@ -44,6 +44,8 @@ struct Output {
 void add_input(CLI::App* app, Input& input);
 void add_output(CLI::App* app, Output& output);
 
+std::string name_of(const Input& input);      ///< for a person
+std::string encoded_path(const Input& input); ///< of a file that is no raw frame; throws when it looks like one
 Picture load(const Input& input);
 void save(Picture& picture, const Output& output);
 

@@ -2,6 +2,7 @@
 // tavi-image: the library from the command line.
 #include <cstdio>
 #include <exception>
+#include <unistd.h>
 
 #include "services/escape.h"
 #include "tool.h"
@@ -16,6 +17,14 @@ const char* const kFooter = "Exit codes: 0 done, 1 the picture could not be proc
                             "  tavi-image letterbox photo.jpg input.png --size 640x640\n"
                             "  tavi-image COMMAND --help tells more about a command.";
 
+// Constants of the option parser take memory before main() can catch anything.
+__attribute__((constructor(101))) void end_without_memory() {
+    std::set_terminate([] {
+        fputs("tavi-image: no memory\n", stderr);
+        _exit(tool::kFailed);
+    });
+}
+
 int fail(int code, std::string line) {
     const size_t length = line.size(), escaped = tavi::escaped_length(line.data(), length);
     line.resize(escaped); // names come from others: one line stays one
@@ -24,9 +33,7 @@ int fail(int code, std::string line) {
     return code;
 }
 
-} // namespace
-
-int main(int argc, char** argv) {
+int run_tool(int argc, char** argv) {
     tool::capture_log();
     CLI::App app("Convert, cut, letterbox, warp and annotate pictures.", "tavi-image");
     app.set_version_flag("--version", "tavi-image " TAVI_VERSION);
@@ -62,5 +69,16 @@ int main(int argc, char** argv) {
         return fail(e.code, e.what());
     } catch (const std::exception& e) {
         return fail(tool::kFailed, e.what());
+    }
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    try {
+        return run_tool(argc, argv);
+    } catch (const std::exception& e) { // while the command was set up, or while its failure was told
+        fprintf(stderr, "tavi-image: %s\n", e.what());
+        return tool::kFailed;
     }
 }

@@ -68,6 +68,8 @@ TEST_F(Tool, ExitCodesAndWordsOfRefusals) {
         {"@ convert photo.png nowhere/a.png", 4, "cannot write nowhere/a.png: No such file or directory"},
         {"@ convert photo.png - --type raw >/dev/full", 4, "No space left on device"},
         {"@ convert photo.png - >/dev/full", 4, "No space left on device"},
+        {"trap '' XFSZ; ulimit -f 9; @ convert photo.png a.nv12 --format nv12", 4,
+         "cannot write a.nv12: File too large"},
         {"@ info \"$(printf 'a\\nb\\033[m')\"", 3, "cannot read a\\x0ab\\x1b[m: No such file"},
         {"@ convert photo.png a.png --crop 0,0,600,9", 1, "the region 0,0,600,9 is empty or not inside"},
         {"@ roi photo.png a.png --rect 0,0,9,400", 1, "out of image (600x400)"},
@@ -81,7 +83,8 @@ TEST_F(Tool, ExitCodesAndWordsOfRefusals) {
         EXPECT_EQ(run(row.line), row.code) << row.line;
         EXPECT_NE(err.find(row.words), std::string::npos) << row.line << "\n" << err;
         EXPECT_TRUE(std::regex_match(err, std::regex("tavi-image: [^\n]*\n"))) << row.line << "\n" << err;
-        EXPECT_FALSE(fs::exists("a.png") || fs::exists("a.tiff")) << row.line;
+        EXPECT_EQ(run("ls -A"), 0);
+        EXPECT_EQ(out, "err\nout\nphoto.png\n") << row.line;
     }
 }
 
@@ -140,6 +143,13 @@ TEST_F(Tool, TellsWhatItDid) {
     EXPECT_EQ(run("unset TAVI_BLIT_DEVICE; @ probe | head -n 3 >a; TAVI_BLIT_DEVICE= @ probe | head -n 3 | cmp - a"),
               0)
         << "set to nothing is not set" << out;
+}
+
+TEST_F(Tool, LeavesNothingBehindAndReadsNoMoreThanItNeeds) {
+    EXPECT_EQ(run("mkdir t; TMPDIR=t @ convert photo.png - --type bmp | head -c 2 && rmdir t"), 0) << err;
+    EXPECT_EQ(out, "BM");
+    ASSERT_EQ(run("head -c 99 photo.png | @ info -"), 0) << err;
+    EXPECT_EQ(out, "type    PNG\nsize    600x400\nformat  rgb (1: R G B)\nbytes   720000\n");
 }
 
 TEST_F(Tool, DrawsInOrderFromArgumentsAndJson) {

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 
 #include "backends/cpu/files/stream.h"
 #include "image/refusal.h"
@@ -52,5 +53,11 @@ struct Ending {
 
 extern const Signature kJpegSignature, kPngSignature, kBmpSignature, kPnmSignature;
 extern const Ending kJpgEnding, kJpegEnding, kPngEnding, kBmpEnding, kPpmEnding, kPgmEnding;
+
+/// Opens a file and reads its header, whose sides are within the limits then.
+Refusal open_picture(const char* path, Input& input, std::unique_ptr<Decoder>& decoder, FileHeader& header);
+
+/// Writes a picture as the type that the ending of `path` names; opens `path` itself unless `output` is open.
+Refusal write_picture(const tavi_image_t& img, const char* path, Output& output);
 
 } // namespace tavi

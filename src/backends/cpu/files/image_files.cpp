@@ -104,6 +104,8 @@ Refusal decode_into(Decoder& decoder, FileHeader header, const Turn& turn, const
     return convert_views(picture, target, turn.mode, TAVI_IMAGE_RESIZE_DEFAULT, "tavi_image_read_cpu");
 }
 
+} // namespace
+
 Refusal open_picture(const char* path, Input& input, std::unique_ptr<Decoder>& decoder, FileHeader& header) {
     if (!input.open(path))
         return {TAVI_RET_FAIL, "%s", std::strerror(errno)};
@@ -129,6 +131,8 @@ Refusal open_picture(const char* path, Input& input, std::unique_ptr<Decoder>& d
         return {TAVI_RET_FAIL, "damaged %s: the file ends before its last row", header.type};
     return {};
 }
+
+namespace {
 
 Refusal read_file(const char* path, tavi_image_t& img, int read_flag) {
     const int kind = read_flag & ~TAVI_IMAGE_READ_IGNORE_ORIENTATION;
@@ -196,7 +200,9 @@ const Ending* find_ending(const char* path) {
     return found == std::end(kEndings) ? nullptr : *found;
 }
 
-Refusal write_file(const char* path, const tavi_image_t& img) {
+} // namespace
+
+Refusal write_picture(const tavi_image_t& img, const char* path, Output& output) {
     const Ending* const ending = find_ending(path);
     if (!ending)
         return {TAVI_RET_UNSUPPORTED, "unknown ending; allowed are .jpg, .jpeg, .png, .bmp, .ppm and .pgm"};
@@ -217,8 +223,7 @@ Refusal write_file(const char* path, const tavi_image_t& img) {
             return no;
         picture = target;
     }
-    Output output;
-    if (!output.open(path))
+    if (!output.is_open() && !output.open(path))
         return {TAVI_RET_FAIL, "%s", std::strerror(errno)};
     if (const Refusal no = ending->encode(picture, output))
         return no;
@@ -227,7 +232,6 @@ Refusal write_file(const char* path, const tavi_image_t& img) {
     return {};
 }
 
-} // namespace
 } // namespace tavi
 
 extern "C" int tavi_image_read_cpu(const char* path, tavi_image_t* img, int read_flag) {
@@ -246,7 +250,8 @@ extern "C" int tavi_image_write_cpu(const char* path, tavi_image_t* img) {
         LOG_ERROR("path=%p img=%p; neither may be null", static_cast<const void*>(path), static_cast<void*>(img));
         return TAVI_RET_PARAM_ERR;
     }
-    const tavi::Refusal no = tavi::write_file(path, *img);
+    tavi::Output output;
+    const tavi::Refusal no = tavi::write_picture(*img, path, output);
     if (no)
         LOG_ERROR("cannot write %s: %s", path, no.text);
     return no.code;
