@@ -1,10 +1,14 @@
 // SPDX-License-Identifier: MIT
 // draw: shapes and text from arguments, in their order, and from a JSON list, so that detections can be painted.
 #include <algorithm>
+#include <climits>
+#include <cmath>
 #include <iostream>
+#include <numeric>
 
 #include <nlohmann/json.hpp>
 
+#include "image/numbers.h"
 #include "picture.h"
 
 namespace tool {
@@ -62,20 +66,65 @@ int draw(tavi_image_t* img, const Shape& s) {
     throw Error(kUsage, "item " + std::to_string(number) + " of the JSON list: " + why);
 }
 
+constexpr const char* kKeys[] = {"circle", "line", "rect",  "quad",      "text",
+                                 "at",     "size", "color", "thickness", "label"};
+
+// How many letters have to be put in, taken out or exchanged to make one word of the other.
+size_t letters_between(const std::string& a, const std::string& b) {
+    std::vector<size_t> row(b.size() + 1);
+    std::iota(row.begin(), row.end(), size_t{0});
+    for (size_t i = 0; i < a.size(); ++i) {
+        size_t diagonal = std::exchange(row[0], i + 1);
+        for (size_t j = 0; j < b.size(); ++j) {
+            const size_t exchanged = diagonal + (a[i] == b[j] ? 0 : 1);
+            diagonal = row[j + 1];
+            row[j + 1] = std::min({exchanged, row[j] + 1, row[j + 1] + 1});
+        }
+    }
+    return row.back();
+}
+
+void check_keys(const nlohmann::json& item, size_t number) {
+    for (const auto& entry : item.items()) {
+        const auto farther = [&entry](const char* a, const char* b) {
+            return letters_between(entry.key(), a) < letters_between(entry.key(), b);
+        };
+        const char* const nearest = *std::min_element(std::begin(kKeys), std::end(kKeys), farther);
+        if (entry.key() != nearest)
+            refuse_item(number, "\"" + entry.key() + "\" is no key; the nearest is \"" + nearest + "\"");
+    }
+}
+
+// Fractions are cut off; what no int holds would come out as another number.
+int whole_number(const nlohmann::json& value, size_t number) {
+    const double d = value.is_number() ? value.get<double>() : NAN;
+    if (!(d > INT_MIN - 1.0 && d < INT_MAX + 1.0))
+        refuse_item(number, value.dump() + " is no number from -2147483648 to 2147483647");
+    return static_cast<int>(d);
+}
+
+std::vector<int> whole_numbers(const nlohmann::json& list, size_t number) {
+    std::vector<int> numbers;
+    for (const nlohmann::json& value : list)
+        numbers.push_back(whole_number(value, number));
+    return numbers;
+}
+
 // One object: {"rect": [l, t, r, b], "label": "...", "color": "rrggbb", "thickness": n}, or another kind of shape,
 // or {"text": "...", "at": [x, y], "size": n}.
 void add_item(const nlohmann::json& item, size_t number, std::vector<Shape>& shapes) {
     Shape s{};
     if (!item.is_object())
         refuse_item(number, "an object is needed");
+    check_keys(item, number);
     if (item.contains("color"))
         s.color = parse_color("color", item["color"].get<std::string>());
-    s.thickness = item.value("thickness", s.thickness);
-    s.size = item.value("size", s.size);
+    s.thickness = whole_number(item.value("thickness", nlohmann::json(s.thickness)), number);
+    s.size = whole_number(item.value("size", nlohmann::json(s.size)), number);
     if (item.contains("text")) {
         s.kind = Shape::text;
         s.words = item["text"].get<std::string>();
-        s.at = item.at("at").get<std::vector<int>>();
+        s.at = whole_numbers(item.at("at"), number);
         if (s.at.size() != 2)
             refuse_item(number, "\"at\" needs X,Y");
         shapes.push_back(s);
@@ -86,7 +135,7 @@ void add_item(const nlohmann::json& item, size_t number, std::vector<Shape>& sha
     if (kind == std::end(kKinds))
         refuse_item(number, "one of \"circle\", \"line\", \"rect\", \"quad\" and \"text\" is needed");
     s.kind = kind->kind;
-    s.at = item[kind->name].get<std::vector<int>>();
+    s.at = whole_numbers(item[kind->name], number);
     if (s.at.size() != kind->numbers)
         refuse_item(number, std::string("\"") + kind->name + "\" needs " + kind->form);
     shapes.push_back(s);
@@ -94,11 +143,11 @@ void add_item(const nlohmann::json& item, size_t number, std::vector<Shape>& sha
         constexpr int kDefaultGlyph = 24;
         s.kind = Shape::text;
         s.words = item["label"].get<std::string>();
-        const int above = s.at[1] - (s.size ? s.size : kDefaultGlyph) - 4;
+        const double left = s.at[0], top = s.at[1], above = top - (s.size ? s.size : kDefaultGlyph) - 4;
         if (above >= 0)
-            s.at = {s.at[0], above};
+            s.at = {s.at[0], tavi::to_int(above)};
         else
-            s.at = {s.at[0] + 4, s.at[1] + 4}; // inside when there is no room above
+            s.at = {tavi::to_int(left + 4), tavi::to_int(top + 4)}; // inside when there is no room above
         shapes.push_back(s);
     }
 }

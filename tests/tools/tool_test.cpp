@@ -76,6 +76,9 @@ TEST_F(Tool, ExitCodesAndWordsOfRefusals) {
         {"@ affine photo.png a.png --from 1,1,1,1,1,1 --to 0,0,5,0,0,5", 1, "do not determine a map"},
         {"@ affine photo.png a.png --from 1,1,2,2 --to 0,0", 2, "--from has 4 numbers"},
         {"echo '[{\"rect\":[1,2]}]' | @ draw photo.png a.png --json", 2, "item 1 of the JSON list"},
+        {"echo '[{\"rect\":[1,2,4294967306,9]}]' | @ draw photo.png a.png --json", 2, "4294967306 is no number from"},
+        {"echo '[{\"circle\":[1,2,3],\"thicknes\":1e10}]' | @ draw photo.png a.png --json", 2,
+         "the nearest is \"thickness\""},
         {"echo '[{' | @ draw photo.png a.png --json", 2, "standard input: "},
         {"@ draw photo.png a.png --text 1,2", 2, "X,Y,SIZE,WORDS"},
     };
@@ -153,10 +156,11 @@ TEST_F(Tool, LeavesNothingBehindAndReadsNoMoreThanItNeeds) {
 }
 
 TEST_F(Tool, DrawsInOrderFromArgumentsAndJson) {
-    ASSERT_EQ(
-        run("echo '[{\"circle\":[50,50,9],\"color\":\"#0000ff\",\"thickness\":-1}]' | @ draw photo.png a.ppm --json "
-            "--color ff0000 --thickness -1 --rect 10,10,90,90 --color 00ff00 --rect 20,20,80,80"),
-        0)
+    ASSERT_EQ(run("echo '[{\"circle\":[50,50,9],\"color\":\"#0000ff\",\"thickness\":-1},"
+                  "{\"line\":[2147483647,-2147483648,9,-2147483648],\"label\":\"out of "
+                  "sight\",\"size\":2147483647}]' | @ draw photo.png a.ppm --json "
+                  "--color ff0000 --thickness -1 --rect 10,10,90,90 --color 00ff00 --rect 20,20,80,80"),
+              0)
         << err;
     tavi_image_t picture{};
     ASSERT_EQ(tavi_image_read("a.ppm", &picture, TAVI_IMAGE_READ_COLOR), 0);
