@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <utility>
 
@@ -19,7 +20,10 @@ static_assert(sizeof(off_t) == 8, "a file of 2 GiB, or one with a 64-bit inode, 
 
 /// open(), with O_CLOEXEC; empty with errno set.
 inline UniqueFd open_file(const char* path, int flags, mode_t mode = 0) {
-    UniqueFd fd(::open(path, flags | O_CLOEXEC, mode));
+    UniqueFd fd;
+    do {
+        fd = UniqueFd(::open(path, flags | O_CLOEXEC, mode));
+    } while (!fd && errno == EINTR);
     if (!fd || fd.get() > 2)
         return fd;
     fd = above_standard(std::move(fd));
@@ -34,9 +38,34 @@ inline UniqueFd open_file(const char* path, int flags, mode_t mode = 0) {
     return fd;
 }
 
-/// A stream on a descriptor, which is closed when there is none; null with errno set.
+/// A stream on a descriptor, which is closed when there is none; null with errno set. One of fdopen() would take a
+/// signal in the middle of a transfer for the end of the file, or lose what it was writing.
 inline std::FILE* stream_of(UniqueFd fd, const char* mode) {
-    std::FILE* const file = fd ? ::fdopen(fd.get(), mode) : nullptr;
+    static constexpr auto of = [](void* cookie) { return static_cast<int>(reinterpret_cast<intptr_t>(cookie)); };
+    cookie_io_functions_t io = {};
+    io.read = [](void* cookie, char* to, size_t size) {
+        ssize_t got;
+        do {
+            got = ::read(of(cookie), to, size);
+        } while (got < 0 && errno == EINTR);
+        return got;
+    };
+    io.write = [](void* cookie, const char* from, size_t size) {
+        size_t done = 0;
+        while (done < size) {
+            const ssize_t put = ::write(of(cookie), from + done, size - done);
+            if (put < 0 && errno != EINTR)
+                break;
+            done += put > 0 ? static_cast<size_t>(put) : 0;
+        }
+        return static_cast<ssize_t>(done);
+    };
+    io.seek = [](void* cookie, off64_t* at, int whence) {
+        *at = ::lseek(of(cookie), *at, whence);
+        return *at < 0 ? -1 : 0;
+    };
+    io.close = [](void* cookie) { return ::close(of(cookie)); };
+    std::FILE* const file = fd ? ::fopencookie(reinterpret_cast<void*>(intptr_t{fd.get()}), mode, io) : nullptr;
     if (file)
         fd.release();
     return file;

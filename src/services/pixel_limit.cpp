@@ -12,7 +12,7 @@ namespace tavi {
 namespace {
 
 int read_pixel_limit() {
-    const char* const text = std::getenv("TAVI_MAX_PIXELS");
+    const char* const text = ::secure_getenv("TAVI_MAX_PIXELS");
     int pixels = kDefaultPixelLimit;
     if (text && !parse_pixel_limit(text, pixels))
         LOG_AS("pixel_limit", TAVI_LOG_ERROR, "TAVI_MAX_PIXELS=\"%s\" is not an integer from 1 on; %d is used", text,

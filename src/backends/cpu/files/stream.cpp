@@ -82,13 +82,14 @@ Input::~Input() {
 }
 
 bool Input::open(const char* path) {
-    file_ = open_to_read(path);
-    if (!file_)
-        return false;
+    UniqueFd fd = open_file(path, O_RDONLY);
     struct stat status;
     // Files of /proc have a length of 0 and more to read.
-    if (::fstat(::fileno(file_), &status) == 0 && S_ISREG(status.st_mode) && status.st_size > 0)
+    if (fd && ::fstat(fd.get(), &status) == 0 && S_ISREG(status.st_mode) && status.st_size > 0)
         size_ = static_cast<uint64_t>(status.st_size);
+    file_ = stream_of(std::move(fd), "r");
+    if (!file_)
+        return false;
     errno = 0;
     head_size_ = std::fread(head_, 1, sizeof(head_), file_);
     return head_size_ > 0 || !std::ferror(file_); // a directory opens and then cannot be read
@@ -177,11 +178,11 @@ bool Output::open(const char* path) {
         return false;
     if (exists && ::faccessat(AT_FDCWD, target_, W_OK, AT_EACCESS) != 0) // a rename would not ask
         return false;
-    if (!create_temporary(exists ? 0600 : 0666))
-        return false;
-    if (exists)
-        take_after(::fileno(file_), old);
-    return true;
+    UniqueFd fd = create_temporary(exists ? 0600 : 0666);
+    if (fd && exists)
+        take_after(fd.get(), old);
+    file_ = stream_of(std::move(fd), "w");
+    return file_ != nullptr; // without a stream the destructor removes the file
 }
 
 bool Output::open(UniqueFd fd) {
@@ -189,7 +190,7 @@ bool Output::open(UniqueFd fd) {
     return file_ != nullptr;
 }
 
-bool Output::create_temporary(mode_t mode) {
+UniqueFd Output::create_temporary(mode_t mode) {
     // The name does not grow out of the target's: one of 255 bytes, the longest there can be, works as well.
     for (int attempt = 0; attempt < 100; ++attempt) {
         if (std::snprintf(temporary_, sizeof(temporary_), "%.*s.tavi-%016" PRIx64 ".tmp",
@@ -199,15 +200,13 @@ bool Output::create_temporary(mode_t mode) {
             break;
         }
         UniqueFd fd = open_file(temporary_, O_WRONLY | O_CREAT | O_EXCL, mode);
-        if (fd) {
-            file_ = stream_of(std::move(fd), "w");
-            return file_ != nullptr; // without a stream the destructor removes the file
-        }
+        if (fd)
+            return fd;
         if (errno != EEXIST)
             break;
     }
     temporary_[0] = 0;
-    return false;
+    return {};
 }
 
 bool Output::write(const void* from, size_t size) { return std::fwrite(from, 1, size, file_) == size; }

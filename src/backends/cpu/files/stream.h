@@ -82,7 +82,7 @@ public:
     bool commit();
 
 private:
-    bool create_temporary(mode_t mode);
+    UniqueFd create_temporary(mode_t mode);
 
     std::FILE* file_ = nullptr;
     char target_[4096] = ""; ///< the name behind symbolic links, so that a link stays one, dangling or not
