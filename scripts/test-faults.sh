@@ -1,0 +1,12 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
+# What the library does when the machine refuses: the n-th allocation and the n-th system call of every operation,
+# interrupted calls, short transfers; forks among busy threads, work while threads and processes end, loading and
+# unloading. x86-64; some twenty seconds after the build.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+. scripts/packages.sh
+need "${build_packages[@]}" "${test_packages[@]}"
+cmake --preset release >/dev/null
+cmake --build --preset release --target faults_test life_test reload_test
+ctest --preset release -R '^(Faults|Life)\.' --no-tests=error
