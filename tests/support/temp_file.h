@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -31,4 +32,20 @@ public:
 
 private:
     std::string path_;
+};
+
+/// A test that works in a folder of its own, empty at first: what is there afterwards is what it wrote.
+class InOwnFolder : public testing::Test {
+protected:
+    InOwnFolder() {
+        std::filesystem::create_directory(folder_);
+        std::filesystem::current_path(folder_);
+    }
+    ~InOwnFolder() override {
+        std::filesystem::current_path("/");
+        std::filesystem::remove_all(folder_);
+    }
+
+private:
+    const std::string folder_ = testing::TempDir() + "tavi_folder_" + std::to_string(getpid());
 };
