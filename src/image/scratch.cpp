@@ -6,6 +6,8 @@
 
 #include <pthread.h>
 
+#include "os/locks.h"
+
 namespace tavi {
 namespace {
 
@@ -33,11 +35,13 @@ struct Scratch::Overflow {
 };
 
 Scratch::ThreadBlock* Scratch::of_this_thread(bool make) {
-    static const struct Key {
+    struct Key {
         Key() : valid(::pthread_key_create(&key, free_block) == 0) {}
         pthread_key_t key = 0;
         bool valid;
-    } blocks;
+    };
+    static FirstUse<Key> made;
+    const Key& blocks = made.get([] { return Key(); });
     if (!blocks.valid)
         return nullptr;
     auto* block = static_cast<ThreadBlock*>(::pthread_getspecific(blocks.key));

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "kernels/kernels.h"
+#include "os/locks.h"
 
 #define TAVI_LOG_TAG "tavi-kernels"
 #include "services/log.h"
@@ -46,7 +47,8 @@ namespace {
 #define TAVI_TEXT(name) TAVI_TEXT_OF(name)
 
 const Kernels& simd_kernels() {
-    static const Kernels table = [] {
+    static FirstUse<Kernels> table;
+    return table.get([] {
         Kernels k = plain_kernels();
         k.name = TAVI_TEXT(TAVI_SIMD_BUILD);
         TAVI_SIMD_BUILD::use_colour(k);
@@ -55,8 +57,7 @@ const Kernels& simd_kernels() {
         TAVI_SIMD_BUILD::use_taps(k);
         TAVI_SIMD_BUILD::use_geometry(k);
         return k;
-    }();
-    return table;
+    });
 }
 
 } // namespace
@@ -90,8 +91,8 @@ const Kernels& choose() {
 } // namespace
 
 const Kernels& kernels() {
-    static const Kernels& chosen = choose();
-    return chosen;
+    static FirstUse<const Kernels*> chosen;
+    return *chosen.get([] { return &choose(); });
 }
 
 } // namespace tavi

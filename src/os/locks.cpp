@@ -1,17 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include "os/locks.h"
 
-#include <new>
-
 #include <pthread.h>
 
 namespace tavi {
-
-Locks g_locks; // without a constructor at run time: usable before and after all static objects
-
 namespace {
 
 void take_all() {
+    g_locks.first_use.lock();
     g_locks.engines.lock();
     g_locks.registry.lock();
     g_locks.pool.lock();
@@ -25,6 +21,7 @@ void release_all() {
     g_locks.pool.unlock();
     g_locks.registry.unlock();
     g_locks.engines.unlock();
+    g_locks.first_use.unlock();
 }
 
 // Not released: a lock for readers and writers takes the child for another thread than the one that holds it.

@@ -6,6 +6,7 @@
 #include "services/parse_int.h"
 
 #define TAVI_LOG_TAG "tavi-env"
+#include "os/locks.h"
 #include "services/log.h"
 
 namespace tavi {
@@ -31,8 +32,8 @@ bool parse_pixel_limit(const char* text, int& pixels) {
 }
 
 int pixel_limit() {
-    static const int pixels = read_pixel_limit();
-    return pixels;
+    static FirstUse<int> pixels;
+    return pixels.get(read_pixel_limit);
 }
 
 } // namespace tavi

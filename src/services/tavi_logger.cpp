@@ -11,7 +11,6 @@
 #include <ctime>
 #include <memory>
 #include <mutex>
-#include <new>
 #include <unistd.h>
 
 #include "os/locks.h"
@@ -28,6 +27,8 @@ struct {
     tavi_log_sink_t sink;
     void* user;
 } g_output;
+
+constexpr int32_t kNotRead = INT32_MIN; ///< a level before the setting has been looked at
 
 constexpr const char* kLevelNames[] = {"ERROR", "WARN ", "INFO ", "DEBUG"};
 
@@ -66,23 +67,21 @@ void write_whole(const char* from, size_t n) {
 
 } // namespace
 
-TaviLogger::TaviLogger() : level(TAVI_LOG_WARN) {
-    const char* text = secure_getenv("TAVI_LOG_LEVEL");
-    if (!text)
-        return;
-    int wanted = 0;
-    if (tavi::parse_int(text, &wanted) && wanted >= TAVI_LOG_ERROR && wanted <= TAVI_LOG_DEBUG)
-        level = wanted;
-    else
-        Log(TAVI_LOG_ERROR, __FILE__, __func__, __LINE__, "tavi-log",
-            "TAVI_LOG_LEVEL=\"%s\" is not a level from 0 to 3; %d is used", text, static_cast<int>(TAVI_LOG_WARN));
-}
-
+// Needs neither a lock, which others hold while they log, nor a constructor or a destructor at run time.
 TaviLogger* TaviLogger::GetInstance() {
-    // Built in place and never destroyed: threads may log while the process ends, and no heap can refuse it.
-    alignas(TaviLogger) static unsigned char storage[sizeof(TaviLogger)];
-    static TaviLogger* const logger = new (storage) TaviLogger;
-    return logger;
+    static TaviLogger logger(kNotRead);
+    if (logger.level.load(std::memory_order_relaxed) != kNotRead)
+        return &logger;
+    const char* const text = secure_getenv("TAVI_LOG_LEVEL");
+    int wanted = TAVI_LOG_WARN;
+    const bool is_level =
+        !text || (tavi::parse_int(text, &wanted) && wanted >= TAVI_LOG_ERROR && wanted <= TAVI_LOG_DEBUG);
+    int32_t before = kNotRead; // another thread may have read the same meanwhile
+    if (logger.level.compare_exchange_strong(before, is_level ? wanted : TAVI_LOG_WARN) && !is_level)
+        logger.Log(TAVI_LOG_ERROR, __FILE__, __func__, __LINE__, "tavi-log",
+                   "TAVI_LOG_LEVEL=\"%s\" is not a level from 0 to 3; %d is used", text,
+                   static_cast<int>(TAVI_LOG_WARN));
+    return &logger;
 }
 
 void TaviLogger::Log(tavi_log_level_t severity, const char*, const char* func, int line, const char* tag,

@@ -52,7 +52,7 @@ public:
     void SetSink(tavi_log_sink_t sink, void* user);
 
 private:
-    TaviLogger();
+    explicit constexpr TaviLogger(int32_t first) : level(first) {}
 };
 
 #endif // TAVI_LOGGER_H

@@ -9,7 +9,6 @@
 #include <cstdint>
 #include <cstring>
 #include <map>
-#include <new>
 
 #ifdef __GLIBC__
 #include <malloc.h>
@@ -52,11 +51,9 @@ struct Registry {
     }
 };
 
-// Built in place, so that no heap can refuse it, and never destroyed: images may be released while the process ends.
 Registry& registry() {
-    alignas(Registry) static unsigned char storage[sizeof(Registry)];
-    static Registry* const instance = new (storage) Registry;
-    return *instance;
+    static FirstUse<Registry> instance;
+    return instance.get([] { return Registry(); });
 }
 
 void release(const tavi_mem_record_t& record) {

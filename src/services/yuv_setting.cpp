@@ -5,6 +5,7 @@
 #include <cstring>
 
 #define TAVI_LOG_TAG "tavi-env"
+#include "os/locks.h"
 #include "services/log.h"
 
 namespace tavi {
@@ -40,8 +41,8 @@ bool parse_yuv(const char* text, ColorSpace& color) {
 }
 
 ColorSpace yuv_setting() {
-    static const ColorSpace color = read_yuv_setting();
-    return color;
+    static FirstUse<ColorSpace> color;
+    return color.get(read_yuv_setting);
 }
 
 } // namespace tavi

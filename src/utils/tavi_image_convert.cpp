@@ -3,6 +3,7 @@
 // process: whether there is an engine, and whether the setting allows it.
 #include "backends/blit/tavi_blit.h"
 #include "backends/software/tavi_image_libyuv.h"
+#include "os/locks.h"
 #include "services/tavi_env.h"
 #include "utils/image_checks.h"
 #include "utils/log_args.h"
@@ -15,7 +16,8 @@ enum class Method { blit, software };
 // The first test that fails decides: the setting is not consulted, nor its line logged, for what cannot go to the
 // engine anyway.
 Method get_image_convert_method(const tavi_image_t& src, const tavi_image_t& dst) {
-    static const int blit_support = is_blit_support(); // asked for every valid request, software's too
+    static tavi::FirstUse<int> probe;
+    const int blit_support = probe.get(is_blit_support); // asked for every valid request, software's too
 
     const bool blit = src.pixel_format != TAVI_PIXEL_FORMAT_GRAY16 && src.pixel_format != TAVI_PIXEL_FORMAT_GRAY8 &&
                       dst.pixel_format != TAVI_PIXEL_FORMAT_GRAY8 && // 16-bit grey may be a destination

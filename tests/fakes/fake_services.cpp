@@ -49,10 +49,8 @@ int tavi_tensor_write_txt_uint8(const char* path, const uint8_t* data, int count
     return call("txt", path, static_cast<const void*>(data), count);
 }
 
-TaviLogger::TaviLogger() : level(TAVI_LOG_WARN) {}
-
 TaviLogger* TaviLogger::GetInstance() {
-    static TaviLogger logger;
+    static TaviLogger logger(TAVI_LOG_WARN);
     return &logger;
 }
 

@@ -7,7 +7,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <new>
 
 #include <pthread.h>
 #include <sys/stat.h>
@@ -60,12 +59,9 @@ void visit_engines(const char* only, bool (*visit)(const EngineInfo& info, const
     }
 }
 
-// Built in place, so that no heap can refuse it, and never destroyed: the memory service may call while the process
-// ends.
 ContextPool& ContextPool::instance() {
-    alignas(ContextPool) static unsigned char storage[sizeof(ContextPool)];
-    static ContextPool* const pool = new (storage) ContextPool;
-    return *pool;
+    static FirstUse<ContextPool> pool;
+    return pool.get([] { return ContextPool(); });
 }
 
 ContextPool::ContextPool() { ::pthread_atfork(nullptr, nullptr, in_child); }

@@ -3,6 +3,7 @@
 #include "kernels/plain/colour.h"
 #include "kernels/plain/geometry.h"
 #include "kernels/plain/scale.h"
+#include "os/locks.h"
 
 namespace tavi {
 namespace {
@@ -67,15 +68,15 @@ void use_geometry(Kernels& k) {
 } // namespace
 
 const Kernels& plain_kernels() {
-    static const Kernels table = [] {
+    static FirstUse<Kernels> table;
+    return table.get([] {
         Kernels k = {};
         k.name = "plain";
         use_colour(k);
         use_scale(k);
         use_geometry(k);
         return k;
-    }();
-    return table;
+    });
 }
 
 } // namespace tavi
