@@ -280,9 +280,9 @@ public:
         return planes_fit_ || wanted.format->whole_pixels() ? nearest_for_jpeg(wanted) : TAVI_PIXEL_FORMAT_RGB888;
     }
 
-    /// The decoder's own scaling by 2, 4 or 8: without the memory of the whole picture, and in half the time. The
-    /// scaler keeps a factor of two or more, and the result stays within 45 dB of the mean of all pixels, where one
-    /// that comes from just enough of them has 37.
+    /// The decoder's own scaling by 2, 4 or 8, without the memory of the whole picture and in half the time. It
+    /// leaves the scaler a factor of two or more: photographs come out 45 dB and more from the mean of all pixels,
+    /// where just enough pixels give 37.
     void reduce(FileHeader& header, int width, int height) override {
         for (const int factor : {8, 4, 2}) {
             const tjscalingfactor scale = {1, factor};
