@@ -9,7 +9,8 @@
  *
  * Every function that returns `int` returns one of ::tavi_ret_t unless its comment says otherwise. Failures are
  * explained on the log (tag "tavi-image" for the module, "tavi-blit", "tavi-libyuv", "tavi-cpu", "tavi-mem" for
- * what lies below it); see tavi_logger.h for the level and for routing the lines elsewhere.
+ * what lies below it); see tavi_logger.h for the level and for routing the lines elsewhere. "Silent" marks the few
+ * that are not: a null argument that is cheaper to test than to explain, a trial that may well fail.
  *
  * The header compiles as C99 and as C++17. It is one file although it is long: a contract that is read from top to
  * bottom, most of it documentation.
@@ -161,7 +162,7 @@ enum {
  * Channels of the image's pixels.
  * @param img the record, may be null; only `pixel_format` is read.
  * @return 1 for grey, 3 for RGB/BGR, 4 for RGBA/BGRA; TAVI_RET_PARAM_ERR (-2) for a null record, for every YUV
- *         format (they have no channel count) and for a format above 15.
+ *         format (they have no channel count) and for a format above 15. Silent.
  */
 TAVI_API int tavi_image_get_channels(tavi_image_t* img);
 
@@ -169,7 +170,7 @@ TAVI_API int tavi_image_get_channels(tavi_image_t* img);
  * Bytes of the image's pixels, by the rules at ::tavi_pixel_format.
  * @param img the record, may be null; `pixel_format`, `width` and `height` are read.
  * @return the byte count, formed in unsigned 32-bit arithmetic and returned as `int` (2 GiB or more reads as
- *         negative); TAVI_RET_PARAM_ERR (-2) for a null record or a format above 15.
+ *         negative); TAVI_RET_PARAM_ERR (-2) for a null record or a format above 15. Silent.
  */
 TAVI_API int tavi_image_get_size(tavi_image_t* img);
 
@@ -203,7 +204,7 @@ TAVI_API int tavi_image_create_mem2(tavi_image_t* img, int type);
 /**
  * Frees memory that came from tavi_image_create_mem() or tavi_image_create_mem2(). Neither looks at
  * `is_prealloc_buf` nor clears the record. For memory of any origin use tavi_image_release().
- * @return TAVI_RET_PARAM_ERR for a null record or null `data`; otherwise the memory service's result.
+ * @return TAVI_RET_PARAM_ERR for a null record (silent) or null `data`; otherwise the memory service's result.
  */
 TAVI_API int tavi_image_destroy_mem(tavi_image_t* img);
 
@@ -215,17 +216,17 @@ TAVI_API tavi_image_t* tavi_image_clone(tavi_image_t* src);
  * @param src       the image, may be null; it needs `data`.
  * @param deep_copy nonzero: the clone gets its own copy of the pixels on the heap, but keeps the source's `fd` and
  *                  `data_phy`, which go on naming the source's memory; 0: the pixels are shared.
- * @return the record, or null for a null source, null `data` or exhausted memory. The caller gives the pixels back
- *         with tavi_image_release() (of a shallow clone and its source, one of the two only) and the record itself
- *         with free(). Its `size` field is not set.
+ * @return the record, or null for a null source, null `data` or exhausted memory, all silent. The caller gives the
+ *         pixels back with tavi_image_release() (of a shallow clone and its source, one of the two only) and the
+ *         record itself with free(). Its `size` field is not set.
  */
 TAVI_API tavi_image_t* tavi_image_clone2(tavi_image_t* src, int deep_copy);
 
 /**
  * Frees an image's pixels, whichever allocator they came from. The record is not cleared: `data` is stale
  * afterwards, and a second release is the caller's error.
- * @return TAVI_RET_SUCCESS; TAVI_RET_PARAM_ERR for a null record or null `data`; TAVI_RET_FAIL when
- *         `is_prealloc_buf` is 1 (nothing is freed); otherwise the memory service's result.
+ * @return TAVI_RET_SUCCESS; TAVI_RET_PARAM_ERR for a null record or null `data`, silent; TAVI_RET_FAIL with a warning
+ *         when `is_prealloc_buf` is 1 (nothing is freed); otherwise the memory service's result.
  */
 TAVI_API int tavi_image_release(tavi_image_t* img);
 
@@ -274,7 +275,8 @@ TAVI_API int tavi_image_convert(tavi_image_t* src, tavi_image_t* dst, tavi_image
  * @param out1   receives the vertical scale; may be null.
  * @param out2   receives the left padding in pixels: x_dst = x_src * out0 + out2; may be null.
  * @param out3   receives the top padding in pixels; may be null.
- * @return TAVI_RET_PARAM_ERR for a null record or a source without memory; otherwise the software backend's result.
+ * @return TAVI_RET_PARAM_ERR for a null record or a source without memory, silent; otherwise the software backend's
+ *         result.
  */
 TAVI_API int tavi_image_convert_keep_ration(tavi_image_t* src, tavi_image_t* dst, int param0, int param1, float* out0,
                                             float* out1, float* out2, float* out3);
@@ -319,8 +321,8 @@ TAVI_API int tavi_image_crop_and_resize_cpu(tavi_image_t* src, tavi_rect_t* rect
  * @param dst_roi where the region lands when the engine serves the request, null = the whole destination; software
  *                always fills the whole destination.
  * @param mode    a ::tavi_image_transform_mode.
- * @return TAVI_RET_PARAM_ERR for a null argument, a region outside the source or a destination size out of bounds;
- *         otherwise the result of the path taken.
+ * @return TAVI_RET_PARAM_ERR for a null argument (silent), a region outside the source (with a line at INFO only) or
+ *         a destination size out of bounds; otherwise the result of the path taken.
  */
 TAVI_API int tavi_image_convert_with_crop(tavi_image_t* src, tavi_rect_t* src_roi, tavi_image_t* dst,
                                           tavi_rect_t* dst_roi, tavi_image_transform_mode mode);
@@ -380,8 +382,9 @@ TAVI_API int tavi_image_rect_keep_ratio(tavi_image_t* img, tavi_rect_t* src_rect
  * @param roi     region inside the source, inclusive.
  * @param roi_img receives the image; cleared first. Its pixels are heap memory for tavi_image_release(); its
  *                `size` stays 0.
- * @return TAVI_RET_PARAM_ERR for a null argument or a region outside the image (`roi_img` untouched);
- *         TAVI_RET_FAIL when there is no memory.
+ * @return TAVI_RET_PARAM_ERR for a null argument (silent) or a region outside the image (with a line at INFO only),
+ *         `roi_img` untouched; TAVI_RET_FAIL when there is no memory, and for a YUV image or a format above 15, whose
+ *         missing channel count makes a size that no memory has: silent, `roi_img` described and without `data`.
  */
 TAVI_API int tavi_image_roi_cpu(tavi_image_t* img, tavi_rect_t* roi, tavi_image_t* roi_img);
 
@@ -395,7 +398,7 @@ TAVI_API int tavi_image_roi_cpu(tavi_image_t* img, tavi_rect_t* roi, tavi_image_
  * @param align      wanted granularity of the sides.
  * @param dst_format a ::tavi_pixel_format.
  * @return TAVI_RET_PARAM_ERR for a bad argument or a region outside the image (`roi_img` untouched); TAVI_RET_FAIL
- *         when there is no memory or the conversion failed.
+ *         when the conversion failed, or when there is no memory or `dst_format` is none, both silent.
  */
 TAVI_API int tavi_image_roi_with_align_cvt(tavi_image_t* img, tavi_rect_t* roi, tavi_image_t* roi_img, int align,
                                            int dst_format);
@@ -428,8 +431,8 @@ TAVI_API int tavi_image_roi_with_align_convert_prealloc(tavi_image_t* in_img, ta
 /*
  * Overlays are drawn in place on all sixteen formats and clipped to the image. `thickness` is the stroke width in
  * pixels; 0 counts as 1; below 0 fills a circle or rectangle. In chroma-subsampled formats a chroma sample takes the
- * colour when any pixel it covers does. All return TAVI_RET_PARAM_ERR for a null image, null `data` or an invalid
- * format. A build without drawing answers TAVI_RET_UNSUPPORTED.
+ * colour when any pixel it covers does. All return TAVI_RET_PARAM_ERR for a null image or null `data`, silent, and for
+ * an invalid format. A build without drawing answers TAVI_RET_UNSUPPORTED.
  */
 
 /** Draws a circle of `radius` pixels (0 or more) about `center`. */
@@ -475,9 +478,9 @@ enum {
  * @param img       receives the image. With `data` null the reader attaches heap memory for tavi_image_release();
  *                  with `is_prealloc_buf` 1 it decodes into `data`, and `size` bytes must be enough.
  * @param read_flag one of TAVI_IMAGE_READ_*.
- * @return TAVI_RET_PARAM_ERR for a null argument, a bad flag or a buffer too small; TAVI_RET_UNSUPPORTED for a file
- *         type or variant that is not read (CMYK) or a picture above 16384 pixels a side or TAVI_MAX_PIXELS in all;
- *         TAVI_RET_FAIL for a file that cannot be opened or is damaged. On failure nothing stays attached.
+ * @return TAVI_RET_PARAM_ERR for a null argument (silent), a bad flag or a buffer too small; TAVI_RET_UNSUPPORTED for
+ *         a file type or variant that is not read (CMYK) or a picture above 16384 pixels a side or TAVI_MAX_PIXELS in
+ *         all; TAVI_RET_FAIL for a file that cannot be opened or is damaged. On failure nothing stays attached.
  */
 TAVI_API int tavi_image_read(const char* path, tavi_image_t* img, int read_flag);
 
@@ -492,13 +495,14 @@ TAVI_API int tavi_image_write(const char* path, tavi_image_t* img);
 
 /**
  * Writes exactly tavi_image_get_size() bytes of pixel memory, without a header. A short write is not reported.
- * @return TAVI_RET_PARAM_ERR for a null image or null `data`; TAVI_RET_FAIL when the file cannot be opened.
+ * @return TAVI_RET_PARAM_ERR for a null image or null `data`, silent; TAVI_RET_FAIL when the file cannot be opened,
+ *         with a line at DEBUG only.
  */
 TAVI_API int tavi_image_write_raw(const char* path, tavi_image_t* img);
 
 /**
  * Writes the pixel bytes as text, one decimal number a line.
- * @return TAVI_RET_PARAM_ERR for a null image or null `data`; TAVI_RET_FAIL when it cannot be written.
+ * @return TAVI_RET_PARAM_ERR for a null image or null `data`, silent; TAVI_RET_FAIL when it cannot be written.
  */
 TAVI_API int tavi_image_write_to_txt(const char* path, tavi_image_t* img);
 
@@ -532,8 +536,8 @@ TAVI_API int tavi_get_affine_transform(const float* src, const float* dst, int n
  */
 TAVI_API int tavi_image_affine_transform(tavi_image_t* src, tavi_image_t* dst, const float* matrix);
 
-/* Placeholders. They keep their place in the interface and always fail; their parameters are not read, except for
- * the size of `img` where an image is named first. */
+/* Placeholders. They keep their place in the interface and always fail, the first four silently; their parameters are
+ * not read, except for the size of `img` where an image is named first. */
 
 /** Always TAVI_RET_UNSUPPORTED. */
 TAVI_API int tavi_get_rotation_matrix(tavi_point_t center, double angle, double scale, float* matrix);

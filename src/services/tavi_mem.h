@@ -93,7 +93,10 @@ TAVI_API int tavi_mem_free_by_virt_addr(void* addr);
  */
 TAVI_API int tavi_mem_get_stats(int type, tavi_mem_stats_t* stats);
 
-/** Gives pooled heap memory back to the system; live allocations stay. */
+/**
+ * Gives back what is kept for later: the pool of heap blocks, what the calling thread keeps for temporaries, and what
+ * the C library keeps of freed blocks. Live allocations stay.
+ */
 TAVI_API void tavi_mem_trim(void);
 
 #ifdef __cplusplus
