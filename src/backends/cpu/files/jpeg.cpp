@@ -263,9 +263,11 @@ public:
         int width = -1;
         int height = -1;
         int space = -1;
-        if (tjDecompressHeader3(handle_.get(), file_.get(), size_, &width, &height, &subsampling_, &space) != 0 &&
-            (width < 1 || height < 1 || space < 0)) // rare subsamplings are refused here and can be decoded to RGB
-            return {TAVI_RET_FAIL, "damaged JPEG: %s", handle_.error()};
+        const int result =
+            tjDecompressHeader3(handle_.get(), file_.get(), size_, &width, &height, &subsampling_, &space);
+        if (width < 1 || height < 1 || space < 0) // rare subsamplings are refused here and can be decoded to RGB
+            return {TAVI_RET_FAIL, "damaged JPEG: %s",
+                    result != 0 ? handle_.error() : "it holds tables and no picture"};
         if (space == TJCS_CMYK || space == TJCS_YCCK)
             return {TAVI_RET_UNSUPPORTED, "CMYK JPEG; allowed are grey, YCbCr and RGB"};
         planes_fit_ = subsampling_ >= 0 && subsampling_ < TJ_NUMSAMP && (space == TJCS_YCbCr || space == TJCS_GRAY);
@@ -303,27 +305,32 @@ public:
     }
 
 private:
-    /// Reads up to the pixels; all of the file where it is not one segment after the other, which the decoder is to
-    /// judge. False with errno set.
+    /// Reads up to the pixels, or to where there is no segment behind the last one, of which the decoder will tell.
+    /// False with errno set.
     bool read_head() {
-        constexpr uint8_t kStartOfFrame = 0xc0, kRestart = 0xd0,
-                          kStartOfScan = 0xda; // between the last two: no length
-        if (!input_->append(file_, size_, 2))  // the start of the image
-            return false;
+        constexpr uint8_t kFillByte = 0xff, kTemporary = 0x01, kRestart = 0xd0, kEnd = 0xd9, kStartOfScan = 0xda;
+        size_t at = 2; // after the start-of-image marker
         for (;;) {
-            const size_t at = size_;
-            if (!input_->append(file_, size_, 4))
+            if (!input_->append(file_, size_, at + 4 - size_))
                 return false;
-            const uint8_t* const head = file_.get() + at;
-            const uint8_t marker = head[1];
-            const size_t length =
-                size_ < at + 4 ? 0 : static_cast<size_t>(head[2]) << 8 | head[3]; // with its own two
-            if (length < 2 || head[0] != 0xff || marker < kStartOfFrame || marker == 0xff ||
-                (marker >= kRestart && marker < kStartOfScan))
-                return input_->append_rest(file_, size_, kMaxFile);
-            if (!input_->append(file_, size_, length - 2))
+            if (size_ < at + 4 || file_[at] != 0xff)
+                return true;
+            const uint8_t marker = file_[at + 1];
+            if (marker == kFillByte) {
+                ++at;
+                continue;
+            }
+            if (marker == kTemporary || (marker >= kRestart && marker < kEnd)) { // markers without a segment
+                at += 2;
+                continue;
+            }
+            const size_t length = static_cast<size_t>(file_[at + 2]) << 8 | file_[at + 3]; // counts its own two bytes
+            if (length < 2)
+                return true;
+            at += 2 + length;
+            if (!input_->append(file_, size_, at - size_))
                 return false;
-            if (marker == kStartOfScan)
+            if (size_ < at || marker == kStartOfScan)
                 return true;
         }
     }
