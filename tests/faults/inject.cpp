@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include "faults/inject.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstddef>
 #include <cstdint>
+#include <iterator>
 
 #include <sys/prctl.h>
 #include <sys/syscall.h>
@@ -71,30 +73,13 @@ void* given(void* block) {
 }
 
 /// Calls that can fail for reasons outside this process. Not close() and unlink(): nothing is left to be done then.
+constexpr long kCanFail[] = {SYS_read,      SYS_write,      SYS_openat,       SYS_lseek,      SYS_newfstatat,
+                             SYS_mmap,      SYS_ioctl,      SYS_poll,         SYS_fcntl,      SYS_fsync,
+                             SYS_ftruncate, SYS_rename,     SYS_fchmod,       SYS_getdents64, SYS_fchown,
+                             SYS_readlink,  SYS_faccessat2, SYS_memfd_create, SYS_getrandom};
+
 bool can_fail(long number) {
-    switch (number) {
-    case SYS_read:
-    case SYS_write:
-    case SYS_openat:
-    case SYS_lseek:
-    case SYS_newfstatat:
-    case SYS_mmap:
-    case SYS_ioctl:
-    case SYS_poll:
-    case SYS_fcntl:
-    case SYS_ftruncate:
-    case SYS_rename:
-    case SYS_fsync:
-    case SYS_fchmod:
-    case SYS_fchown:
-    case SYS_getdents64:
-    case SYS_readlink:
-    case SYS_faccessat2:
-    case SYS_memfd_create:
-        return true;
-    default:
-        return false;
-    }
+    return std::find(std::begin(kCanFail), std::end(kCanFail), number) != std::end(kCanFail);
 }
 
 bool can_be_interrupted(long number) {
