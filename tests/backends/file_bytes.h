@@ -56,10 +56,7 @@ inline Result read_bytes(const Blob& bytes, int flag, tavi_image_t img = {}) {
 
 /// A record for the reader to give memory.
 inline tavi_image_t wanted(int format, uint32_t width = 0, uint32_t height = 0) {
-    tavi_image_t img = {};
-    img.pixel_format = static_cast<tavi_pixel_format>(format);
-    img.width = width, img.height = height;
-    return img;
+    return {nullptr, 0, 0, static_cast<tavi_pixel_format>(format), width, height, 0, nullptr};
 }
 
 inline void expect_read(const char* name, const Blob& file, int flag, int format, int width, int height,
@@ -93,11 +90,11 @@ int64_t peak_kib(Call call) {
 /// A smooth colour picture with one bright corner, so that turning it shows.
 inline Blob smooth(int width, int height, int channels) {
     Blob p(static_cast<size_t>(width) * height * channels);
-    for (int y = 0; y < height; ++y)
-        for (int x = 0; x < width; ++x)
-            for (int c = 0; c < channels; ++c)
-                p[(static_cast<size_t>(y) * width + x) * channels + c] = static_cast<uint8_t>(
-                    c == 3 ? 40 + 3 * x : 128 + 90 * std::sin((x * (c + 1) + y * (3 - c)) * 3.0 / (width + height)));
+    for (int i = 0; i < int(p.size()); ++i) {
+        const int c = i % channels, x = i / channels % width, y = i / channels / width;
+        const double phase = (x * (c + 1) + y * (3 - c)) * 3.0 / (width + height);
+        p[i] = static_cast<uint8_t>(c == 3 ? 40 + 3 * x : 128 + 90 * std::sin(phase));
+    }
     return p;
 }
 
