@@ -431,8 +431,8 @@ TAVI_API int tavi_image_roi_with_align_convert_prealloc(tavi_image_t* in_img, ta
 /*
  * Overlays are drawn in place on all sixteen formats and clipped to the image. `thickness` is the stroke width in
  * pixels; 0 counts as 1; below 0 fills a circle or rectangle. In chroma-subsampled formats a chroma sample takes the
- * colour when any pixel it covers does. All return TAVI_RET_PARAM_ERR for a null image or null `data`, silent, and for
- * an invalid format. A build without drawing answers TAVI_RET_UNSUPPORTED.
+ * colour when any pixel it covers does. All return TAVI_RET_PARAM_ERR for a null image or null `data`, silent, and
+ * for an invalid format. A build without drawing answers TAVI_RET_UNSUPPORTED.
  */
 
 /** Draws a circle of `radius` pixels (0 or more) about `center`. */

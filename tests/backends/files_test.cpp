@@ -21,6 +21,7 @@
 #include "backends/cpu/files/stream.h"
 #include "backends/cpu/tavi_image_cpu.h"
 #include "backends/file_bytes.h"
+#include "pixels/convert.h"
 #include "services/tavi_mem.h"
 #include "support/captured_log.h"
 #include "support/pixels.h"
@@ -254,6 +255,47 @@ TEST(Limits, HoldForEveryTypeAndAreFoundInTheHeader) {
     EXPECT_EQ(stats().peak_bytes, before);
     for (const char* damaged : {"P6 0 4 255\n", "P5 99999999999999999999 4 255\n", "P2 1 1 10 11 "})
         EXPECT_EQ(read_bytes(text(damaged), 0).ret, TAVI_RET_FAIL) << damaged;
+}
+
+TEST(Limits, WhatIsShrunkIsReadByRows) {
+    const int w = 3000, h = 2000;
+    Blob rgb;
+    while (rgb.size() < size_t{3} * w * h)
+        rgb = rgb + smooth(w, 100, 3);
+    Blob bgr(rgb); // BMP rows of 3000 pixels need no padding
+    for (size_t i = 0; i < bgr.size(); i += 3)
+        std::swap(bgr[i], bgr[i + 2]);
+    const struct {
+        const char* name;
+        Blob file;
+        bool from_bottom;
+    } cases[] = {
+        {"png", make_png(rgb, w, h, PNG_COLOR_TYPE_RGB, 8), false},
+        {"ppm", text("P6 3000 2000 255\n") + rgb, false},
+        {"bmp", bmp_head(w, -h, 24, 0, 0) + bgr, false},
+        {"bmp from its last row", bmp_head(w, h, 24, 0, 0) + bgr, true},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        Result whole = read_bytes(c.file, TAVI_IMAGE_READ_COLOR);
+        const tavi::ImageView all = tavi::make_view(whole.pixels.data(), tavi::kFormats[1], w, h, {});
+        for (const auto& [format, sw, sh] : {std::tuple{1, 800, 500}, {1, 1500, 1000}, {1, 3100, 77}, {7, 62, 100}}) {
+            const tavi::Format& f = tavi::kFormats[format];
+            Result got;
+            const int64_t memory = peak_kib([&] { got = read_bytes(c.file, 3, wanted(format, sw, sh)); });
+            ASSERT_EQ(got.ret, 0);
+            Blob expected(got.pixels.size());
+            ASSERT_FALSE(tavi::convert_views(all, tavi::make_view(expected.data(), f, sw, sh, {}), 0, 0));
+            // Rows that come from the other end are averaged with weights that are rounded the other way.
+            int worst = 0;
+            for (size_t i = 0; i < expected.size(); ++i)
+                worst = std::max(worst, std::abs(got.pixels[i] - expected[i]));
+            EXPECT_LE(worst, c.from_bottom ? 1 : 0) << sw << 'x' << sh;
+            EXPECT_LT(memory, 10 << 10) << "of 17.2 MiB";
+        }
+        Blob cut(c.file.begin(), c.file.end() - 20000);
+        EXPECT_EQ(read_bytes(cut, 3, wanted(1, 800, 500)).ret, TAVI_RET_FAIL);
+    }
 }
 
 TEST(Limits, NothingIsDoneOnTheWordOfAFile) {

@@ -90,14 +90,19 @@ public:
     tavi_pixel_format nearest(const ImageView&) const override { return stored_; }
 
     Refusal decode(const ImageView& picture) override {
-        const uint64_t bytes = row_bytes(static_cast<uint64_t>(picture.width), bits_);
-        const Bytes row = allocate_bytes(bytes);
-        if (!row)
+        return decode_rows(top_down_ ? picture : flip_rows(picture));
+    }
+
+    Rows rows() const override { return top_down_ ? Rows::from_top : Rows::from_bottom; }
+
+    Refusal decode_rows(const ImageView& rows) override {
+        const uint64_t bytes = row_bytes(static_cast<uint64_t>(rows.width), bits_);
+        if (!row_ && !(row_ = allocate_bytes(bytes)))
             return {TAVI_RET_FAIL, "no memory for a row"};
-        for (int y = 0; y < picture.height; ++y) {
-            if (!input_->read(row.get(), static_cast<size_t>(bytes)))
-                return {TAVI_RET_FAIL, "damaged BMP: the file ends in row %d of %d", y, picture.height};
-            store(row.get(), picture.width, picture.plane[0].row(top_down_ ? y : picture.height - 1 - y));
+        for (int y = 0; y < rows.height; ++y, ++done_) {
+            if (!input_->read(row_.get(), static_cast<size_t>(bytes)))
+                return {TAVI_RET_FAIL, "damaged BMP: the file ends in row %u of %u", done_, height_};
+            store(row_.get(), rows.width, rows.plane[0].row(y));
         }
         return {};
     }
@@ -163,6 +168,7 @@ private:
         if (start < position_ || !input_->skip(start - position_))
             return {TAVI_RET_FAIL, "damaged BMP: no pixels at byte %u", start};
         header.bytes = row_bytes(header.width, bits_) * header.height;
+        height_ = header.height;
         return {};
     }
 
@@ -189,6 +195,9 @@ private:
     uint32_t position_ = 0;
     uint32_t bits_ = 0;
     bool top_down_ = false;
+    uint32_t height_ = 0;
+    uint32_t done_ = 0; ///< rows
+    Bytes row_;
     tavi_pixel_format stored_ = TAVI_PIXEL_FORMAT_RGB888;
     Mask mask_[4];                 ///< red, green, blue, alpha
     uint8_t palette_[256][3] = {}; ///< an index beyond the file's entries is black

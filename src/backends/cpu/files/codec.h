@@ -35,6 +35,12 @@ public:
     virtual void reduce(FileHeader&, int /*width*/, int /*height*/) {}
     /// Fills the whole picture; called once.
     virtual Refusal decode(const ImageView& picture) = 0;
+
+    /// Whether it can also be had a few rows at a time, and which end comes first.
+    enum class Rows { at_once, from_top, from_bottom };
+    virtual Rows rows() const { return Rows::at_once; }
+    /// Fills the next rows of the picture, in the order of the file; in place of decode(), until all have come.
+    virtual Refusal decode_rows(const ImageView& /*rows*/) { return {TAVI_RET_UNSUPPORTED, "no rows"}; }
 };
 
 /// A type of file that can be read, known by its first bytes.

@@ -13,6 +13,7 @@
 #include "backends/cpu/tavi_image_cpu.h"
 #include "image/cpu_image.h"
 #include "pixels/convert.h"
+#include "pixels/image_scaler.h"
 #include "services/log.h"
 #include "services/pixel_limit.h"
 #include "services/tavi_mem.h"
@@ -79,12 +80,55 @@ void reverse_rows(const ImageView& picture) {
     }
 }
 
+/// Decodes a few rows at a time, which are scaled at once: the picture of the file never stands in memory.
+Refusal decode_shrunk(Decoder& decoder, const FileHeader& header, const ImageView& result) {
+    const bool from_bottom = decoder.rows() == Decoder::Rows::from_bottom;
+    const ImageView small = from_bottom ? flip_rows(result) : result;
+    const Format& f = *small.format;
+    const int width = static_cast<int>(header.width), height = static_cast<int>(header.height);
+    Scratch scratch;
+    ImageScaler scaler;
+    bool room = scaler.init(scratch, {&f, width, height, Box{0, 0, width, height}, &f, small.width, small.height,
+                                      TAVI_IMAGE_RESIZE_DEFAULT});
+    int most = 1;
+    for (int y = 0; room && y < small.height; ++y) {
+        const RowRange r = scaler.source_rows(y, y + 1);
+        most = std::max(most, r.end - r.begin);
+    }
+    uint8_t* const pixels = room ? scratch.take<uint8_t>(byte_count(f, header.width, most)) : nullptr;
+    if (!pixels)
+        return {TAVI_RET_FAIL, "no memory for %d rows of %d pixels", most, width};
+    const ImageView kept = make_view(pixels, f, width, most, small.color);
+    const size_t pitch = kept.plane[0].pitch;
+    int end = 0; // of the rows that have come; the last of them are kept
+    Refusal no;
+    const auto skip_to = [&](int row) {
+        for (; !no && end < row; ++end)
+            no = decoder.decode_rows(rows_of(kept, 0, 1));
+    };
+    for (int y = 0, first = 0; !no && y < small.height; ++y) {
+        const RowRange r = scaler.source_rows(y, y + 1);
+        if (r.begin < end)
+            std::memmove(pixels, pixels + pitch * static_cast<size_t>(r.begin - first),
+                         pitch * static_cast<size_t>(end - r.begin));
+        skip_to(r.begin);
+        first = r.begin;
+        if (!no && end < r.end)
+            no = decoder.decode_rows(rows_of(kept, end - first, r.end - end));
+        end = std::max(end, r.end);
+        if (!no)
+            scaler.run(rows_of(kept, 0, r.end - first), first, y, rows_of(small, y, 1));
+    }
+    skip_to(height); // a damaged end is damage too
+    return no;
+}
+
 /// Decodes into `target`: straight when it is what the codec gives, else through a picture of the file's own shape.
 Refusal decode_into(Decoder& decoder, FileHeader header, const Turn& turn, const ImageView& target) {
-    if (exchanges_sides(turn.mode))
-        decoder.reduce(header, target.height, target.width);
-    else
-        decoder.reduce(header, target.width, target.height);
+    const bool turned = exchanges_sides(turn.mode);
+    const int upright_width = turned ? target.height : target.width;
+    const int upright_height = turned ? target.width : target.height;
+    decoder.reduce(header, upright_width, upright_height);
     const int width = static_cast<int>(header.width);
     const int height = static_cast<int>(header.height);
     tavi_pixel_format nearest = decoder.nearest(target);
@@ -93,11 +137,19 @@ Refusal decode_into(Decoder& decoder, FileHeader header, const Turn& turn, const
         return decoder.decode(target);
     if (why_not_viewable(nearest, header.width, header.height))
         nearest = TAVI_PIXEL_FORMAT_RGB888; // one row or column has no chroma sample, and may grow to a size that has
-    const Bytes pixels = allocate_bytes(byte_count(kFormats[nearest], header.width, header.height));
+    // Scaled by rows where a conversion of the whole would scale first, too.
+    const bool shrinks = int64_t{upright_width} * upright_height < int64_t{width} * height;
+    const bool by_rows =
+        shrinks && decoder.rows() != Decoder::Rows::at_once && target.format->bits <= kFormats[nearest].bits;
+    if (by_rows && turn.mode == TAVI_IMAGE_TRANSFORM_NONE && nearest == target.id())
+        return decode_shrunk(decoder, header, target);
+    const int held_width = by_rows ? upright_width : width, held_height = by_rows ? upright_height : height;
+    const Bytes pixels = allocate_bytes(
+        byte_count(kFormats[nearest], static_cast<uint32_t>(held_width), static_cast<uint32_t>(held_height)));
     if (!pixels)
-        return {TAVI_RET_FAIL, "no memory for a picture of %dx%d", width, height};
-    const ImageView picture = make_view(pixels.get(), kFormats[nearest], width, height, target.color);
-    if (const Refusal no = decoder.decode(picture))
+        return {TAVI_RET_FAIL, "no memory for a picture of %dx%d", held_width, held_height};
+    const ImageView picture = make_view(pixels.get(), kFormats[nearest], held_width, held_height, target.color);
+    if (const Refusal no = by_rows ? decode_shrunk(decoder, header, picture) : decoder.decode(picture))
         return no;
     if (turn.reverses_rows)
         reverse_rows(picture);

@@ -84,8 +84,12 @@ public:
         return grey_ ? TAVI_PIXEL_FORMAT_GRAY8 : TAVI_PIXEL_FORMAT_RGB888;
     }
 
-    Refusal decode(const ImageView& picture) override {
-        read_rows(*picture.format, picture.plane[0]);
+    Refusal decode(const ImageView& picture) override { return decode_rows(picture); }
+
+    Rows rows() const override { return interlaced_ ? Rows::at_once : Rows::from_top; }
+
+    Refusal decode_rows(const ImageView& rows) override {
+        read_rows(*rows.format, rows.plane[0]);
         return refusal_;
     }
 
@@ -104,6 +108,8 @@ private:
     void describe(FileHeader& header) {
         header.width = png_get_image_width(png_, info_);
         header.height = png_get_image_height(png_, info_);
+        height_ = header.height;
+        interlaced_ = png_get_interlace_type(png_, info_) != PNG_INTERLACE_NONE;
         colour_ = png_get_color_type(png_, info_);
         depth_ = png_get_bit_depth(png_, info_);
         grey_ = !(colour_ & PNG_COLOR_MASK_COLOR);
@@ -123,15 +129,19 @@ private:
     void read_rows(const Format& want, const PlaneView& rows) {
         if (setjmp(png_jmpbuf(png_)))
             return;
-        set_transforms(want);
-        const int passes = png_set_interlace_handling(png_);
-        png_read_update_info(png_, info_);
+        if (done_ == 0) {
+            set_transforms(want);
+            passes_ = png_set_interlace_handling(png_);
+            png_read_update_info(png_, info_);
+        }
         if (png_get_rowbytes(png_, info_) != static_cast<size_t>(rows.cols) * rows.step)
             png_error(png_, "libpng gives rows of another length than asked for");
-        for (int pass = 0; pass < passes; ++pass)
+        for (int pass = 0; pass < passes_; ++pass)
             for (int y = 0; y < rows.rows; ++y)
                 png_read_row(png_, rows.row(y), nullptr);
-        png_read_end(png_, nullptr);
+        done_ += static_cast<uint32_t>(rows.rows);
+        if (done_ == height_)
+            png_read_end(png_, nullptr);
     }
 
     /// From what is in the file to grey, RGB or RGBA of one byte, or grey of two.
@@ -165,6 +175,10 @@ private:
     png_infop info_ = nullptr;
     Refusal refusal_;      ///< what libpng calls an error
     bool starved_ = false; ///< an allocation was refused
+    uint32_t height_ = 0;
+    uint32_t done_ = 0; ///< rows
+    int passes_ = 1;    ///< over the picture, as interlaced files have them
+    bool interlaced_ = false;
     int colour_ = 0;
     int depth_ = 0;
     bool grey_ = false;

@@ -30,6 +30,7 @@ public:
                   : max_ > 255   ? TAVI_PIXEL_FORMAT_GRAY16
                                  : TAVI_PIXEL_FORMAT_GRAY8;
         header.stored = stored_;
+        height_ = header.height;
         if (kind_ > 3)
             header.bytes = row_bytes(header.width) * header.height;
         return {};
@@ -37,16 +38,19 @@ public:
 
     tavi_pixel_format nearest(const ImageView&) const override { return stored_; }
 
-    Refusal decode(const ImageView& picture) override {
-        const size_t samples = static_cast<size_t>(picture.width) * channels_;
-        const size_t bytes = static_cast<size_t>(row_bytes(static_cast<uint64_t>(picture.width)));
-        const Bytes row = allocate_bytes(samples * 2);
-        if (!row)
+    Refusal decode(const ImageView& picture) override { return decode_rows(picture); }
+
+    Rows rows() const override { return Rows::from_top; }
+
+    Refusal decode_rows(const ImageView& rows) override {
+        const size_t samples = static_cast<size_t>(rows.width) * channels_;
+        const size_t bytes = static_cast<size_t>(row_bytes(static_cast<uint64_t>(rows.width)));
+        if (!row_ && !(row_ = allocate_bytes(samples * 2)))
             return {TAVI_RET_FAIL, "no memory for a row"};
-        for (int y = 0; y < picture.height; ++y) {
-            if (kind_ > 3 ? !input_->read(row.get(), bytes) : !read_digits(samples, row.get()))
-                return {TAVI_RET_FAIL, "damaged PNM: no samples from row %d of %d on", y, picture.height};
-            store(row.get(), samples, picture.plane[0].row(y));
+        for (int y = 0; y < rows.height; ++y, ++done_) {
+            if (kind_ > 3 ? !input_->read(row_.get(), bytes) : !read_digits(samples, row_.get()))
+                return {TAVI_RET_FAIL, "damaged PNM: no samples from row %u of %u on", done_, height_};
+            store(row_.get(), samples, rows.plane[0].row(y));
         }
         return {};
     }
@@ -135,6 +139,9 @@ private:
     int kind_ = 0;
     int max_ = 0;
     int channels_ = 1;
+    uint32_t height_ = 0;
+    uint32_t done_ = 0; ///< rows
+    Bytes row_;
     tavi_pixel_format stored_ = TAVI_PIXEL_FORMAT_GRAY8;
 };
 
