@@ -7,7 +7,10 @@
 
 // Under AddressSanitizer the pool hides what it holds, and the slack of a block, so that a touch beyond the bytes
 // asked for is found here as it would be in malloc's memory.
-#if defined(__SANITIZE_ADDRESS__)
+#ifndef __has_feature // clang says it so, GCC by a macro
+#define __has_feature(feature) 0
+#endif
+#if defined(__SANITIZE_ADDRESS__) || __has_feature(address_sanitizer)
 #include <sanitizer/asan_interface.h>
 #else
 #define ASAN_POISON_MEMORY_REGION(address, size) ((void)(address), (void)(size))
