@@ -58,15 +58,25 @@ auto faulty(Call call) {
     return result;
 }
 
-/// An image over memory of this program.
-struct Picture {
-    tavi_image_t img = {};
-    uint8_t bytes[128 * 96 * 4];
+struct Shape {
+    tavi_pixel_format format;
+    uint32_t width, height;
 
-    Picture(tavi_pixel_format format, uint32_t width, uint32_t height) {
+    operator tavi_image_t() const {
+        tavi_image_t img = {};
         img.pixel_format = format;
         img.width = width;
         img.height = height;
+        return img;
+    }
+};
+
+/// An image over memory of this program.
+struct Picture {
+    tavi_image_t img;
+    uint8_t bytes[128 * 96 * 4];
+
+    explicit Picture(Shape shape) : img(shape) {
         img.data = bytes;
         img.size = static_cast<uint32_t>(tavi_image_get_size(&img));
         img.is_prealloc_buf = 1;
@@ -75,14 +85,14 @@ struct Picture {
     }
 };
 
-constexpr tavi_pixel_format kNv12 = TAVI_PIXEL_FORMAT_YUV420SP_NV12, kRgb = TAVI_PIXEL_FORMAT_RGB888,
-                            kGray16 = TAVI_PIXEL_FORMAT_GRAY16;
+constexpr tavi_pixel_format kRgb = TAVI_PIXEL_FORMAT_RGB888;
+constexpr Shape kFrame{TAVI_PIXEL_FORMAT_YUV420SP_NV12, 96, 64}, kOdd{TAVI_PIXEL_FORMAT_YUV422_YUYV, 96, 63};
 
 template <class Call>
-Outcome into(tavi_pixel_format format, uint32_t width, uint32_t height, Call call) {
-    Picture dst(format, width, height);
+Outcome between(Shape from, Shape to, Call call) {
+    Picture src(from), dst(to);
     Outcome o;
-    o.code = faulty([&] { return call(&dst.img); });
+    o.code = faulty([&] { return call(&src.img, &dst.img); });
     o.add(dst.img.data, dst.img.size);
     return o;
 }
@@ -100,7 +110,7 @@ Outcome attach(tavi_image_t record, Call call) {
 }
 
 Outcome clone(int deep) {
-    Picture src(kNv12, 64, 48);
+    Picture src(kFrame);
     Outcome o;
     tavi_image_t* copy = faulty([&] { return tavi_image_clone2(&src.img, deep); });
     o.code = copy ? 0 : -1;
@@ -112,11 +122,6 @@ Outcome clone(int deep) {
     return o;
 }
 
-template <class Call>
-Outcome draw(Call call) {
-    return into(kNv12, 96, 64, [&](tavi_image_t* img) { return call(img, tavi_color_t{250, 20, 90}); });
-}
-
 /// Writes over a file: what stands there afterwards is the old or the new contents, and nothing beside it.
 template <class Call>
 Outcome write(const char* name, bool whole, Call call) {
@@ -126,7 +131,7 @@ Outcome write(const char* name, bool whole, Call call) {
         fclose(old);
     }
     Outcome o;
-    Picture src(kRgb, 40, 30);
+    Picture src({kRgb, 40, 30});
     o.code = faulty([&] { return call(path.c_str(), &src.img); });
     char bytes[8192];
     FILE* now = fopen(path.c_str(), "rb");
@@ -147,19 +152,50 @@ Outcome write(const char* name, bool whole, Call call) {
     return o;
 }
 
-Outcome read(const char* name, int flag) {
+Outcome read(const char* name, Shape shape = {kRgb, 0, 0}) {
     const std::string path = file(name);
-    tavi_image_t img = {};
-    img.pixel_format = kRgb;
-    return attach(img, [&](tavi_image_t* record) { return tavi_image_read(path.c_str(), record, flag); });
+    return attach(shape,
+                  [&](tavi_image_t* img) { return tavi_image_read(path.c_str(), img, TAVI_IMAGE_READ_INTO_RECORD); });
 }
 
-tavi_image_t record(tavi_pixel_format format, uint32_t width, uint32_t height) {
-    tavi_image_t img = {};
-    img.pixel_format = format;
-    img.width = width;
-    img.height = height;
-    return img;
+int letterbox(tavi_image_t* src, tavi_image_t* dst) {
+    return tavi_image_convert_keep_ration(src, dst, 0x727272, 0, nullptr, nullptr, nullptr, nullptr);
+}
+
+tavi_rect_t g_box = {8, 8, 60, 50}, g_at;
+
+int crop(tavi_image_t* src, tavi_image_t* dst) { return tavi_image_crop_and_resize_cpu(src, &g_box, dst, 0); }
+
+int lent_roi(tavi_image_t* src, tavi_image_t* dst) {
+    return tavi_image_roi_with_align_convert_prealloc(src, &g_box, dst, &g_at, 0);
+}
+
+int roi(tavi_image_t* result) {
+    Picture src(kFrame);
+    return tavi_image_roi_with_align_cvt(&src.img, &g_box, result, 16, kRgb);
+}
+
+int affine(tavi_image_t* src, tavi_image_t* dst) {
+    const float matrix[6] = {0.9f, 0.1f, 3, -0.1f, 0.9f, 4};
+    return tavi_image_affine_transform(src, dst, matrix);
+}
+
+int draw(tavi_image_t*, tavi_image_t* img) {
+    const tavi_color_t c = {250, 20, 90};
+    int code = tavi_image_draw_circle(img, {30, 30, 0}, 20, c, 3);
+    code = code ? code : tavi_image_draw_line(img, {1, 2, 0}, {90, 60, 0}, c, 2);
+    code = code ? code : tavi_image_draw_rect(img, {5, 5, 0}, {60, 40, 0}, c, -1);
+    code = code ? code : tavi_image_draw_quad(img, {{9, 9, 0}, {50, 9, 0}, {9, 40, 0}, {50, 40, 0}}, c, 2);
+    return code ? code : tavi_image_draw_text(img, "b\xc3\xa4t 7", {4, 4, 20}, c, 2);
+}
+
+int write_tensor(const char* path, tavi_image_t* img) {
+    return tavi_tensor_write_txt_uint8(path, img->data, 100) == 100 ? 0 : -1;
+}
+
+template <int Mode>
+int convert(tavi_image_t* src, tavi_image_t* dst) {
+    return tavi_image_convert(src, dst, Mode);
 }
 
 /// Whether a failure has a line. Some of the module's refusals have none, and a dump does not look at what arrives.
@@ -171,104 +207,64 @@ const struct Operation {
     Saying saying = speaks;
     int lost = 0; ///< blocks that the codec's library itself loses where it gets no memory at all
 } kOperations[] = {
-    {"create_mem", [] { return attach(record(kNv12, 640, 480), tavi_image_create_mem); }},
-    {"create_mem2 heap",
-     [] { return attach(record(kNv12, 640, 480), [](tavi_image_t* i) { return tavi_image_create_mem2(i, 0); }); }},
+    {"create_mem", [] { return attach(kFrame, tavi_image_create_mem); }},
+    {"create_mem2", [] { return attach(kFrame, [](tavi_image_t* i) { return tavi_image_create_mem2(i, 0); }); }},
     {"clone", [] { return clone(1); }, silent},
-    {"clone2 shallow", [] { return clone(0); }, silent},
+    {"clone2", [] { return clone(0); }, silent},
     {"convert",
      [] {
-         static Picture src(kNv12, 96, 64);
-         return into(kRgb, 96, 64, [](tavi_image_t* dst) { return tavi_image_convert(&src.img, dst, 0); });
+         return between(kFrame, {kRgb, 96, 64}, convert<0>);
      }},
     {"convert, scale and turn",
      [] {
-         static Picture src(TAVI_PIXEL_FORMAT_YUV422_YUYV, 96, 63);
-         return into(kRgb, 41, 67, [](tavi_image_t* dst) { return tavi_image_convert(&src.img, dst, 4); });
+         return between(kOdd, {kRgb, 41, 67}, convert<4>);
      }},
-    {"convert grey16",
+    {"convert grey",
      [] {
-         static Picture src(kGray16, 64, 63);
-         return into(kNv12, 41, 33, [](tavi_image_t* dst) { return tavi_image_convert(&src.img, dst, 0); });
+         return between({TAVI_PIXEL_FORMAT_GRAY16, 64, 63}, kFrame, convert<0>);
      }},
     {"letterbox",
      [] {
-         static Picture src(kNv12, 96, 64);
-         return into(kRgb, 64, 64, [](tavi_image_t* dst) {
-             float f[4];
-             return tavi_image_convert_keep_ration(&src.img, dst, 0x727272, 0, &f[0], &f[1], &f[2], &f[3]);
-         });
+         return between(kFrame, {kRgb, 64, 64}, letterbox);
      }},
     {"crop and resize",
      [] {
-         static Picture src(kRgb, 96, 64);
-         static tavi_rect_t box = {3, 4, 60, 50};
-         return into(kRgb, 31, 30,
-                     [](tavi_image_t* dst) { return tavi_image_crop_and_resize_cpu(&src.img, &box, dst, 0); });
+         return between(kFrame, {kRgb, 31, 30}, crop);
      }},
-    {"roi, aligned and converted",
-     [] {
-         static Picture src(kNv12, 96, 64);
-         static tavi_rect_t box = {8, 8, 60, 50};
-         return attach(
-             {}, [](tavi_image_t* roi) { return tavi_image_roi_with_align_cvt(&src.img, &box, roi, 16, kRgb); });
-     },
-     silent},
+    {"roi", [] { return attach({}, roi); }, silent},
     {"roi into lent memory",
      [] {
-         static Picture src(kNv12, 96, 64);
-         static tavi_rect_t box = {8, 8, 60, 50}, at = {};
-         return into(kRgb, 48, 40, [](tavi_image_t* dst) {
-             return tavi_image_roi_with_align_convert_prealloc(&src.img, &box, dst, &at, 0);
-         });
+         return between(kFrame, {kRgb, 48, 40}, lent_roi);
      }},
     {"transpose",
      [] {
-         static Picture src(kNv12, 96, 64);
-         return into(kNv12, 64, 96, [](tavi_image_t* dst) { return tavi_image_transpose(&src.img, dst); });
+         return between({kRgb, 96, 64}, {kRgb, 64, 96}, tavi_image_transpose);
      }},
     {"affine",
      [] {
-         static Picture src(TAVI_PIXEL_FORMAT_YUV422_YUYV, 96, 64);
-         static const float matrix[6] = {0.9f, 0.1f, 3, -0.1f, 0.9f, 4};
-         return into(TAVI_PIXEL_FORMAT_YUV422_YUYV, 80, 60,
-                     [](tavi_image_t* dst) { return tavi_image_affine_transform(&src.img, dst, matrix); });
+         return between(kOdd, {kOdd.format, 80, 60}, affine);
      }},
-    {"draw",
+    {"draw", [] { return between(kFrame, kFrame, draw); }},
+    {"read jpeg", [] { return read("in.jpg"); }, speaks, 1},
+    {"read png", [] { return read("in.png"); }},
+    {"read bmp", [] { return read("in.bmp"); }},
+    {"read ppm", [] { return read("in.ppm"); }},
+    {"read png, smaller",
      [] {
-         return draw([](tavi_image_t* img, tavi_color_t c) {
-             const int codes[] = {tavi_image_draw_circle(img, {30, 30, 0}, 20, c, 3),
-                                  tavi_image_draw_line(img, {1, 2, 0}, {90, 60, 0}, c, 2),
-                                  tavi_image_draw_rect(img, {5, 5, 0}, {60, 40, 0}, c, -1),
-                                  tavi_image_draw_quad(img, {{9, 9, 0}, {50, 9, 0}, {9, 40, 0}, {50, 40, 0}}, c, 2)};
-             for (int code : codes)
-                 if (code)
-                     return code;
-             return 0;
-         });
+         return read("in.png", {kRgb, 20, 13});
      }},
-    {"draw text",
+    {"read jpeg, smaller",
      [] {
-         return draw([](tavi_image_t* img, tavi_color_t c) {
-             return tavi_image_draw_text(img, "b\xc3\xa4t 7", {4, 4, 20}, c, 2);
-         });
-     }},
-    {"read jpeg", [] { return read("in.jpg", 0); }, speaks, 1},
-    {"read png", [] { return read("in.png", 0); }},
-    {"read bmp", [] { return read("in.bmp", 0); }},
-    {"read ppm", [] { return read("in.ppm", 0); }},
+         return read("in.jpg", {kRgb, 5, 4});
+     },
+     speaks, 1},
     {"write jpeg", [] { return write("out.jpg", true, tavi_image_write); }, speaks, 1},
     {"write png", [] { return write("out.png", true, tavi_image_write); }},
     {"write bmp", [] { return write("out.bmp", true, tavi_image_write); }},
     {"write ppm", [] { return write("out.ppm", true, tavi_image_write); }},
     {"write raw", [] { return write("out.bin", false, tavi_image_write_raw); }, dumps},
     {"write txt", [] { return write("out.txt", false, tavi_image_write_to_txt); }},
-    {"write tensor",
-     [] {
-         return write("out.txt", false, [](const char* path, tavi_image_t* img) {
-             return tavi_tensor_write_txt_uint8(path, img->data, 100) == 100 ? 0 : -1;
-         });
-     }},
+    {"write tensor", [] { return write("out.txt", false, write_tensor); }},
 };
 
 int open_descriptors() {
@@ -351,7 +347,7 @@ int main() {
     g_report = static_cast<Report*>(
         mmap(nullptr, sizeof(Report), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
     if (fork() == 0) { // not in this process: what it has used its children have
-        Picture src(kRgb, 40, 30);
+        Picture src({kRgb, 40, 30});
         for (const char* name : {"in.jpg", "in.png", "in.bmp", "in.ppm"})
             tavi_image_write(file(name).c_str(), &src.img);
         _exit(0);
