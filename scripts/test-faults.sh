@@ -8,5 +8,5 @@ cd "$(dirname "$0")/.."
 . scripts/packages.sh
 need "${build_packages[@]}" "${test_packages[@]}"
 cmake --preset release >/dev/null
-cmake --build --preset release --target faults_test life_test reload_test
+cmake --build --preset release --target faults_test life_test life_static_test reload_test
 ctest --preset release -R '^(Faults|Life)\.' --no-tests=error

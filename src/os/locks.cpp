@@ -27,8 +27,8 @@ void release_all() {
 // Not released: a lock for readers and writers takes the child for another thread than the one that holds it.
 void make_new() { new (&g_locks) Locks; }
 
-// When the library is loaded: a handler that the first call set up could come too late.
-__attribute__((constructor)) void watch_forks() { ::pthread_atfork(take_all, release_all, make_new); }
-
 } // namespace
+
+int watch_forks() { return ::pthread_atfork(take_all, release_all, make_new); }
+
 } // namespace tavi

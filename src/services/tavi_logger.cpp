@@ -22,6 +22,9 @@ static_assert(std::atomic<int32_t>::is_always_lock_free && sizeof(std::atomic<in
 
 namespace {
 
+// Here, since this file is part of every program that links the library, statically too.
+[[maybe_unused]] const int g_forks_are_watched = tavi::watch_forks();
+
 // Its lock also keeps the parts of a line together when a write is short.
 struct {
     tavi_log_sink_t sink;
