@@ -21,7 +21,7 @@ enum tavi_log_level_t : int32_t {
 
 /**
  * Receives each line that passes the level, already formatted, without a line feed at its end.
- * Called on the thread that logs, under the logger's lock: it must not log itself.
+ * Called on the thread that logs, under the logger's lock: it must neither log nor fork.
  * @param user what was given to TaviLogger::SetSink().
  */
 using tavi_log_sink_t = void (*)(void* user, tavi_log_level_t level, const char* tag, const char* func,
