@@ -91,8 +91,11 @@ const Kernels& choose() {
 } // namespace
 
 const Kernels& kernels() {
-    static FirstUse<const Kernels*> chosen;
-    return *chosen.get([] { return &choose(); });
+    struct Choice {
+        const Kernels* build;
+    };
+    static FirstUse<Choice> choice;
+    return *choice.get([] { return Choice{&choose()}; }).build;
 }
 
 } // namespace tavi

@@ -65,7 +65,8 @@ inline std::FILE* stream_of(UniqueFd fd, const char* mode) {
         return *at < 0 ? -1 : 0;
     };
     io.close = [](void* cookie) { return ::close(of(cookie)); };
-    std::FILE* const file = fd ? ::fopencookie(reinterpret_cast<void*>(intptr_t{fd.get()}), mode, io) : nullptr;
+    void* const cookie = reinterpret_cast<void*>(intptr_t{fd.get()}); // NOLINT(performance-no-int-to-ptr): no address
+    std::FILE* const file = fd ? ::fopencookie(cookie, mode, io) : nullptr;
     if (file)
         fd.release();
     return file;
