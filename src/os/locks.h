@@ -20,8 +20,8 @@ struct Locks {
     std::mutex log;                 ///< the log's sink; the time zone, whose lock in the C library no fork frees
 };
 
-/// Makes forks take the locks from now on; 0, or an errno value when there is no memory. Called once, when the library
-/// is loaded: at its first use could be too late.
+/// Makes forks take the locks from now on; 0, or an errno value when there is no memory. Called once, when the
+/// library is loaded: at its first use could be too late.
 int watch_forks();
 
 inline Locks g_locks; // without a constructor at run time: usable before and after all static objects
