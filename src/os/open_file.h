@@ -60,7 +60,7 @@ inline std::FILE* stream_of(UniqueFd fd, const char* mode) {
         }
         return static_cast<ssize_t>(done);
     };
-    io.seek = [](void* cookie, off64_t* at, int whence) {
+    io.seek = [](void* cookie, off_t* at, int whence) {
         *at = ::lseek(of(cookie), *at, whence);
         return *at < 0 ? -1 : 0;
     };
