@@ -105,6 +105,8 @@ int whole_number(const nlohmann::json& value, size_t number) {
 
 std::vector<int> whole_numbers(const nlohmann::json& list, size_t number) {
     std::vector<int> numbers;
+    if (!list.is_array())
+        refuse_item(number, "a list of numbers is needed, not " + list.dump());
     for (const nlohmann::json& value : list)
         numbers.push_back(whole_number(value, number));
     return numbers;

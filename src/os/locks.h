@@ -44,6 +44,9 @@ public:
         return *value;
     }
 
+    /// Null before the first use.
+    T* made() const { return value_.load(std::memory_order_acquire); }
+
 private:
     std::atomic<T*> value_{nullptr};
     alignas(T) unsigned char storage_[sizeof(T)] = {};

@@ -3,6 +3,7 @@
 // several threads and processes do not mix.
 #include "services/tavi_logger.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -122,7 +123,8 @@ void TaviLogger::Log(tavi_log_level_t severity, const char*, const char* func, i
             memcpy(room, text, header + length);
             large.reset(text = room);
         } else {
-            length = (large ? length : sizeof(small) - 1 - header) / 4; // the line loses its end
+            const size_t capacity = large ? length : sizeof(small) - 1 - header;
+            length = std::min(length, capacity / 4); // the line loses its end
         }
         const size_t kept = tavi::escaped_length(text + header, length);
         tavi::escape_controls(text + header, length, kept);

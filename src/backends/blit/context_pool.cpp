@@ -59,16 +59,21 @@ void visit_engines(const char* only, bool (*visit)(const EngineInfo& info, const
     }
 }
 
+static FirstUse<ContextPool> g_pool;
+
 ContextPool& ContextPool::instance() {
-    static FirstUse<ContextPool> pool;
-    return pool.get([] { return ContextPool(); });
+    return g_pool.get([] { return ContextPool(); });
 }
 
-ContextPool::ContextPool() { ::pthread_atfork(nullptr, nullptr, in_child); }
+// When the library is loaded: older C libraries hold a lock of their own while a fork waits for ours.
+[[maybe_unused]] const int ContextPool::forks_are_watched = ::pthread_atfork(nullptr, nullptr, in_child);
 
 // A child must not touch the parent's contexts. It has one thread: no lock is needed.
 void ContextPool::in_child() {
-    for (Slot& slot : instance().slots_) {
+    ContextPool* const pool = g_pool.made();
+    if (!pool)
+        return;
+    for (Slot& slot : pool->slots_) {
         slot.context.abandon();
         slot.busy = slot.doomed = false;
         slot.src = slot.dst = Buffer();

@@ -69,7 +69,8 @@ public:
     void drop_holders(const Buffer& buffer);
 
 private:
-    ContextPool();
+    ContextPool() = default;
+    static const int forks_are_watched;
     Slot* pick(const Setup& setup);
     void give_back(Slot* slot, const Refusal& no);
     template <class Match>

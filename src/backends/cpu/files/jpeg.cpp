@@ -258,8 +258,9 @@ public:
         if (!handle_.get())
             return {TAVI_RET_FAIL, "no memory for the decoder"};
         input_ = &input;
-        if (!read_head())
-            return {TAVI_RET_FAIL, "%s (files up to 512 MiB are read)", std::strerror(errno)};
+        const bool too_long = input.knows_its_length() && input.left() > kMaxFile;
+        if (too_long || !read_head())
+            return {TAVI_RET_FAIL, "%s (files up to 512 MiB are read)", std::strerror(too_long ? EFBIG : errno)};
         int width = -1;
         int height = -1;
         int space = -1;
@@ -309,14 +310,22 @@ private:
     /// False with errno set.
     bool read_head() {
         constexpr uint8_t kFillByte = 0xff, kTemporary = 0x01, kRestart = 0xd0, kEnd = 0xd9, kStartOfScan = 0xda;
+        constexpr int kMostFill = 4096; // bytes between segments; files have a few
+        int fill = 0;
         size_t at = 2; // after the start-of-image marker
         for (;;) {
+            if (at > kMaxFile) {
+                errno = EFBIG;
+                return false;
+            }
             if (!input_->append(file_, size_, at + 4 - size_))
                 return false;
             if (size_ < at + 4 || file_[at] != 0xff)
                 return true;
             const uint8_t marker = file_[at + 1];
             if (marker == kFillByte) {
+                if (++fill > kMostFill)
+                    return true;
                 ++at;
                 continue;
             }

@@ -40,7 +40,8 @@ public:
     /// True when all of it came.
     bool read(void* to, size_t size) { return read_some(to, size) == size; }
     bool skip(uint64_t size); ///< seeks where it can
-    /// How many bytes are left to be read, as a regular file says; the largest number where nothing says it.
+    bool knows_its_length() const { return size_ != UINT64_MAX; }
+    /// How many bytes are left to be read, as a regular file says; more than any file has where nothing says it.
     uint64_t left() const { return size_ - position_; }
     /// The next byte, or -1 at the end.
     int next();
