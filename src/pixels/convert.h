@@ -11,9 +11,8 @@ namespace tavi {
 /// Converts the part `box` of `src` into the whole of `dst`, which must not overlap it.
 /// @param mode   one of the seven transform modes.
 /// @param method one of the four resize methods.
-/// @param caller the contract function under whose name the plan is logged, at the debug level: whoever calls, or
-/// whom
-///               a helper works for.
+/// @param caller the contract function under whose name the plan is logged, at the debug level: the calling one, or
+///               the one that a helper works for.
 /// Refuses only when there is no memory for temporaries.
 Refusal convert_region(const ImageView& src, const Box& box, const ImageView& dst, int mode, int method,
                        const char* caller = __builtin_FUNCTION());
