@@ -13,16 +13,20 @@
 
 namespace tavi {
 
-/// Why the format, sides, colour and reserved fields of a frame cannot be used; its planes are not looked at.
-Refusal check_shape(const tavi_frame_t* frame);
+/// Why the format, sides, colour and reserved fields of a frame cannot be used; its planes are not looked at. Fields
+/// are named after `name`, e.g. "src".
+Refusal check_shape(const tavi_frame_t* frame, const char* name);
 
-/// A frame's shape as a view without memory: plane sizes and steps are set, U and V in their places. The shape has
-/// been checked.
+/// A checked frame's shape: planes of their sizes in the order of memory, without gaps, without memory.
 ImageView shape_of(const tavi_frame_t& frame);
+
+/// What a checked frame's YUV samples mean.
+ColorSpace color_of(const tavi_frame_t& frame);
+
+bool all_zero(const uint32_t (&reserved)[8]);
 
 class FrameAccess {
 public:
-    /// Opens a frame. A refusal names the field after `name`, e.g. "src".
     FrameAccess(const tavi_frame_t* frame, Access access, const char* name);
 
     explicit operator bool() const { return !refusal_; }
@@ -30,16 +34,29 @@ public:
     const ImageView& view() const { return view_; }
 
     enum class Overlap { none, same_planes, partial };
-    /// How the pixels of another frame lie to this one's.
+    /// How the pixels of another frame lie to this one's, at whatever addresses the two are seen. Rows of one pitch
+    /// may lie side by side.
     Overlap overlap(const FrameAccess& other) const;
 
 private:
+    struct Plane { ///< in the order of the record
+        PlaneView view;
+        int fd = 0;
+        int64_t offset = 0;  ///< in the descriptor's buffer
+        bool mapped = false; ///< for this call
+        CpuMapping mapping;  ///< held by the first plane of a descriptor
+        std::optional<DmaSync> sync;
+    };
+
     Refusal open(const tavi_frame_t* frame, Access access, const char* name);
+    Refusal place(const tavi_plane_t& given, int i, const PlaneView& shape, const char* name);
+    Refusal map(int first, int planes, Access access, const char* name);
+    static int64_t place_in(int fd, const Plane& p);
+    static bool find_starts(const Plane& a, const Plane& b, int64_t& a_start, int64_t& b_start);
 
     ImageView view_;
-    CpuMapping mapping_[3];
-    std::optional<DmaSync> sync_[3];
-    Refusal refusal_;
+    Plane plane_[3];
+    Refusal refusal_; ///< last: opening fills the members above
 };
 
 } // namespace tavi

@@ -27,7 +27,8 @@ struct ImageView {
     int width = 0;
     int height = 0;
     PlaneView plane[3];
-    ColorSpace color; ///< of YUV pixels
+    ColorSpace color;        ///< of YUV pixels
+    bool chroma_up = false; ///< chroma of odd sides is rounded up: the last odd column or row has samples of its own
 
     explicit operator bool() const { return format != nullptr; }
     int planes() const { return format->planes; }
@@ -57,20 +58,31 @@ struct Box {
 
 inline constexpr int kMaxSide = 16384; ///< largest side that the pixel routines accept
 
+/// Samples along a side of so many pixels, each of which covers 1 << shift of them.
+constexpr int samples_along(int side, int shift, bool up) { return (side + (up ? (1 << shift) - 1 : 0)) >> shift; }
+
 /// Why an image cannot be viewed; null when it can. The text names what is allowed.
 const char* why_not_viewable(uint32_t pixel_format, uint32_t width, uint32_t height);
 
 /// A view of packed pixels at `data`: exactly byte_count() bytes. The shape must be viewable.
 ImageView make_view(uint8_t* data, tavi_pixel_format format, int width, int height);
 
-/// make_view() of a format that need not be a public one, its pixels of a colour space.
-ImageView make_view(uint8_t* data, const Format& format, int width, int height, ColorSpace color);
+/// The planes of a picture, without memory, in the order of memory, their rows without gaps.
+ImageView make_shape(const Format& format, int width, int height, ColorSpace color, bool chroma_up = false);
+
+/// make_view() of a format that need not be a public one, its pixels of a colour space; packed_bytes() of them.
+ImageView make_view(uint8_t* data, const Format& format, int width, int height, ColorSpace color,
+                    bool chroma_up = false);
+
+/// Bytes of all planes without gaps; where chroma rounds down these are byte_count() without the halves that it drops.
+uint64_t packed_bytes(const Format& format, int width, int height, bool chroma_up);
 
 /// A component of a view, by its number in the format's row.
 inline Samples samples_of(const ImageView& view, int part) {
     const Component& c = view.format->part[part];
     const PlaneView& p = view.plane[view.planes() == 3 ? part : c.plane];
-    return {p.data + c.byte, p.pitch, c.step, view.width >> c.xshift, view.height >> c.yshift};
+    return {p.data + c.byte, p.pitch, c.step, samples_along(view.width, c.xshift, view.chroma_up),
+            samples_along(view.height, c.yshift, view.chroma_up)};
 }
 
 /// What YUV is in a conversion between two views: that of RGB or grey says nothing.

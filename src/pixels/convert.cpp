@@ -31,8 +31,9 @@ ImageView luma_view(const ImageView& v) {
 
 class Runner {
 public:
-    Runner(const Plan& plan, const ImageView& src, const Box& box, int method, ColorSpace color)
-        : step_(plan.step), count_(plan.count), src_(src), box_(box), method_(method), color_(color) {}
+    Runner(const Plan& plan, const ImageView& src, const Box& box, int method, ColorSpace color, bool chroma_up)
+        : step_(plan.step), count_(plan.count), src_(src), box_(box), method_(method), color_(color),
+          chroma_up_(chroma_up) {}
 
     bool run(ImageView dst);
 
@@ -50,13 +51,14 @@ private:
     const Box box_; ///< what the scaling step reads, of its own source
     const int method_;
     const ColorSpace color_;        ///< of what stands between the steps
+    const bool chroma_up_;          ///< likewise
     ImageScaler* scaler_ = nullptr; ///< on run()'s stack, where there is a step for it
 };
 
 /// Memory for part of a step's result; an empty view when there is none.
 ImageView Runner::take(Scratch& scratch, const Step& step, int width, int height) const {
-    uint8_t* pixels = scratch.take<uint8_t>(byte_count(*step.format, width, height));
-    return pixels ? make_view(pixels, *step.format, width, height, color_) : ImageView();
+    uint8_t* pixels = scratch.take<uint8_t>(packed_bytes(*step.format, width, height, chroma_up_));
+    return pixels ? make_view(pixels, *step.format, width, height, color_, chroma_up_) : ImageView();
 }
 
 // The rows [rows.begin, rows.end) of the result of step `index` - 1, or of the source.
@@ -188,9 +190,12 @@ bool Runner::run(ImageView dst) {
     Scratch scratch;
     ImageScaler scaler;
     scaler_ = &scaler;
-    const bool done = scaler.init(scratch, {&before, src_.width, src_.height, box_, scale->format, scale->width,
-                                            scale->height, method_}) &&
-                      rest();
+    const bool last = scale + 1 == step_ + count_;
+    const bool done =
+        scaler.init(scratch, {&before, src_.width, src_.height, box_, scale->format, scale->width, scale->height,
+                              method_, scale == step_ ? src_.chroma_up : chroma_up_,
+                              last ? dst.chroma_up : chroma_up_}) &&
+        rest();
     scaler_ = nullptr;
     return done;
 }
@@ -204,9 +209,9 @@ Refusal convert_region(const ImageView& src, const Box& box, const ImageView& ds
     const int wide = src.format->xshift(), tall = src.format->yshift();
     int x = box.x >> wide << wide, y = box.y >> tall << tall;
     // An odd last column or row has no chroma of its own: the part starts at the sample that it shares.
-    if (wide && x == src.width - 1)
+    if (wide && !src.chroma_up && x == src.width - 1)
         x -= 2;
-    if (tall && y == src.height - 1)
+    if (tall && !src.chroma_up && y == src.height - 1)
         y -= 2;
 
     Box part{x, y, box.x + box.width - x, box.y + box.height - y};
@@ -221,11 +226,12 @@ Refusal convert_region(const ImageView& src, const Box& box, const ImageView& ds
     }
     const ImageView view = crop(src, part);
     const Plan plan =
-        make_plan({src.format, view.width, view.height, inner, dst.format, dst.width, dst.height, mode});
+        make_plan({src.format, view.width, view.height, inner, dst.format, dst.width, dst.height,
+                   mode, src.chroma_up, dst.chroma_up});
     LOG_AS(caller, TAVI_LOG_DEBUG, "%s %dx%d -> %s %dx%d mode=%d by software: %s", src.format->name.data(),
            inner.width, inner.height, dst.format->name.data(), dst.width, dst.height, mode,
            PlanText(plan, *src.format).text);
-    if (Runner(plan, view, inner, method, color_between(src, dst)).run(dst))
+    if (Runner(plan, view, inner, method, color_between(src, dst), src.chroma_up || dst.chroma_up).run(dst))
         return {};
     return {TAVI_RET_FAIL,
             "no memory for temporaries: src size=%dx%d fmt=%s dst size=%dx%d fmt=%s",

@@ -55,7 +55,7 @@ void fill_box(const ImageView& view, const Box& box, const Ink& ink) {
         // Pairs of pixels; an odd last column holds its luma and a neutral 128.
         PlaneView pairs = view.plane[0];
         pairs.step = 4;
-        const int pair_count = (box.width + (box.x + box.width < view.width)) / 2;
+        const int pair_count = (box.width + (view.chroma_up || box.x + box.width < view.width)) / 2;
         fill_plane(pairs, box.x / 2, box.y, pair_count, box.height, ink.bytes[0], 4);
         if (2 * pair_count < box.width) {
             uint8_t last[2] = {kNeutral, kNeutral};

@@ -6,20 +6,28 @@
 namespace tavi {
 namespace {
 
+/// One side of source and destination, in pixels.
+struct Side {
+    int src_extent;
+    int first, count; ///< what is scaled of it
+    int dst_extent;
+};
+
 /// One axis of a plane.
-AxisMap axis_of(int src_shift, int src_extent, int first, int count, int dst_shift, int dst_extent, int method,
-                int& origin) {
+AxisMap axis_of(const Side& s, int src_shift, int dst_shift, const ScaleRequest& r, int& origin) {
     AxisMap m;
-    const int last = (src_extent >> src_shift) - 1; // an odd end shares the sample before it
-    const int begin = std::min(first >> src_shift, last), end = std::min((first + count - 1) >> src_shift, last);
+    // An odd end that is rounded down shares the sample before it.
+    const int last = samples_along(s.src_extent, src_shift, r.from_up) - 1;
+    const int begin = std::min(s.first >> src_shift, last),
+              end = std::min((s.first + s.count - 1) >> src_shift, last);
     origin = begin;
     m.src_count = end - begin + 1;
-    m.dst_count = dst_extent >> dst_shift;
-    m.num = count << std::max(0, dst_shift - src_shift);
-    m.den = dst_extent << std::max(0, src_shift - dst_shift);
-    m.offset = src_shift ? first - 2 * begin : 0;
+    m.dst_count = samples_along(s.dst_extent, dst_shift, r.to_up);
+    m.num = s.count << std::max(0, dst_shift - src_shift);
+    m.den = s.dst_extent << std::max(0, src_shift - dst_shift);
+    m.offset = src_shift ? s.first - 2 * begin : 0;
     m.replicated = src_shift > dst_shift;
-    m.filter = axis_filter(method, count, dst_extent);
+    m.filter = axis_filter(r.method, s.count, s.dst_extent);
     return m;
 }
 
@@ -29,14 +37,15 @@ bool ImageScaler::init(Scratch& scratch, const ScaleRequest& r) {
     from_ = r.from;
     to_ = r.to;
     src_height_ = r.src_height;
+    to_up_ = r.to_up;
     const bool deep = r.to->bits > r.from->bits;
     for (int i = 0; i < from_->planes; ++i) {
         const PlaneRule &from = from_->plane[i], &to = to_->plane[i];
         Plane& p = planes_[i];
         const AxisMap x =
-            axis_of(from.xshift, r.src_width, r.box.x, r.box.width, to.xshift, r.dst_width, r.method, p.origin_x);
+            axis_of({r.src_width, r.box.x, r.box.width, r.dst_width}, from.xshift, to.xshift, r, p.origin_x);
         const AxisMap y =
-            axis_of(from.yshift, r.src_height, r.box.y, r.box.height, to.yshift, r.dst_height, r.method, p.origin_y);
+            axis_of({r.src_height, r.box.y, r.box.height, r.dst_height}, from.yshift, to.yshift, r, p.origin_y);
         const bool wide = from_->bits == 16;
         if (!p.scaler.init(scratch, wide ? 1 : from.step, wide, deep, x, y))
             return false;
@@ -48,7 +57,7 @@ RowRange ImageScaler::source_rows(int y0, int y1) const {
     RowRange all{src_height_, 0};
     for (int i = 0; i < from_->planes; ++i) {
         const int shift = from_->plane[i].yshift, dst_shift = to_->plane[i].yshift;
-        const int p0 = y0 >> dst_shift, p1 = y1 >> dst_shift;
+        const int p0 = y0 >> dst_shift, p1 = samples_along(y1, dst_shift, to_up_);
         if (p0 >= p1)
             continue;
         const RowRange r = planes_[i].scaler.source_rows(p0, p1);

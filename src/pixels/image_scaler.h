@@ -13,7 +13,9 @@ struct ScaleRequest {
     Box box; ///< of the source; it may start at odd pixels of a subsampled format
     const Format* to;
     int dst_width, dst_height;
-    int method; ///< one of the public header
+    int method;                ///< one of the public header
+    bool from_up = false;      ///< chroma of odd sides is rounded up
+    bool to_up = false;
 };
 
 class ImageScaler {
@@ -35,6 +37,7 @@ private:
     const Format* from_ = nullptr;
     const Format* to_ = nullptr;
     int src_height_ = 0;
+    bool to_up_ = false;
     Plane planes_[3];
 };
 

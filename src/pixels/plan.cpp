@@ -14,8 +14,6 @@ const Format& kRgb = kFormats[TAVI_PIXEL_FORMAT_RGB888];
 
 bool is_gray(const Format& f) { return f.model == Model::gray; }
 
-bool holds(const Format& f, int width, int height) { return width >> f.xshift() > 0 && height >> f.yshift() > 0; }
-
 /// Packed 4:2:2 taken apart, so that each plane can be worked on for itself.
 const Format& unpacked(const Format& f) {
     const Format* const pairs = f.packed() ? find_yuv(2, f.xshift(), f.yshift(), false) : nullptr;
@@ -84,6 +82,8 @@ public:
             scale(width, height);
         transform();
         convert(dst_);
+        if (others_rounding_ && plan_.step[plan_.count - 1].kind != StepKind::convert)
+            add(StepKind::convert, dst_);
         return plan_;
     }
 
@@ -96,6 +96,12 @@ private:
     void convert(const Format& to) {
         while (current_ != &to)
             add(StepKind::convert, next_towards(*current_, to));
+    }
+
+    /// Whether a picture that stands in between has a chroma sample.
+    bool holds(const Format& f, int width, int height) const {
+        const bool up = request_.src_chroma_up || request_.dst_chroma_up;
+        return samples_along(width, f.xshift(), up) > 0 && samples_along(height, f.yshift(), up) > 0;
     }
 
     /// The current layout, not packed, on another chroma grid; of the destination's order where that costs nothing.
@@ -161,6 +167,10 @@ private:
         }
         if (m.transpose && !holds(*current_, height_, width_))
             convert(kRgb); // a picture of one row or column has no chroma sample
+        // Planes are moved as they are: odd ones that are counted in another way are copied before and after.
+        if (plan_.count == 0 && rounds_otherwise(request_.src_chroma_up, *current_))
+            add(StepKind::convert, *current_);
+        others_rounding_ = current_ == &dst_ && rounds_otherwise(request_.dst_chroma_up, dst_);
         if (m.flip_first)
             add(StepKind::flip, *current_);
         if (m.mirror)
@@ -173,10 +183,17 @@ private:
             add(StepKind::flip, *current_);
     }
 
+    /// Whether chroma planes of the current size are larger where both sides meet than on one of them.
+    bool rounds_otherwise(bool chroma_up, const Format& f) const {
+        const bool odd = width_ % (1 << f.xshift()) || height_ % (1 << f.yshift());
+        return odd && chroma_up != (request_.src_chroma_up || request_.dst_chroma_up);
+    }
+
     const PlanRequest& request_;
     const Format& dst_;
     const Format* current_;
     int width_, height_;
+    bool others_rounding_ = false; ///< what is moved last is still to be copied into the destination
     Plan plan_;
 };
 

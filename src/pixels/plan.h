@@ -41,6 +41,8 @@ struct PlanRequest {
     int dst_width;
     int dst_height;
     tavi_image_transform_mode mode;
+    bool src_chroma_up = false; ///< odd sides have chroma of their own; what stands in between when one of both does
+    bool dst_chroma_up = false;
 };
 
 /// Whether a transform mode is one of the seven.

@@ -59,13 +59,20 @@ bool transpose_chroma_422(const PlaneView& s, const PlaneView& d) {
         even.pitch = odd.pitch = 2 * s.pitch;
         even.data = s.row(2 * x);
         odd.data = s.row(2 * x + 1);
-        average_rows(even, odd, mean);
+        const bool alone = 2 * (x + mean.rows) > s.rows; // the last row, of chroma that rounds up
+        PlaneView pairs = mean;
+        pairs.rows -= alone;
+        average_rows(even, odd, pairs);
+        if (alone)
+            std::memcpy(mean.row(mean.rows - 1), s.row(s.rows - 1), static_cast<size_t>(s.cols) * s.step);
         for (int first = 0; first < 2; ++first) {
             PlaneView half = d;
             half.data = d.at(x, first);
             half.pitch *= 2;
+            mean.cols = std::min(s.cols, (d.rows + 1 - first) / 2);
             transpose_plane(mean, half);
         }
+        mean.cols = s.cols;
     }
     if (d.rows > 2 * s.cols)
         std::memcpy(d.row(d.rows - 1), d.row(d.rows - 2), static_cast<size_t>(d.cols) * d.step);
