@@ -204,7 +204,8 @@ TAVI_API int tavi_frame_from_image(const tavi_image_t* image, tavi_frame_t* fram
 /**
  * A frame as an image, where its layout is an image's own: planes one behind the other in one buffer, rows without
  * gaps, odd chroma rounded down, the colour of the setting TAVI_YUV.
- * @param frame which keeps its memory: the image is marked as preallocated.
+ * @param frame which keeps its memory: the image is marked as preallocated. There must be tavi_image_get_size() bytes
+ *              of it, which is up to half a row more than the planes of odd sides take.
  * @param image filled whole.
  * @return TAVI_RET_SUCCESS; TAVI_RET_PARAM_ERR; TAVI_RET_UNSUPPORTED where the layout is another one.
  */

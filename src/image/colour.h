@@ -110,6 +110,45 @@ inline const RgbToYuv& rgb_to_yuv_constants(ColorSpace c) {
     return colour_detail::kConstants<RgbToYuv, make_rgb_to_yuv>.of[static_cast<int>(c.matrix)][c.full_range];
 }
 
+constexpr int kRecolourBits = 16; ///< fraction of the weights from YUV to YUV
+
+/// YUV of one meaning to YUV of another, a Q16 sum of weighted samples and a bias each. Chroma does not depend on
+/// luma: grey has none in either.
+struct YuvToYuv {
+    int32_t luma, u_to_y, v_to_y, luma_bias;
+    int32_t u_to_u, v_to_u, u_bias;
+    int32_t u_to_v, v_to_v, v_bias;
+};
+
+/// The exact product of both conversions, rounded once.
+inline YuvToYuv make_yuv_to_yuv(ColorSpace from, ColorSpace to) {
+    using colour_detail::rounded;
+    const auto luma_span = [](ColorSpace c) { return c.full_range ? kFullSpan : kLumaSpan; };
+    const auto black = [](ColorSpace c) { return c.full_range ? 0 : kBlack; };
+    const auto chroma_span = [](ColorSpace c) { return c.full_range ? kFullSpan : kChromaSpan; };
+    const LumaCoefficients a = luma_coefficients(from.matrix), b = luma_coefficients(to.matrix);
+    const double ag = 1 - a.kr - a.kb, bg = 1 - b.kr - b.kb;
+    // Of a chroma sample in units of its span: what it adds to R, G and B.
+    const double v_r = 2 * (1 - a.kr), u_b = 2 * (1 - a.kb);
+    const double u_g = -u_b * a.kb / ag, v_g = -v_r * a.kr / ag;
+    // And by that to the other luma.
+    const double u_y = bg * u_g + b.kb * u_b, v_y = b.kr * v_r + bg * v_g;
+    constexpr double kOne = 1 << kRecolourBits;
+    const double luma = kOne * luma_span(to) / luma_span(from);
+    const double to_luma = kOne * luma_span(to) / chroma_span(from);
+    const double to_u = kOne * chroma_span(to) / chroma_span(from) / (2 * (1 - b.kb));
+    const double to_v = kOne * chroma_span(to) / chroma_span(from) / (2 * (1 - b.kr));
+    YuvToYuv k = {};
+    k.luma = rounded(luma), k.u_to_y = rounded(to_luma * u_y), k.v_to_y = rounded(to_luma * v_y);
+    k.u_to_u = rounded(to_u * (u_b - u_y)), k.v_to_u = rounded(to_u * -v_y);
+    k.u_to_v = rounded(to_v * -u_y), k.v_to_v = rounded(to_v * (v_r - v_y));
+    constexpr int32_t kHalf = 1 << (kRecolourBits - 1), kMiddle = (kNeutral << kRecolourBits) + kHalf;
+    k.luma_bias = (black(to) << kRecolourBits) + kHalf - black(from) * k.luma - kNeutral * (k.u_to_y + k.v_to_y);
+    k.u_bias = kMiddle - kNeutral * (k.u_to_u + k.v_to_u);
+    k.v_bias = kMiddle - kNeutral * (k.u_to_v + k.v_to_v);
+    return k;
+}
+
 struct Rgb {
     int r, g, b;
 };

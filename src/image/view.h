@@ -27,7 +27,7 @@ struct ImageView {
     int width = 0;
     int height = 0;
     PlaneView plane[3];
-    ColorSpace color;        ///< of YUV pixels
+    ColorSpace color;       ///< of YUV pixels
     bool chroma_up = false; ///< chroma of odd sides is rounded up: the last odd column or row has samples of its own
 
     explicit operator bool() const { return format != nullptr; }
@@ -74,7 +74,8 @@ ImageView make_shape(const Format& format, int width, int height, ColorSpace col
 ImageView make_view(uint8_t* data, const Format& format, int width, int height, ColorSpace color,
                     bool chroma_up = false);
 
-/// Bytes of all planes without gaps; where chroma rounds down these are byte_count() without the halves that it drops.
+/// Bytes of all planes without gaps; where chroma rounds down these are byte_count() without the halves that it
+/// drops.
 uint64_t packed_bytes(const Format& format, int width, int height, bool chroma_up);
 
 /// A component of a view, by its number in the format's row.

@@ -81,8 +81,9 @@ public:
         if (scales)
             scale(width, height);
         transform();
+        recolour();
         convert(dst_);
-        if (others_rounding_ && plan_.step[plan_.count - 1].kind != StepKind::convert)
+        if (moved_as_they_are_ && rounds_otherwise(request_.dst_chroma_up, dst_))
             add(StepKind::convert, dst_);
         return plan_;
     }
@@ -91,6 +92,24 @@ private:
     void add(StepKind kind, const Format& format) {
         current_ = &format;
         plan_.step[plan_.count++] = {kind, current_, width_, height_};
+        moved_as_they_are_ = kind == StepKind::mirror || kind == StepKind::transpose || kind == StepKind::recolour ||
+                             (kind == StepKind::flip && moved_as_they_are_);
+        passed_rgb_ = passed_rgb_ || format.model == Model::rgb;
+    }
+
+    /// Planes are worked on one by one: odd ones that are counted in another way are copied before, and after.
+    void even_out_rounding() {
+        if (plan_.count == 0 && rounds_otherwise(request_.src_chroma_up, *current_))
+            add(StepKind::convert, *current_);
+    }
+
+    /// What goes through RGB gets the destination's colours there.
+    void recolour() {
+        if (!request_.recolours || passed_rgb_ || !current_->is_yuv() || !current_->subsampled())
+            return;
+        convert(unpacked(*current_));
+        even_out_rounding();
+        add(StepKind::recolour, *current_);
     }
 
     void convert(const Format& to) {
@@ -167,10 +186,7 @@ private:
         }
         if (m.transpose && !holds(*current_, height_, width_))
             convert(kRgb); // a picture of one row or column has no chroma sample
-        // Planes are moved as they are: odd ones that are counted in another way are copied before and after.
-        if (plan_.count == 0 && rounds_otherwise(request_.src_chroma_up, *current_))
-            add(StepKind::convert, *current_);
-        others_rounding_ = current_ == &dst_ && rounds_otherwise(request_.dst_chroma_up, dst_);
+        even_out_rounding();
         if (m.flip_first)
             add(StepKind::flip, *current_);
         if (m.mirror)
@@ -193,7 +209,8 @@ private:
     const Format& dst_;
     const Format* current_;
     int width_, height_;
-    bool others_rounding_ = false; ///< what is moved last is still to be copied into the destination
+    bool moved_as_they_are_ = false; ///< the last step's planes are those of its source
+    bool passed_rgb_ = false;
     Plan plan_;
 };
 
@@ -225,6 +242,9 @@ PlanText::PlanText(const Plan& plan, const Format& src_format) {
                 from == s.format
                     ? std::snprintf(text + at, room, "%sscale %s %dx%d", gap, after, s.width, s.height)
                     : std::snprintf(text + at, room, "%sscale %s>%s %dx%d", gap, before, after, s.width, s.height);
+            break;
+        case StepKind::recolour:
+            length = std::snprintf(text + at, room, "%srecolour %s", gap, after);
             break;
         case StepKind::luma:
             length = std::snprintf(text + at, room, "%sluma of %s", gap, before);

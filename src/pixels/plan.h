@@ -9,7 +9,8 @@ namespace tavi {
 
 enum class StepKind : uint8_t {
     luma,     ///< the luma plane alone, as grey; no pass over the pixels
-    convert,  ///< one conversion of the table in even.cpp
+    convert,  ///< one conversion of the table in even.cpp, or to chroma planes that round otherwise
+    recolour, ///< to YUV samples of another meaning
     scale,    ///< also to another chroma grid of the same layout
     mirror,   ///< left and right exchanged
     flip,     ///< top and bottom exchanged; no pass over the pixels
@@ -43,6 +44,7 @@ struct PlanRequest {
     tavi_image_transform_mode mode;
     bool src_chroma_up = false; ///< odd sides have chroma of their own; what stands in between when one of both does
     bool dst_chroma_up = false;
+    bool recolours = false; ///< YUV samples of source and destination mean different colours
 };
 
 /// Whether a transform mode is one of the seven.
