@@ -25,7 +25,8 @@ TEST(Api, ExportsTheListedNamesAndNoOthers) {
     char line[512];
     while (nm && fgets(line, sizeof(line), nm.get())) {
         std::string name(line);
-        exported.insert(name.substr(0, name.find_first_of("(@ ")));
+        if (name.find(" A ") == name.npos) // a version
+            exported.insert(name.substr(0, name.find_first_of("(@ ")));
     }
     EXPECT_EQ(exported, expected);
 }

@@ -2,6 +2,7 @@
 /* The public header before any other, as C99. */
 #include "tavi_image.h"
 
+#include "tavi_frame.h"
 #include "tavi_letterbox.h"
 
 tavi_pixel_format last_format(void);
