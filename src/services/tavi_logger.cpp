@@ -16,6 +16,7 @@
 
 #include "os/locks.h"
 #include "services/escape.h"
+#include "services/last_error.h"
 #include "services/parse_int.h"
 
 static_assert(std::atomic<int32_t>::is_always_lock_free && sizeof(std::atomic<int32_t>) == sizeof(int32_t),
@@ -31,6 +32,12 @@ struct {
     tavi_log_sink_t sink;
     void* user;
 } g_output;
+
+// TAVI_LOG_NONE is the level of errors and this: whoever logs sees that an error is wanted, and it is kept for its
+// thread. A higher level that is written to the logger's field afterwards holds again.
+std::atomic<bool> g_silent{false};
+
+bool is_silent(int32_t level) { return level <= TAVI_LOG_ERROR && g_silent; }
 
 constexpr int32_t kNotRead = INT32_MIN; ///< a level before the setting has been looked at
 
@@ -92,7 +99,8 @@ void TaviLogger::Log(tavi_log_level_t severity, const char*, const char* func, i
                      const char* fmt, ...) {
     const int saved_errno = errno; // callers log between a failure and their look at errno
     char small[1024];
-    size_t header = format_header(small, sizeof(small) / 2, severity, tag, func, line);
+    const bool silent = is_silent(this->level.load(std::memory_order_relaxed));
+    const size_t header = silent ? 0 : format_header(small, sizeof(small) / 2, severity, tag, func, line);
 
     va_list args;
     va_start(args, fmt);
@@ -131,7 +139,9 @@ void TaviLogger::Log(tavi_log_level_t severity, const char*, const char* func, i
         length = kept;
     }
 
-    {
+    if (severity == TAVI_LOG_ERROR)
+        tavi::keep_last_error(text + header, length);
+    if (!silent) {
         const std::lock_guard<std::mutex> lock(tavi::g_locks.log);
         if (g_output.sink) {
             text[header + length] = '\0';
@@ -148,3 +158,24 @@ void TaviLogger::SetSink(tavi_log_sink_t sink, void* user) {
     const std::lock_guard<std::mutex> lock(tavi::g_locks.log);
     g_output = {sink, user};
 }
+
+int tavi_log_set_level(int level) {
+    TaviLogger* const logger = TaviLogger::GetInstance();
+    if (level < TAVI_LOG_NONE || level > TAVI_LOG_DEBUG) {
+        logger->Log(TAVI_LOG_ERROR, __FILE__, __func__, __LINE__, "tavi-log", "level=%d; allowed are -1 to 3", level);
+        return TAVI_RET_PARAM_ERR;
+    }
+    const std::lock_guard<std::mutex> lock(tavi::g_locks.log); // two callers must not mix
+    g_silent = level == TAVI_LOG_NONE;
+    logger->level = std::max<int32_t>(level, TAVI_LOG_ERROR);
+    return TAVI_RET_SUCCESS;
+}
+
+int tavi_log_get_level() {
+    const int32_t level = TaviLogger::GetInstance()->level;
+    return is_silent(level) ? TAVI_LOG_NONE : std::clamp<int32_t>(level, TAVI_LOG_NONE, TAVI_LOG_DEBUG);
+}
+
+void tavi_log_set_sink(tavi_log_sink_t sink, void* user) { TaviLogger::GetInstance()->SetSink(sink, user); }
+
+const char* tavi_last_error() { return tavi::last_error(); }

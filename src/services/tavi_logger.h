@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 /**
  * @file tavi_logger.h
- * The process-wide logger. One write per line to standard error, or to a sink of the application's own.
+ * The process-wide logger. One write per line to standard error, or to a sink of the application's own; levels and
+ * the sink's type stand in tavi_log.h.
  */
 #ifndef TAVI_LOGGER_H
 #define TAVI_LOGGER_H
@@ -9,23 +10,7 @@
 #include <atomic>
 #include <cstdint>
 
-#include "tavi_image.h"
-
-/** Severity of a line; lower is more severe. A line is written when the logger's level is at least its own. */
-enum tavi_log_level_t : int32_t {
-    TAVI_LOG_ERROR = 0, /**< refused arguments and impossible requests */
-    TAVI_LOG_WARN = 1,  /**< recoverable events; the default level */
-    TAVI_LOG_INFO = 2,  /**< the trace of normal work */
-    TAVI_LOG_DEBUG = 3  /**< everything */
-};
-
-/**
- * Receives each line that passes the level, already formatted, without a line feed at its end.
- * Called on the thread that logs, under the logger's lock: it must neither log nor fork.
- * @param user what was given to TaviLogger::SetSink().
- */
-using tavi_log_sink_t = void (*)(void* user, tavi_log_level_t level, const char* tag, const char* func,
-                                 const char* message);
+#include "tavi_log.h"
 
 /** The logger. Level and sink may be changed at any time from any thread. */
 class TAVI_API TaviLogger {

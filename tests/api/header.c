@@ -4,6 +4,7 @@
 
 #include "tavi_frame.h"
 #include "tavi_letterbox.h"
+#include "tavi_log.h"
 
 tavi_pixel_format last_format(void);
 tavi_pixel_format last_format(void) { return TAVI_PIXEL_FORMAT_GRAY16; }

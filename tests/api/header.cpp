@@ -7,3 +7,4 @@
 #include "services/tavi_mlrt.h"
 #include "tavi_image.h"
 #include "tavi_letterbox.h"
+#include "tavi_log.h"

@@ -107,4 +107,50 @@ TEST(Logger, KeepsLinesOfEightThreadsWhole) {
     EXPECT_TRUE(found == expected);
 }
 
+// What bindings read instead of a sink.
+TEST(LastError, IsTheThreadsOwnAndKeptWhenNothingIsWritten) {
+    ASSERT_EQ(tavi_log_set_level(TAVI_LOG_NONE), TAVI_RET_SUCCESS);
+    EXPECT_EQ(tavi_log_get_level(), TAVI_LOG_NONE);
+    const int before = evaluated;
+    int sunk = 0;
+    tavi_log_set_sink(
+        [](void* n, tavi_log_level_t, const char*, const char*, const char*) { ++*static_cast<int*>(n); }, &sunk);
+    errno = ENOSPC;
+    LOG_ERROR("a\n%s\n", "b");
+    LOG_WARN("not kept %d", count_evaluation());
+    EXPECT_EQ(errno, ENOSPC);
+    EXPECT_STREQ(tavi_last_error(), "a\\x0ab");
+    std::thread([] {
+        EXPECT_STREQ(tavi_last_error(), "");
+        LOG_ERROR("of another thread");
+        EXPECT_STREQ(tavi_last_error(), "of another thread");
+    }).join();
+    EXPECT_STREQ(tavi_last_error(), "a\\x0ab");
+    EXPECT_EQ(sunk, 0);
+    EXPECT_EQ(evaluated, before);
+    for (const int level : {-2, 4}) {
+        EXPECT_EQ(tavi_log_set_level(level), TAVI_RET_PARAM_ERR);
+        EXPECT_EQ(tavi_log_get_level(), TAVI_LOG_NONE);
+    }
+    EXPECT_EQ(tavi_last_error(), std::string("level=4; allowed are -1 to 3"));
+    for (int level = TAVI_LOG_ERROR; level <= TAVI_LOG_DEBUG; ++level) {
+        ASSERT_EQ(tavi_log_set_level(level), TAVI_RET_SUCCESS);
+        EXPECT_EQ(tavi_log_get_level(), level);
+        LOG_ERROR("written");
+        LOG_WARN("written");
+        EXPECT_EQ(sunk, level == TAVI_LOG_ERROR ? 1 : 2 * level + 1);
+    }
+    tavi_log_set_sink(nullptr, nullptr);
+}
+
+TEST(LastError, EndsBetweenTwoCharacters) {
+    tavi_log_set_level(TAVI_LOG_NONE);
+    for (size_t before = 500; before < 516; ++before)
+        for (const std::string last : {"\xc3\xa9", "\xe2\x82\xac", "\xf0\x9f\x98\x80"}) {
+            const std::string text(before, 'x');
+            LOG_ERROR("%s%s", text.c_str(), last.c_str());
+            EXPECT_EQ(tavi_last_error(), before + last.size() <= 511 ? text + last : text.substr(0, 511));
+        }
+}
+
 } // namespace
