@@ -6,7 +6,7 @@
 
 #include "backends/blit/context_pool.h"
 #include "backends/blit/tavi_blit.h"
-#include "backends/cpu/files/codec.h"
+#include "backends/cpu/files/picture.h"
 #include "image/format.h"
 #include "kernels/kernels.h"
 #include "picture.h"

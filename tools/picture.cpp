@@ -5,7 +5,7 @@
 #include <cstring>
 #include <memory>
 
-#include "backends/cpu/files/codec.h"
+#include "backends/cpu/files/picture.h"
 #include "image/format.h"
 #include "services/tavi_mem.h"
 

@@ -2,7 +2,7 @@
 // Stands in for the file routines in a build without them, so that everything links and says why it refuses.
 #ifndef TAVI_WITH_FILES
 #define TAVI_LOG_TAG "tavi-cpu"
-#include "backends/cpu/files/codec.h"
+#include "backends/cpu/files/picture.h"
 #include "backends/cpu/tavi_image_cpu.h"
 #include "services/log.h"
 
@@ -10,7 +10,23 @@ namespace tavi {
 
 constexpr char kAbsent[] = "this library was built without image files";
 
+Refusal read_header(Input&, std::unique_ptr<Decoder>&, FileHeader&) { return {TAVI_RET_UNSUPPORTED, kAbsent}; }
+
+Refusal open_picture(Input&, uint64_t, std::unique_ptr<Decoder>&, FileHeader&) {
+    return {TAVI_RET_UNSUPPORTED, kAbsent};
+}
+
 Refusal open_picture(const char*, Input&, std::unique_ptr<Decoder>&, FileHeader&) {
+    return {TAVI_RET_UNSUPPORTED, kAbsent};
+}
+
+bool turns_sides(int) { return false; }
+
+Refusal decode_picture(Decoder&, const FileHeader&, int, const ImageView&, const char*) {
+    return {TAVI_RET_UNSUPPORTED, kAbsent};
+}
+
+Refusal encode_picture(const ImageView&, tavi_picture_type_t, int, ByteSink&, const char*) {
     return {TAVI_RET_UNSUPPORTED, kAbsent};
 }
 

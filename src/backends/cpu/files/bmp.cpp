@@ -2,7 +2,6 @@
 // BMP: uncompressed pictures of 1, 4, 8, 16, 24 and 32 bits are read, top-down or bottom-up, with palettes and bit
 // masks; 8-bit grey, 24-bit colour and 32-bit colour with alpha are written.
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 #include <new>
 
@@ -44,6 +43,7 @@ struct Mask {
         shift = mask ? __builtin_ctz(mask) : 0;
         max = mask >> shift;
     }
+    int width() const { return max ? 32 - __builtin_clz(max) : 0; }
     uint8_t of(uint32_t pixel) const {
         return max ? static_cast<uint8_t>((uint64_t{(pixel & bits) >> shift} * 255 + max / 2) / max) : 0;
     }
@@ -165,6 +165,11 @@ private:
 
     Refusal skip_to_pixels(uint32_t start, FileHeader& header) {
         header.stored = stored_;
+        if (bits_ == 16 || bits_ == 32) {
+            header.bits = 1;
+            for (const Mask& mask : mask_)
+                header.bits = std::max(header.bits, mask.width());
+        }
         if (start < position_ || !input_->skip(start - position_))
             return {TAVI_RET_FAIL, "damaged BMP: no pixels at byte %u", start};
         header.bytes = row_bytes(header.width, bits_) * header.height;
@@ -209,7 +214,7 @@ tavi_pixel_format nearest_for_bmp(const ImageView& have) {
     return have.format->parts == 1 ? TAVI_PIXEL_FORMAT_GRAY8 : have.id();
 }
 
-Refusal encode_bmp(const ImageView& picture, Output& output) {
+Refusal encode_bmp(const ImageView& picture, int, ByteSink& output) {
     const Format& f = *picture.format;
     const int channels = f.parts;
     const uint32_t info_size = channels == 4 ? kV4Header : kInfoHeader;
@@ -250,14 +255,15 @@ Refusal encode_bmp(const ImageView& picture, Output& output) {
                 std::swap(row[x], row[x + 2]);
         good = output.write(row.get(), static_cast<size_t>(pitch));
     }
-    return good ? Refusal() : Refusal(TAVI_RET_FAIL, "%s", std::strerror(errno));
+    return good ? Refusal() : output.why();
 }
 
 bool is_bmp(const uint8_t* head, size_t size) { return size >= 2 && head[0] == 'B' && head[1] == 'M'; }
 
 } // namespace
 
-const Signature kBmpSignature{"BMP", is_bmp, [] { return static_cast<Decoder*>(new (std::nothrow) BmpDecoder); }};
+const Signature kBmpSignature{"BMP", TAVI_PICTURE_BMP, is_bmp,
+                              [] { return static_cast<Decoder*>(new (std::nothrow) BmpDecoder); }};
 const Ending kBmpEnding{".bmp", nearest_for_bmp, encode_bmp};
 
 } // namespace tavi

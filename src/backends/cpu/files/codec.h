@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What the file reader and writer know of a codec. Each codec's library is included in that codec's file and nowhere
+// What reader and writer know of a codec. Each codec's library is included in that codec's file and nowhere
 // else; none of them logs: what went wrong is a Refusal, and the contract function says it once.
 #pragma once
 
@@ -10,15 +10,20 @@
 #include "backends/cpu/files/stream.h"
 #include "image/refusal.h"
 #include "image/view.h"
+#include "tavi_frame.h"
 
 namespace tavi {
 
 /// What the head of a file announces.
 struct FileHeader {
     const char* type = ""; ///< name of its signature
+    tavi_picture_type_t number = 0;
     uint32_t width = 0;
     uint32_t height = 0;
     tavi_pixel_format stored = TAVI_PIXEL_FORMAT_RGB888; ///< GRAY8, GRAY16, RGB888 or RGBA8888
+    int bits = 8;                                        ///< of a channel; of the widest where they differ
+    int xsubsampling = 1;                                ///< pixels that a chroma sample covers across
+    int ysubsampling = 1;                                ///< and down
     int orientation = 1;                                 ///< as EXIF counts, 1 to 8
     uint64_t bytes = 0;                                  ///< that have to follow, where the type says so
 };
@@ -46,6 +51,7 @@ public:
 /// A type of file that can be read, known by its first bytes.
 struct Signature {
     const char* name;
+    tavi_picture_type_t type;
     bool (*matches)(const uint8_t* head, size_t size);
     Decoder* (*make)(); ///< null when the heap refuses
 };
@@ -54,16 +60,11 @@ struct Signature {
 struct Ending {
     const char* text;
     tavi_pixel_format (*nearest)(const ImageView& have); ///< what encode() takes instead
-    Refusal (*encode)(const ImageView& picture, Output& output);
+    /// `quality` is 1 to 100, for types that lose something.
+    Refusal (*encode)(const ImageView& picture, int quality, ByteSink& output);
 };
 
 extern const Signature kJpegSignature, kPngSignature, kBmpSignature, kPnmSignature;
 extern const Ending kJpgEnding, kJpegEnding, kPngEnding, kBmpEnding, kPpmEnding, kPgmEnding;
-
-/// Opens a file and reads its header, whose sides are within the limits then.
-Refusal open_picture(const char* path, Input& input, std::unique_ptr<Decoder>& decoder, FileHeader& header);
-
-/// Writes a picture as the type that the ending of `path` names; opens `path` itself unless `output` is open.
-Refusal write_picture(const tavi_image_t& img, const char* path, Output& output);
 
 } // namespace tavi

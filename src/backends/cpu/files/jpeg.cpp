@@ -17,7 +17,6 @@ namespace tavi {
 namespace {
 
 constexpr size_t kMaxFile = size_t{1} << 29;
-constexpr int kQuality = 95;
 constexpr int kEncodeFlags = TJFLAG_ACCURATEDCT; // 0.2 dB more at the same speed
 
 // Rounded exactly, in 16 bits so that the loops over rows become vector code. (t + 1 + (t >> 8)) >> 8 is t / 255.
@@ -155,11 +154,15 @@ void store_luma(const Planes& from, const Samples& to) {
 }
 
 /// One row of chroma in the picture's columns: the mean of what a finer file has there, or the sample of a coarser
-/// one. `a` and `b` are the two rows of the file that fall on it, the same one where it is not finer.
-void gather_chroma(const uint8_t* a, const uint8_t* b, int file_factor, int cols, uint8_t* out) {
+/// one. `a` and `b` are the two rows of the file that fall on it, the same one where it is not finer. Of an odd
+/// number of columns the last has a sample of its own where chroma is rounded up.
+void gather_chroma(const uint8_t* a, const uint8_t* b, int file_factor, int file_cols, int cols, uint8_t* out) {
     if (file_factor == 1) {
-        for (int x = 0; x < cols; ++x)
+        const int pairs = std::min(cols, file_cols / 2);
+        for (int x = 0; x < pairs; ++x)
             out[x] = static_cast<uint8_t>((a[2 * x] + a[2 * x + 1] + b[2 * x] + b[2 * x + 1] + 2) >> 2);
+        if (pairs < cols)
+            out[pairs] = static_cast<uint8_t>((a[2 * pairs] + b[2 * pairs] + 1) >> 1);
     } else if (file_factor == 4) {
         for (int x = 0; x < cols; ++x)
             out[x] = static_cast<uint8_t>((a[x / 2] + b[x / 2] + 1) >> 1);
@@ -176,13 +179,13 @@ void store_chroma(const Planes& from, int plane, int xfactor, int yfactor, const
                   uint8_t* row) {
     for (int y = 0; y < to.rows; ++y) {
         const int first = (y << to_yshift) / yfactor;
-        const int last = ((y << to_yshift) + to_yshift) / yfactor;
+        const int last = std::min(((y << to_yshift) + to_yshift) / yfactor, from.rows[plane] - 1);
         const uint8_t* const a = from.data[plane] + static_cast<ptrdiff_t>(first) * from.pitch[plane];
         const uint8_t* const b = from.data[plane] + static_cast<ptrdiff_t>(last) * from.pitch[plane];
         uint8_t* const d = to.row(y);
         const uint8_t* s = a;
         if (xfactor != 2 || a != b) {
-            gather_chroma(a, b, xfactor, to.cols, row);
+            gather_chroma(a, b, xfactor, from.cols[plane], to.cols, row);
             s = row;
         }
         if (to.step == 1)
@@ -258,14 +261,19 @@ public:
         if (!handle_.get())
             return {TAVI_RET_FAIL, "no memory for the decoder"};
         input_ = &input;
-        const bool too_long = input.knows_its_length() && input.left() > kMaxFile;
-        if (too_long || !read_head())
-            return {TAVI_RET_FAIL, "%s (files up to 512 MiB are read)", std::strerror(too_long ? EFBIG : errno)};
+        if (input.memory()) {
+            data_ = input.memory();
+            size_ = static_cast<size_t>(input.left());
+        } else {
+            const bool too_long = input.knows_its_length() && input.left() > kMaxFile;
+            if (too_long || !read_head())
+                return {TAVI_RET_FAIL, "%s (files up to 512 MiB are read)", std::strerror(too_long ? EFBIG : errno)};
+            data_ = file_.get();
+        }
         int width = -1;
         int height = -1;
         int space = -1;
-        const int result =
-            tjDecompressHeader3(handle_.get(), file_.get(), size_, &width, &height, &subsampling_, &space);
+        const int result = tjDecompressHeader3(handle_.get(), data_, size_, &width, &height, &subsampling_, &space);
         if (width < 1 || height < 1 || space < 0) // rare subsamplings are refused here and can be decoded to RGB
             return {TAVI_RET_FAIL, "damaged JPEG: %s",
                     result != 0 ? handle_.error() : "it holds tables and no picture"};
@@ -275,7 +283,10 @@ public:
         header.width = static_cast<uint32_t>(width);
         header.height = static_cast<uint32_t>(height);
         header.stored = space == TJCS_GRAY ? TAVI_PIXEL_FORMAT_GRAY8 : TAVI_PIXEL_FORMAT_RGB888;
-        header.orientation = jpeg_orientation(file_.get(), size_);
+        header.orientation = jpeg_orientation(data_, size_);
+        const Subsampling grid = jpeg_subsampling(data_, size_);
+        header.xsubsampling = grid.x;
+        header.ysubsampling = grid.y;
         return {};
     }
 
@@ -300,8 +311,11 @@ public:
     }
 
     Refusal decode(const ImageView& picture) override {
-        if (!input_->append_rest(file_, size_, kMaxFile))
-            return {TAVI_RET_FAIL, "%s (files up to 512 MiB are read)", std::strerror(errno)};
+        if (!input_->memory()) {
+            if (!input_->append_rest(file_, size_, kMaxFile))
+                return {TAVI_RET_FAIL, "%s (files up to 512 MiB are read)", std::strerror(errno)};
+            data_ = file_.get();
+        }
         return picture.format->whole_pixels() ? decode_pixels(picture) : decode_planes(picture);
     }
 
@@ -363,7 +377,7 @@ private:
     Refusal decode_pixels(const ImageView& picture) {
         const PlaneView& p = picture.plane[0];
         return strictly([&](int flags) {
-            return tjDecompress2(handle_.get(), file_.get(), size_, p.data, picture.width, static_cast<int>(p.pitch),
+            return tjDecompress2(handle_.get(), data_, size_, p.data, picture.width, static_cast<int>(p.pitch),
                                  picture.height, tj_format(*picture.format), flags);
         });
     }
@@ -375,8 +389,8 @@ private:
         if (!row || !planes.prepare(picture.width, picture.height, subsampling_, &c))
             return {TAVI_RET_FAIL, "no memory for the planes of a %dx%d picture", picture.width, picture.height};
         if (const Refusal no = strictly([&](int flags) {
-                return tjDecompressToYUVPlanes(handle_.get(), file_.get(), size_, planes.data, picture.width,
-                                               planes.pitch, picture.height, flags);
+                return tjDecompressToYUVPlanes(handle_.get(), data_, size_, planes.data, picture.width, planes.pitch,
+                                               picture.height, flags);
             }))
             return no;
         if (picture.color.full_range)
@@ -389,14 +403,18 @@ private:
 
     Handle handle_;
     Input* input_ = nullptr;
-    Bytes file_; ///< its first bytes, and all of them from decode() on
+    Bytes file_; ///< its first bytes, and all of them from decode() on; empty where all of it is in memory
+    const uint8_t* data_ = nullptr;
     size_t size_ = 0;
     int subsampling_ = -1;
     bool planes_fit_ = false;
 };
 
-/// Copies one component to a plane of TurboJPEG's, full-range; what the plane has beyond repeats the last sample.
+/// Copies one component to a plane of TurboJPEG's, full-range; what the plane has beyond repeats the last sample. A
+/// plane that is the picture's own stays as it is.
 void expand(const Samples& from, const Table& full, const Planes& to, int plane) {
+    if (to.data[plane] == from.data)
+        return;
     for (int y = 0; y < to.rows[plane]; ++y) {
         const uint8_t* const s = from.row(std::min(y, from.rows - 1));
         uint8_t* const d = to.data[plane] + static_cast<ptrdiff_t>(y) * to.pitch[plane];
@@ -407,7 +425,7 @@ void expand(const Samples& from, const Table& full, const Planes& to, int plane)
     }
 }
 
-Refusal encode_jpeg(const ImageView& picture, Output& output) {
+Refusal encode_jpeg(const ImageView& picture, int quality, ByteSink& output) {
     const Handle handle(tjInitCompress());
     if (!handle.get())
         return {TAVI_RET_FAIL, "no memory for the encoder"};
@@ -418,20 +436,20 @@ Refusal encode_jpeg(const ImageView& picture, Output& output) {
         const YuvSamples c(picture);
         const int subsampling = c.yshift ? TJSAMP_420 : TJSAMP_422;
         Planes planes;
-        if (!planes.prepare(picture.width, picture.height, subsampling, nullptr))
-            return {TAVI_RET_FAIL, "no memory for the planes of a %dx%d picture", picture.width, picture.height};
         const bool full = picture.color.full_range;
+        if (!planes.prepare(picture.width, picture.height, subsampling, full ? &c : nullptr))
+            return {TAVI_RET_FAIL, "no memory for the planes of a %dx%d picture", picture.width, picture.height};
         expand(c.y, full ? kSame : kLumaOfLimited, planes, 0);
         expand(c.u, full ? kSame : kChromaOfLimited, planes, 1);
         expand(c.v, full ? kSame : kChromaOfLimited, planes, 2);
         result =
             tjCompressFromYUVPlanes(handle.get(), const_cast<const uint8_t**>(planes.data), picture.width,
-                                    planes.pitch, picture.height, subsampling, &jpeg, &size, kQuality, kEncodeFlags);
+                                    planes.pitch, picture.height, subsampling, &jpeg, &size, quality, kEncodeFlags);
     } else {
         const PlaneView& p = picture.plane[0];
         const int format = tj_format(*picture.format);
         result = tjCompress2(handle.get(), p.data, picture.width, static_cast<int>(p.pitch), picture.height, format,
-                             &jpeg, &size, format == TJPF_GRAY ? TJSAMP_GRAY : TJSAMP_420, kQuality, kEncodeFlags);
+                             &jpeg, &size, format == TJPF_GRAY ? TJSAMP_GRAY : TJSAMP_420, quality, kEncodeFlags);
     }
     const struct Owner {
         unsigned char* bytes;
@@ -439,16 +457,15 @@ Refusal encode_jpeg(const ImageView& picture, Output& output) {
     } owner{jpeg};
     if (result != 0)
         return {TAVI_RET_FAIL, "%s", handle.error()};
-    if (!output.write(jpeg, size))
-        return {TAVI_RET_FAIL, "%s", std::strerror(errno)};
-    return {};
+    return output.write(jpeg, size) ? Refusal() : output.why();
 }
 
 bool is_jpeg(const uint8_t* head, size_t size) { return size >= 3 && std::memcmp(head, "\xff\xd8\xff", 3) == 0; }
 
 } // namespace
 
-const Signature kJpegSignature{"JPEG", is_jpeg, [] { return static_cast<Decoder*>(new (std::nothrow) JpegDecoder); }};
+const Signature kJpegSignature{"JPEG", TAVI_PICTURE_JPEG, is_jpeg,
+                               [] { return static_cast<Decoder*>(new (std::nothrow) JpegDecoder); }};
 const Ending kJpgEnding{".jpg", nearest_for_jpeg, encode_jpeg};
 const Ending kJpegEnding{".jpeg", nearest_for_jpeg, encode_jpeg};
 

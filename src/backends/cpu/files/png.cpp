@@ -4,7 +4,6 @@
 #include <png.h>
 #include <zlib.h>
 
-#include <cerrno>
 #include <csetjmp>
 #include <cstdlib>
 #include <cstring>
@@ -29,8 +28,9 @@ void pull(png_structp png, png_bytep to, size_t size) {
 }
 
 void push(png_structp png, png_bytep from, size_t size) {
-    if (!static_cast<Output*>(png_get_io_ptr(png))->write(from, size))
-        png_error(png, std::strerror(errno));
+    ByteSink* const sink = static_cast<ByteSink*>(png_get_io_ptr(png));
+    if (!sink->write(from, size))
+        png_error(png, sink->why().text);
 }
 
 void flush(png_structp) {}
@@ -120,6 +120,7 @@ private:
             header.stored = TAVI_PIXEL_FORMAT_RGB888;
         else
             header.stored = depth_ == 16 ? TAVI_PIXEL_FORMAT_GRAY16 : TAVI_PIXEL_FORMAT_GRAY8;
+        header.bits = colour_ == PNG_COLOR_TYPE_PALETTE ? 8 : depth_; // a palette's colours have 8
         png_bytep exif = nullptr;
         png_uint_32 exif_size = 0;
         if (png_get_eXIf_1(png_, info_, &exif_size, &exif) && exif)
@@ -213,7 +214,7 @@ void write_rows(png_structp png, png_infop info, const ImageView& picture) {
     png_write_end(png, info);
 }
 
-Refusal encode_png(const ImageView& picture, Output& output) {
+Refusal encode_png(const ImageView& picture, int, ByteSink& output) {
     Refusal no;
     png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, &no, fail, ignore);
     png_infop info = png ? png_create_info_struct(png) : nullptr;
@@ -231,7 +232,8 @@ bool is_png(const uint8_t* head, size_t size) { return size >= 8 && png_sig_cmp(
 
 } // namespace
 
-const Signature kPngSignature{"PNG", is_png, [] { return static_cast<Decoder*>(new (std::nothrow) PngDecoder); }};
+const Signature kPngSignature{"PNG", TAVI_PICTURE_PNG, is_png,
+                              [] { return static_cast<Decoder*>(new (std::nothrow) PngDecoder); }};
 const Ending kPngEnding{".png", nearest_for_png, encode_png};
 
 } // namespace tavi

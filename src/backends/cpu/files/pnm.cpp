@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
 // PBM, PGM and PPM, written in digits or in bytes (P1 to P6), with sample values up to 65535.
-#include <cerrno>
 #include <cstring>
 #include <new>
 
@@ -30,6 +29,7 @@ public:
                   : max_ > 255   ? TAVI_PIXEL_FORMAT_GRAY16
                                  : TAVI_PIXEL_FORMAT_GRAY8;
         header.stored = stored_;
+        header.bits = 32 - __builtin_clz(static_cast<uint32_t>(max_));
         height_ = header.height;
         if (kind_ > 3)
             header.bytes = row_bytes(header.width) * header.height;
@@ -150,7 +150,7 @@ tavi_pixel_format nearest_for_pgm(const ImageView& have) {
     return have.format->sample_bytes() == 2 ? TAVI_PIXEL_FORMAT_GRAY16 : TAVI_PIXEL_FORMAT_GRAY8;
 }
 
-Refusal encode_pnm(const ImageView& picture, Output& output) {
+Refusal encode_pnm(const ImageView& picture, int, ByteSink& output) {
     const Format& f = *picture.format;
     const size_t bytes = static_cast<size_t>(picture.width) * picture.plane[0].step;
     char head[48];
@@ -171,7 +171,7 @@ Refusal encode_pnm(const ImageView& picture, Output& output) {
         }
         good = output.write(row, bytes);
     }
-    return good ? Refusal() : Refusal(TAVI_RET_FAIL, "%s", std::strerror(errno));
+    return good ? Refusal() : output.why();
 }
 
 bool is_pnm(const uint8_t* head, size_t size) {
@@ -181,7 +181,8 @@ bool is_pnm(const uint8_t* head, size_t size) {
 
 } // namespace
 
-const Signature kPnmSignature{"PNM", is_pnm, [] { return static_cast<Decoder*>(new (std::nothrow) PnmDecoder); }};
+const Signature kPnmSignature{"PNM", TAVI_PICTURE_PNM, is_pnm,
+                              [] { return static_cast<Decoder*>(new (std::nothrow) PnmDecoder); }};
 const Ending kPpmEnding{".ppm", nearest_for_ppm, encode_pnm};
 const Ending kPgmEnding{".pgm", nearest_for_pgm, encode_pnm};
 

@@ -95,7 +95,21 @@ bool Input::open(const char* path) {
     return head_size_ > 0 || !std::ferror(file_); // a directory opens and then cannot be read
 }
 
+void Input::open(const void* bytes, size_t size) {
+    memory_ = static_cast<const uint8_t*>(bytes);
+    size_ = size;
+    head_size_ = std::min(size, sizeof(head_));
+    std::memcpy(head_, bytes, head_size_);
+}
+
 size_t Input::read_some(void* to, size_t size) {
+    if (memory_) {
+        const auto got = static_cast<size_t>(std::min<uint64_t>(size, left()));
+        if (got > 0)
+            std::memcpy(to, memory_ + position_, got);
+        position_ += got;
+        return got;
+    }
     const size_t ahead = std::min(size, head_size_ - head_used_);
     if (ahead > 0)
         std::memcpy(to, head_ + head_used_, ahead);
@@ -106,6 +120,11 @@ size_t Input::read_some(void* to, size_t size) {
 }
 
 bool Input::skip(uint64_t size) {
+    if (memory_) {
+        const bool there = size <= left();
+        position_ += there ? size : 0;
+        return there;
+    }
     uint8_t waste[512];
     while (size > 0) {
         if (head_used_ == head_size_ && size_ != UINT64_MAX) {
@@ -138,7 +157,7 @@ bool Input::append(Bytes& bytes, size_t& size, size_t count) {
     static_cast<void>(bytes.release());
     bytes.reset(static_cast<uint8_t*>(larger));
     size += read_some(bytes.get() + size, count);
-    return !std::ferror(file_);
+    return memory_ || !std::ferror(file_);
 }
 
 bool Input::append_rest(Bytes& bytes, size_t& size, size_t limit) {
@@ -210,6 +229,8 @@ UniqueFd Output::create_temporary(mode_t mode) {
 }
 
 bool Output::write(const void* from, size_t size) { return std::fwrite(from, 1, size, file_) == size; }
+
+Refusal Output::why() const { return {TAVI_RET_FAIL, "%s", std::strerror(errno)}; }
 
 bool Output::commit() {
     const bool flushed = std::fflush(file_) == 0 && !std::ferror(file_);

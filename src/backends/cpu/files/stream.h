@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Files as the codecs see them: input that also comes from a pipe, and output that appears whole or not at all.
+// Bytes as the codecs see them: input from a file, a pipe or memory, and output to wherever it goes, such as a file
+// that appears whole or not at all.
 #pragma once
 
 #include <sys/types.h>
@@ -10,6 +11,7 @@
 #include <cstdlib>
 #include <memory>
 
+#include "image/refusal.h"
 #include "os/unique_fd.h"
 
 namespace tavi {
@@ -32,6 +34,10 @@ public:
 
     /// Opens the file and reads its first bytes ahead; false with errno set.
     bool open(const char* path);
+    /// Takes bytes in memory, which must stay while they are read: they are not copied.
+    void open(const void* bytes, size_t size);
+    /// What was opened in memory, from its first byte on; null for a file.
+    const uint8_t* memory() const { return memory_; }
 
     /// The bytes read ahead, which stay to be read: enough for every signature and the sides of a PNG.
     const uint8_t* head() const { return head_; }
@@ -41,7 +47,8 @@ public:
     bool read(void* to, size_t size) { return read_some(to, size) == size; }
     bool skip(uint64_t size); ///< seeks where it can
     bool knows_its_length() const { return size_ != UINT64_MAX; }
-    /// How many bytes are left to be read, as a regular file says; more than any file has where nothing says it.
+    /// How many bytes are left to be read, as a regular file or memory says; more than any file has where nothing
+    /// says it.
     uint64_t left() const { return size_ - position_; }
     /// The next byte, or -1 at the end.
     int next();
@@ -56,17 +63,29 @@ private:
     size_t read_some(void* to, size_t size);
 
     std::FILE* file_ = nullptr;
+    const uint8_t* memory_ = nullptr;
     uint8_t head_[32] = {};
     size_t head_size_ = 0;
-    size_t head_used_ = 0;
-    uint64_t size_ = UINT64_MAX; ///< of a regular file
+    size_t head_used_ = 0;       ///< of a file
+    uint64_t size_ = UINT64_MAX; ///< of a regular file or of memory
     uint64_t position_ = 0;
+};
+
+/// Where encoded bytes go.
+class ByteSink {
+public:
+    virtual bool write(const void* from, size_t size) = 0;
+    /// Why the last write failed.
+    virtual Refusal why() const = 0;
+
+protected:
+    ~ByteSink() = default;
 };
 
 /// Writes under a temporary name in the target's own directory; commit() renames. What is not committed is removed.
 /// A target that is there and no regular file (a pipe, a device) is written straight. A file that is replaced keeps
 /// its permissions, and its owner where the process may give it away; set-id bits stay with the owner.
-class Output {
+class Output final : public ByteSink {
 public:
     Output() = default;
     Output(const Output&) = delete;
@@ -78,7 +97,8 @@ public:
     /// Takes what is open already, and is written straight; empty fails with the errno of that.
     bool open(UniqueFd fd);
     bool is_open() const { return file_ != nullptr; }
-    bool write(const void* from, size_t size);
+    bool write(const void* from, size_t size) override;
+    Refusal why() const override;
     /// Flushes, closes and renames; false with errno set, and then nothing has changed under the target's name.
     bool commit();
 
