@@ -91,8 +91,8 @@ int tj_format(const Format& f) {
     return number;
 }
 
-/// The three planes that TurboJPEG reads or writes. It rounds odd sides up where our formats round down, so a plane
-/// is the picture's own memory only when shape and spacing agree; the rest lies in scratch.
+/// The three planes that TurboJPEG reads or writes. It rounds odd sides up where images round down, so a plane is the
+/// picture's own memory only when shape and spacing agree; the rest lies in scratch.
 struct Planes {
     uint8_t* data[3] = {};
     int pitch[3] = {};
@@ -220,11 +220,18 @@ void fill_channel(const Samples& to, uint8_t value) {
             to.row(y)[x * to.step] = value;
 }
 
-/// The last pixel of a packed row of odd width has a chroma byte that belongs to no sample.
-void neutralise_last_byte(const ImageView& picture, const YuvSamples& c) {
-    if (c.y.step == 2 && picture.width % 2 != 0)
-        for (int y = 0; y < picture.height; ++y)
-            c.u.row(y)[2 * (picture.width - 1)] = kNeutral;
+/// The last pixel of a packed row of odd width has a chroma byte that belongs to no sample, or, where chroma is
+/// rounded up, a pair whose other luma repeats its own.
+void fill_last_pair(const ImageView& picture, const YuvSamples& c) {
+    if (c.y.step != 2 || picture.width % 2 == 0)
+        return;
+    const int last = 2 * (picture.width - 1);
+    for (int y = 0; y < picture.height; ++y) {
+        if (picture.chroma_up)
+            c.y.row(y)[last + 2] = c.y.row(y)[last];
+        else
+            c.u.row(y)[last] = kNeutral;
+    }
 }
 
 /// The file's planes in the picture's samples.
@@ -397,7 +404,7 @@ private:
             store_planes<ToFull>(planes, subsampling_, c, row.get());
         else
             store_planes<ToLimited>(planes, subsampling_, c, row.get());
-        neutralise_last_byte(picture, c);
+        fill_last_pair(picture, c);
         return {};
     }
 

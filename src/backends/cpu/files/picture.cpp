@@ -151,7 +151,7 @@ Refusal decode_picture(Decoder& decoder, const FileHeader& of_file, int orientat
     if (turn.mode == TAVI_IMAGE_TRANSFORM_NONE && nearest == target.id() && width == target.width &&
         height == target.height)
         return decoder.decode(target);
-    if (why_not_viewable(nearest, header.width, header.height))
+    if (!target.chroma_up && why_not_viewable(nearest, header.width, header.height))
         nearest = TAVI_PIXEL_FORMAT_RGB888; // one row or column has no chroma sample, and may grow to a size that has
     // Scaled by rows where a conversion of the whole would scale first, too.
     const bool shrinks = int64_t{upright_width} * upright_height < int64_t{width} * height;
@@ -160,11 +160,11 @@ Refusal decode_picture(Decoder& decoder, const FileHeader& of_file, int orientat
     if (by_rows && turn.mode == TAVI_IMAGE_TRANSFORM_NONE && nearest == target.id())
         return decode_shrunk(decoder, header, target);
     const int held_width = by_rows ? upright_width : width, held_height = by_rows ? upright_height : height;
-    const Bytes pixels = allocate_bytes(
-        byte_count(kFormats[nearest], static_cast<uint32_t>(held_width), static_cast<uint32_t>(held_height)));
+    const Format& held = kFormats[nearest];
+    const Bytes pixels = allocate_bytes(packed_bytes(held, held_width, held_height, target.chroma_up));
     if (!pixels)
         return {TAVI_RET_FAIL, "no memory for a picture of %dx%d", held_width, held_height};
-    const ImageView picture = make_view(pixels.get(), kFormats[nearest], held_width, held_height, target.color);
+    const ImageView picture = make_view(pixels.get(), held, held_width, held_height, target.color, target.chroma_up);
     if (const Refusal no = by_rows ? decode_shrunk(decoder, header, picture) : decoder.decode(picture))
         return no;
     if (turn.reverses_rows)

@@ -20,6 +20,8 @@ public:
         const int width = number();
         const int height = number();
         max_ = bitmap() ? 1 : number(); // each takes the one white space after it, which ends the header
+        if (at_end_)                    // perhaps in the middle of a number
+            return {TAVI_RET_FAIL, "damaged PNM: the file ends in its header"};
         if (width < 0 || height < 0 || max_ < 1 || max_ > 65535)
             return {TAVI_RET_FAIL, "damaged PNM: sides %d x %d, largest value %d", width, height, max_};
         header.width = static_cast<uint32_t>(width);
@@ -98,6 +100,7 @@ private:
                 return -1;
             value = value * 10 + (c - '0');
         }
+        at_end_ = c < 0;
         return value;
     }
 
@@ -140,7 +143,8 @@ private:
     int max_ = 0;
     int channels_ = 1;
     uint32_t height_ = 0;
-    uint32_t done_ = 0; ///< rows
+    uint32_t done_ = 0;   ///< rows
+    bool at_end_ = false; ///< the last number ended with the file
     Bytes row_;
     tavi_pixel_format stored_ = TAVI_PIXEL_FORMAT_GRAY8;
 };
