@@ -12,6 +12,12 @@
 namespace tavi {
 namespace {
 
+static_assert(static_cast<int>(PictureType::jpeg) == TAVI_PICTURE_JPEG &&
+                  static_cast<int>(PictureType::png) == TAVI_PICTURE_PNG &&
+                  static_cast<int>(PictureType::bmp) == TAVI_PICTURE_BMP &&
+                  static_cast<int>(PictureType::pnm) == TAVI_PICTURE_PNM,
+              "the codecs count as the header does");
+
 Refusal check_bytes(const void* bytes, size_t size) {
     if (!bytes || size == 0)
         return {TAVI_RET_PARAM_ERR, "bytes=%p size=%zu; give a picture of one byte or more", bytes, size};
@@ -72,7 +78,7 @@ Refusal probe(const void* bytes, size_t size, tavi_picture_info_t* info) {
     if (const Refusal no = read_header(input, decoder, header))
         return no;
     *info = {};
-    info->type = header.number;
+    info->type = static_cast<tavi_picture_type_t>(header.kind);
     info->width = header.width;
     info->height = header.height;
     info->channels = kFormats[header.stored].parts;
@@ -159,7 +165,8 @@ Refusal encode(const tavi_frame_t* frame, tavi_picture_type_t type, int quality,
     if (!access)
         return access.refusal();
     CallerSink output(*sink);
-    return encode_picture(access.view(), type, quality ? quality : kDefaultQuality, output, "tavi_frame_encode");
+    return encode_picture(access.view(), static_cast<PictureType>(type), quality ? quality : kDefaultQuality, output,
+                          "tavi_frame_encode");
 }
 
 } // namespace

@@ -26,7 +26,7 @@ Refusal decode_picture(Decoder&, const FileHeader&, int, const ImageView&, const
     return {TAVI_RET_UNSUPPORTED, kAbsent};
 }
 
-Refusal encode_picture(const ImageView&, tavi_picture_type_t, int, ByteSink&, const char*) {
+Refusal encode_picture(const ImageView&, PictureType, int, ByteSink&, const char*) {
     return {TAVI_RET_UNSUPPORTED, kAbsent};
 }
 

@@ -262,7 +262,7 @@ bool is_bmp(const uint8_t* head, size_t size) { return size >= 2 && head[0] == '
 
 } // namespace
 
-const Signature kBmpSignature{"BMP", TAVI_PICTURE_BMP, is_bmp,
+const Signature kBmpSignature{"BMP", PictureType::bmp, is_bmp,
                               [] { return static_cast<Decoder*>(new (std::nothrow) BmpDecoder); }};
 const Ending kBmpEnding{".bmp", nearest_for_bmp, encode_bmp};
 

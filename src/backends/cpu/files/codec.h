@@ -10,14 +10,16 @@
 #include "backends/cpu/files/stream.h"
 #include "image/refusal.h"
 #include "image/view.h"
-#include "tavi_frame.h"
 
 namespace tavi {
+
+/// As the public interface counts them.
+enum class PictureType { jpeg = 1, png, bmp, pnm };
 
 /// What the head of a file announces.
 struct FileHeader {
     const char* type = ""; ///< name of its signature
-    tavi_picture_type_t number = 0;
+    PictureType kind = PictureType::jpeg;
     uint32_t width = 0;
     uint32_t height = 0;
     tavi_pixel_format stored = TAVI_PIXEL_FORMAT_RGB888; ///< GRAY8, GRAY16, RGB888 or RGBA8888
@@ -51,7 +53,7 @@ public:
 /// A type of file that can be read, known by its first bytes.
 struct Signature {
     const char* name;
-    tavi_picture_type_t type;
+    PictureType kind;
     bool (*matches)(const uint8_t* head, size_t size);
     Decoder* (*make)(); ///< null when the heap refuses
 };

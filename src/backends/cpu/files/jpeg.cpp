@@ -471,7 +471,7 @@ bool is_jpeg(const uint8_t* head, size_t size) { return size >= 3 && std::memcmp
 
 } // namespace
 
-const Signature kJpegSignature{"JPEG", TAVI_PICTURE_JPEG, is_jpeg,
+const Signature kJpegSignature{"JPEG", PictureType::jpeg, is_jpeg,
                                [] { return static_cast<Decoder*>(new (std::nothrow) JpegDecoder); }};
 const Ending kJpgEnding{".jpg", nearest_for_jpeg, encode_jpeg};
 const Ending kJpegEnding{".jpeg", nearest_for_jpeg, encode_jpeg};

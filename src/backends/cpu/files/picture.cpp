@@ -81,13 +81,13 @@ Refusal decode_shrunk(Decoder& decoder, const FileHeader& header, const ImageVie
     return no;
 }
 
-const Ending& ending_of(tavi_picture_type_t type, const Format& have) {
+const Ending& ending_of(PictureType type, const Format& have) {
     switch (type) {
-    case TAVI_PICTURE_JPEG:
+    case PictureType::jpeg:
         return kJpgEnding;
-    case TAVI_PICTURE_PNG:
+    case PictureType::png:
         return kPngEnding;
-    case TAVI_PICTURE_BMP:
+    case PictureType::bmp:
         return kBmpEnding;
     default:
         return have.model == Model::gray ? kPgmEnding : kPpmEnding;
@@ -107,7 +107,7 @@ Refusal read_header(Input& input, std::unique_ptr<Decoder>& decoder, FileHeader&
     if (!decoder)
         return {TAVI_RET_FAIL, "no memory for the decoder"};
     header.type = (*found)->name;
-    header.number = (*found)->type;
+    header.kind = (*found)->kind;
     if (const Refusal no = decoder->open(input, header))
         return no;
     if (header.width < 1 || header.height < 1)
@@ -189,7 +189,7 @@ Refusal make_encodable(const Ending& ending, ImageView& picture, Bytes& converte
     return {};
 }
 
-Refusal encode_picture(const ImageView& picture, tavi_picture_type_t type, int quality, ByteSink& output,
+Refusal encode_picture(const ImageView& picture, PictureType type, int quality, ByteSink& output,
                        const char* caller) {
     const Ending& ending = ending_of(type, *picture.format);
     ImageView encodable = picture;

@@ -33,8 +33,7 @@ Refusal decode_picture(Decoder& decoder, const FileHeader& header, int orientati
 Refusal make_encodable(const Ending& ending, ImageView& picture, Bytes& converted, const char* caller);
 
 /// Encodes a picture; what the type cannot hold is converted first.
-Refusal encode_picture(const ImageView& picture, tavi_picture_type_t type, int quality, ByteSink& output,
-                       const char* caller);
+Refusal encode_picture(const ImageView& picture, PictureType type, int quality, ByteSink& output, const char* caller);
 
 /// Writes a picture as the type that the ending of `path` names; opens `path` itself unless `output` is open.
 Refusal write_picture(const tavi_image_t& img, const char* path, Output& output);

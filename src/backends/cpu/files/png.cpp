@@ -232,7 +232,7 @@ bool is_png(const uint8_t* head, size_t size) { return size >= 8 && png_sig_cmp(
 
 } // namespace
 
-const Signature kPngSignature{"PNG", TAVI_PICTURE_PNG, is_png,
+const Signature kPngSignature{"PNG", PictureType::png, is_png,
                               [] { return static_cast<Decoder*>(new (std::nothrow) PngDecoder); }};
 const Ending kPngEnding{".png", nearest_for_png, encode_png};
 

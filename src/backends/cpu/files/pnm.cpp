@@ -185,7 +185,7 @@ bool is_pnm(const uint8_t* head, size_t size) {
 
 } // namespace
 
-const Signature kPnmSignature{"PNM", TAVI_PICTURE_PNM, is_pnm,
+const Signature kPnmSignature{"PNM", PictureType::pnm, is_pnm,
                               [] { return static_cast<Decoder*>(new (std::nothrow) PnmDecoder); }};
 const Ending kPpmEnding{".ppm", nearest_for_ppm, encode_pnm};
 const Ending kPgmEnding{".pgm", nearest_for_pgm, encode_pnm};
