@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Any bytes behind a file's signature, read as the first four choose: flag, format, sides. One fuzzer a file type.
+// Any bytes behind a file's signature, read as the first four choose: from a file or from memory, flag, format,
+// sides. One fuzzer a file type.
 #include <sys/mman.h>
 #include <unistd.h>
 #include <zlib.h>
@@ -7,6 +8,7 @@
 #include <string>
 
 #include "fuzz.h"
+#include "tavi_frame.h"
 
 namespace {
 
@@ -27,13 +29,46 @@ void mend_checksums(std::string& file) {
     }
 }
 
+/// From memory that ends with the picture, into a frame that is empty or lent, of the sides of the record.
+void decode(const std::string& file, const tavi_image_t& img, uint8_t how) {
+    auto* const bytes = static_cast<uint8_t*>(std::malloc(file.size()));
+    std::memcpy(bytes, file.data(), file.size());
+    tavi_picture_info_t info;
+    const int known = tavi_frame_probe(bytes, file.size(), &info);
+    tavi_frame_t frame = {};
+    frame.format = img.pixel_format;
+    frame.width = img.width;
+    frame.height = img.height;
+    frame.chroma_rounding = how & 1;
+    frame.color.range = how >> 1 & 1;
+    tavi_decode_options_t options = {};
+    options.as_stored = how >> 2 & 1;
+    options.ignore_orientation = how >> 4 & 1;
+    size_t size = 0;
+    uint8_t* lent = nullptr;
+    if ((how & 32) && tavi_frame_layout(&frame, how & 64 ? 16 : 1, &size) == TAVI_RET_SUCCESS) {
+        lent = static_cast<uint8_t*>(std::malloc(size));
+        for (tavi_plane_t& plane : frame.plane)
+            plane.data = lent + plane.offset;
+    }
+    const int ret = tavi_frame_decode(bytes, file.size(), &frame, &options);
+    if (ret == TAVI_RET_SUCCESS ? known != TAVI_RET_SUCCESS : frame.plane[0].data != lent)
+        __builtin_trap();
+    if (lent)
+        std::free(lent);
+    else
+        tavi_frame_release(&frame);
+    std::free(bytes);
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
     static const int fd = memfd_create("picture", 0);
     static const std::string path = "/proc/self/fd/" + std::to_string(fd);
     Input in{bytes, size};
-    const uint8_t how = in.byte(); // bits 0 to 2 and 4: the flag; 5: memory is lent; 6: a little less than is needed
+    // Bits 0 to 2 and 4: the flag; 5: memory is lent; 6: a little less than is needed; 7: from memory.
+    const uint8_t how = in.byte();
     tavi_image_t img = {};
     img.pixel_format = static_cast<tavi_pixel_format>(in.byte() % 17);
     img.width = in.byte();
@@ -42,6 +77,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
     file.append(reinterpret_cast<const char*>(in.at), in.left);
     if (TAVI_FUZZ_TYPE == PNG)
         mend_checksums(file);
+    if (how & 128)
+        return decode(file, img, how), 0;
     const int lent = how & 32 ? tavi_image_get_size(&img) - (how >> 6 & 1) : 0;
     if (lent > 0) {
         img.data = static_cast<uint8_t*>(std::malloc(lent));

@@ -14,12 +14,12 @@
 #include <unistd.h>
 
 #include "tavi_image.h"
-#include "tavi_logger.h"
+#include "tavi_log.h"
 #include "tavi_mem.h"
 
 namespace {
 
-/// Memory, a conversion that needs a scratch, and lines of the log; 0 when all went well.
+/// Memory, a conversion that needs a scratch, lines of the log and an error; 0 when all went well.
 int work() {
     tavi_image_t src = {}, dst = {};
     src.pixel_format = TAVI_PIXEL_FORMAT_YUV422_UYVY;
@@ -31,6 +31,9 @@ int work() {
         return 1;
     std::memset(src.data, 128, src.size);
     const int failed = tavi_image_convert(&src, &dst, TAVI_IMAGE_TRANSFORM_ROTATE_90) != 0 || dst.data[3839] != 130;
+    tavi_log_set_level(9);
+    if (std::strncmp(tavi_last_error(), "level=9", 7) != 0)
+        return 1;
     return failed + (tavi_image_release(&src) != 0) + (tavi_image_release(&dst) != 0);
 }
 
@@ -54,9 +57,8 @@ int in_child(unsigned seconds, Work child_work) {
 
 /// Children of a process whose threads hold its locks most of the time, from their first calls on.
 int fork_among_threads() {
-    TaviLogger::GetInstance()->level = TAVI_LOG_DEBUG;
-    TaviLogger::GetInstance()->SetSink([](void*, tavi_log_level_t, const char*, const char*, const char*) {},
-                                       nullptr);
+    tavi_log_set_level(TAVI_LOG_DEBUG);
+    tavi_log_set_sink([](void*, tavi_log_level_t, const char*, const char*, const char*) {}, nullptr);
     std::atomic<bool> stop{false};
     std::vector<std::thread> threads;
     for (int t = 0; t < 8; ++t)
@@ -89,6 +91,7 @@ thread_local AtTheEnd g_of_thread;
 
 /// Work in every kind of destructor, before and after the library has used its own.
 int ends() {
+    tavi_log_set_level(TAVI_LOG_NONE);
     pthread_key_t before, after;
     pthread_key_create(&before, [](void*) { work_or_die(); });
     std::atexit(work_or_die);
