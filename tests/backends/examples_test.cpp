@@ -17,6 +17,8 @@ extern "C" int cut_out(tavi_image_t* frame, tavi_rect_t region, tavi_image_t* ou
 extern "C" int next_region(tavi_image_t* frame, tavi_rect_t region, tavi_image_t* lent);
 extern "C" int align_face(tavi_image_t* photo, const float landmarks[10], tavi_image_t* face);
 extern "C" int transposed(tavi_image_t* src, tavi_image_t* dst);
+extern "C" const char* thumbnail(const void* mjpeg, size_t size, FILE* file);
+extern "C" const char* convert_or_why(tavi_image_t* src, tavi_image_t* dst);
 int borrow_memory();
 std::string why_refused();
 int read_upload(const char* path, tavi_image_t* img);
@@ -34,6 +36,16 @@ TEST(Examples, DoWhatTheirPagesSay) {
     EXPECT_NE(before, std::string(reinterpret_cast<char*>(img.data), img.size));
     EXPECT_EQ(tavi_image_release(&img), TAVI_RET_SUCCESS);
     EXPECT_EQ(photo_to_frame("/nowhere.png", jpeg.path()), TAVI_RET_FAIL);
+    const std::string photo = jpeg.read();
+    const TempFile small(".jpg");
+    FILE* const file = fopen(small.path(), "wb");
+    EXPECT_EQ(thumbnail(photo.data(), photo.size(), file), nullptr);
+    EXPECT_NE(std::string(thumbnail(photo.data(), 100, file)).find("damaged"), std::string::npos);
+    fclose(file);
+    img = {};
+    ASSERT_EQ(tavi_image_read(small.path(), &img, TAVI_IMAGE_READ_COLOR), TAVI_RET_SUCCESS);
+    EXPECT_EQ(img.width, 160u);
+    EXPECT_EQ(tavi_image_release(&img), TAVI_RET_SUCCESS);
 }
 
 TEST(Examples, OfFormatsMemoryAndSettings) {
@@ -50,6 +62,7 @@ TEST(Examples, OfFormatsMemoryAndSettings) {
     EXPECT_EQ(borrow_memory(), 0);
     EXPECT_NE(why_refused().find("tavi-image: "), std::string::npos);
     EXPECT_EQ(retries(), 3);
+    EXPECT_STRNE(convert_or_why(nullptr, nullptr), "");
     const TempFile upload(".pgm");
     std::ofstream(upload.path()) << "P5 4001 3000 255\n";
     tavi_image_t received = {};

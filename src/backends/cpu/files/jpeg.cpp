@@ -283,7 +283,7 @@ public:
         const int result = tjDecompressHeader3(handle_.get(), data_, size_, &width, &height, &subsampling_, &space);
         if (width < 1 || height < 1 || space < 0) // rare subsamplings are refused here and can be decoded to RGB
             return {TAVI_RET_FAIL, "damaged JPEG: %s",
-                    result != 0 ? handle_.error() : "it holds tables and no picture"};
+                    result != 0 ? handle_.error() : "it ends in its header, or holds tables and no picture"};
         if (space == TJCS_CMYK || space == TJCS_YCCK)
             return {TAVI_RET_UNSUPPORTED, "CMYK JPEG; allowed are grey, YCbCr and RGB"};
         planes_fit_ = subsampling_ >= 0 && subsampling_ < TJ_NUMSAMP && (space == TJCS_YCbCr || space == TJCS_GRAY);
