@@ -12,7 +12,7 @@
 namespace tavi::bench {
 namespace {
 
-constexpr const char* kCandidates[] = {"ours", "memcpy", "libyuv", "opencv", "swscale"};
+constexpr const char* kCandidates[] = {"ours", "memcpy", "libyuv", "opencv", "swscale", "frames", "2 threads"};
 
 // Keeps the least time of each row and candidate: what the machine can do when nothing disturbs it.
 class Table : public benchmark::BenchmarkReporter {
@@ -30,8 +30,8 @@ public:
         }
     }
     void Finalize() override {
-        std::printf("%-52s %10s %8s %8s %8s %8s %9s\n", "row", "ours us", "x copy", "libyuv", "opencv", "swscale",
-                    "ours/best");
+        std::printf("%-52s %10s %8s %8s %8s %8s %9s %8s %9s\n", "row", "ours us", "x copy", "libyuv", "opencv",
+                    "swscale", "ours/best", "frames", "2 threads");
         for (const std::string& row : order_) {
             auto& t = times_[row];
             if (!t.count("ours"))
@@ -48,12 +48,19 @@ public:
                 std::printf(" %8.2f", t[peer] / copy);
             }
             if (best > 0)
-                std::printf(" %9.2f%s\n", mine / best, mine > best ? " *" : "");
+                std::printf(" %8.2f%s", mine / best, mine > best ? "*" : " ");
             else
-                std::printf(" %9s\n", "-");
+                std::printf(" %9s", "-");
+            for (const auto& [name, width] : {std::pair{"frames", 8}, {"2 threads", 9}}) {
+                if (t.count(name))
+                    std::printf(" %*.2f", width, t[name] / mine);
+                else
+                    std::printf(" %*s", width, "-");
+            }
+            std::printf("\n");
         }
         std::printf("\nlibyuv, opencv, swscale: multiples of copying the same bytes, like 'x copy'; * = not below "
-                    "the best\n");
+                    "the best\nframes, 2 threads: the same by tavi_frame_convert(), multiples of ours\n");
     }
     void add(const std::string& row) { order_.push_back(row); }
 
@@ -75,7 +82,8 @@ int main(int argc, char** argv) {
     benchmark::Initialize(&count, args.data());
     Table table;
     for (const Row& row : all_rows()) {
-        const Run runs[] = {ours(row), by_copying(row), by_libyuv(row), by_opencv(row), by_swscale(row)};
+        const Run runs[] = {ours(row),       by_copying(row), by_libyuv(row),     by_opencv(row),
+                            by_swscale(row), by_frames(row),  by_two_threads(row)};
         for (size_t i = 0; i < std::size(runs); ++i)
             if (runs[i])
                 benchmark::RegisterBenchmark((row.name + "|" + kCandidates[i]).c_str(), [run = runs[i]](

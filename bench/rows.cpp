@@ -7,6 +7,7 @@
 #include "backends/cpu/tavi_image_cpu.h"
 #include "backends/software/tavi_image_libyuv.h"
 #include "image/format.h"
+#include "tavi_frame.h"
 
 namespace tavi::bench {
 namespace {
@@ -79,6 +80,17 @@ void add_regions(std::vector<Row>& rows) {
         Row r = make(Kind::crop, z.s, 1920, 1080, RGB, z.dw, z.dh);
         r.region = {500, 300, 500 + z.w - 1, 300 + z.h - 1};
         r.name = name_of(z.s) + " region " + size_text(z.w, z.h) + " to rgb " + size_text(z.dw, z.dh);
+        rows.push_back(r);
+    }
+}
+
+void add_tensors(std::vector<Row>& rows) {
+    for (const int element : {TAVI_TENSOR_FLOAT32, TAVI_TENSOR_INT8}) {
+        Row r = make(Kind::tensor, NV12, 1920, 1080, RGB, 640, 640);
+        r.method = TAVI_IMAGE_RESIZE_BILINEAR;
+        r.element = element;
+        r.name =
+            std::string("nv12 1920x1080 to tensor 3x640x640 ") + (element == TAVI_TENSOR_INT8 ? "int8" : "float32");
         rows.push_back(r);
     }
 }
@@ -171,6 +183,7 @@ std::vector<Row> all_rows() {
     add_conversions(rows, 640, 480);
     add_resizes(rows);
     add_regions(rows);
+    add_tensors(rows);
     add_transforms(rows);
     add_drawings(rows);
     add_conversions(rows, 16, 16);
@@ -199,6 +212,8 @@ Run ours(const Row& row) {
         return [=] { tavi_image_affine_transform(s, d, row.matrix); };
     case Kind::draw:
         return [=] { draw_ours(row); };
+    case Kind::tensor:
+        return tensor_by_frames(row);
     }
     return {};
 }

@@ -24,7 +24,7 @@ struct Picture {
     Picture(int format, int width, int height);
 };
 
-enum class Kind { convert, resize, letterbox, crop, transform, affine, draw };
+enum class Kind { convert, resize, letterbox, crop, transform, affine, draw, tensor };
 
 /// One row. `run` of a candidate does the request once, from `src` into `dst`.
 struct Row {
@@ -34,6 +34,7 @@ struct Row {
     int method = 0;          ///< resize method
     tavi_rect_t region = {}; ///< crop
     float matrix[6] = {};    ///< affine
+    int element = 0;         ///< tensor: letterboxed into one of the size of `dst`
     int shape = 0;           ///< draw: 0 rectangles, 1 lines, 2 circles, 3 filled circles, 4 texts
     std::shared_ptr<Picture> src, dst;
 };
@@ -44,7 +45,10 @@ std::vector<Row> all_rows();
 
 // What each candidate does with a row; empty when it has no way to do it.
 Run ours(const Row& row);
-Run by_copying(const Row& row); ///< memcpy of as many bytes: the limit
+Run tensor_by_frames(const Row& row); ///< ours, of a tensor
+Run by_frames(const Row& row);        ///< ours, of an image
+Run by_two_threads(const Row& row);   ///< ours, on two threads
+Run by_copying(const Row& row);       ///< memcpy of as many bytes: the limit
 Run by_libyuv(const Row& row);
 Run by_opencv(const Row& row);
 Run by_swscale(const Row& row);

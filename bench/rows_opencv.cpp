@@ -1,7 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include <opencv2/imgproc.hpp>
+#ifdef TAVI_BENCH_OPENCV_DNN
+#include <opencv2/dnn.hpp>
+#endif
 
 #include "rows.h"
+#include "tavi_frame.h"
 
 namespace tavi::bench {
 namespace {
@@ -61,6 +65,49 @@ int color_code(int from, int to) {
         return cv::COLOR_GRAY2RGB;
     }
     return -1;
+}
+
+Run letterbox(const Row& row, int filter) {
+    const auto pad = [=](cv::Mat& d) {
+        d.rowRange(0, 140).setTo(cv::Scalar::all(0x72));
+        d.rowRange(500, 640).setTo(cv::Scalar::all(0x72));
+    };
+    if (int(row.src->image.pixel_format) == RGB)
+        return [=] {
+            cv::Mat d = mat(row.dst), picture = d.rowRange(140, 500);
+            cv::resize(mat(row.src), picture, picture.size(), 0, 0, filter);
+            pad(d);
+        };
+    auto small = std::make_shared<Picture>(NV12, 640, 360);
+    return [=] {
+        cv::Mat y = luma(small), uv = chroma(small), d = mat(row.dst), picture = d.rowRange(140, 500);
+        cv::resize(luma(row.src), y, y.size(), 0, 0, filter);
+        cv::resize(chroma(row.src), uv, uv.size(), 0, 0, filter);
+        cv::cvtColorTwoPlane(y, uv, picture, cv::COLOR_YUV2RGB_NV12);
+        pad(d);
+    };
+}
+
+// The letterbox, and then its blob.
+Run tensor(const Row& row, int filter) {
+#ifdef TAVI_BENCH_OPENCV_DNN
+    const Run boxed = letterbox(row, filter);
+    auto blob = std::make_shared<cv::Mat>();
+    if (row.element == TAVI_TENSOR_FLOAT32)
+        return [=] {
+            boxed();
+            cv::dnn::blobFromImage(mat(row.dst), *blob, 1 / 255.);
+        };
+    auto elements = std::make_shared<cv::Mat>();
+    return [=] {
+        boxed();
+        cv::dnn::blobFromImage(mat(row.dst), *blob, 1, cv::Size(), cv::Scalar(), false, false, CV_8U);
+        blob->convertTo(*elements, CV_8S, 1, -128);
+    };
+#else
+    (void)row, (void)filter; // nothing of OpenCV's makes one
+    return {};
+#endif
 }
 
 Run transform(const Row& row) {
@@ -169,26 +216,10 @@ Run by_opencv(const Row& row) {
             cv::cvtColorTwoPlane(y, uv, d, cv::COLOR_YUV2RGB_NV12);
         };
     }
-    case Kind::letterbox: {
-        const auto pad = [=](cv::Mat& d) {
-            d.rowRange(0, 140).setTo(cv::Scalar::all(0x72));
-            d.rowRange(500, 640).setTo(cv::Scalar::all(0x72));
-        };
-        if (from == RGB)
-            return [=] {
-                cv::Mat d = mat(row.dst), picture = d.rowRange(140, 500);
-                cv::resize(mat(row.src), picture, picture.size(), 0, 0, filter);
-                pad(d);
-            };
-        auto small = std::make_shared<Picture>(NV12, 640, 360);
-        return [=] {
-            cv::Mat y = luma(small), uv = chroma(small), d = mat(row.dst), picture = d.rowRange(140, 500);
-            cv::resize(luma(row.src), y, y.size(), 0, 0, filter);
-            cv::resize(chroma(row.src), uv, uv.size(), 0, 0, filter);
-            cv::cvtColorTwoPlane(y, uv, picture, cv::COLOR_YUV2RGB_NV12);
-            pad(d);
-        };
-    }
+    case Kind::letterbox:
+        return letterbox(row, filter);
+    case Kind::tensor:
+        return tensor(row, filter);
     case Kind::transform:
         return transform(row);
     case Kind::affine:

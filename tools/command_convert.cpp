@@ -2,9 +2,13 @@
 // convert and letterbox: format, size, region and orientation of a whole picture.
 #include <chrono>
 
-#include "backends/software/tavi_image_libyuv.h"
 #include "image/format.h"
+#include "image/letterbox.h"
 #include "picture.h"
+#include "pixels/fill.h"
+#include "services/yuv_setting.h"
+#include "tavi_letterbox.h"
+#include "thread_pool.h"
 
 namespace tool {
 namespace {
@@ -15,7 +19,10 @@ struct ConvertOptions {
     std::optional<Size> size;
     std::optional<tavi_pixel_format> format;
     tavi_image_transform_mode transform = TAVI_IMAGE_TRANSFORM_NONE;
-    std::optional<tavi_image_resize_method_t> filter;
+    std::optional<tavi_filter_t> filter;
+    std::optional<tavi_color_space_t> in_color, out_color;
+    bool cover = false;
+    int threads = 1;
     std::optional<tavi_rect_t> crop;
     std::vector<float> expand;
     std::vector<float> fit_ratio;
@@ -45,25 +52,39 @@ std::optional<tavi_rect_t> region_of(Picture& src, ConvertOptions& o) {
     return r;
 }
 
-// A chosen filter is software's: cut out, scale and convert with it, then turn.
-void convert_filtered(Picture& src, std::optional<tavi_rect_t> region, Picture& dst, const ConvertOptions& o) {
-    Picture cut;
-    if (region) {
-        const Size size{static_cast<uint32_t>(region->right - region->left + 1),
-                        static_cast<uint32_t>(region->bottom - region->top + 1)};
-        cut = Picture(src->pixel_format, size, false);
-        check(tavi_image_crop_and_resize_cpu(src.get(), &*region, cut.get(), TAVI_IMAGE_TRANSFORM_NONE), kFailed,
-              "cannot cut the region out");
-    }
-    Picture upright;
-    if (o.transform != TAVI_IMAGE_TRANSFORM_NONE)
-        upright = Picture(dst->pixel_format, turned(dst.size(), o.transform), false);
-    Picture& scaled = upright->data ? upright : dst;
-    check(tavi_image_convert2_libyuv((region ? cut : src).get(), scaled.get(), 0, 0, 0, nullptr, nullptr, nullptr,
-                                     nullptr, *o.filter),
-          kFailed, "cannot convert to " + scaled.describe());
-    if (upright->data)
-        check(tavi_image_convert(upright.get(), dst.get(), o.transform), kFailed, "cannot turn the picture");
+tavi_frame_t frame_of(Picture& picture, const std::optional<tavi_color_space_t>& color) {
+    tavi_frame_t frame{};
+    check(tavi_frame_from_image(picture.get(), &frame), kFailed, "cannot use " + picture.describe());
+    if (color)
+        frame.color = *color;
+    return frame;
+}
+
+// Runs a request of frames, on as many threads as were asked for.
+void convert_frame(const tavi_frame_t& src, const tavi_frame_t& dst, tavi_frame_options_t options, int threads,
+                   const std::string& what) {
+    ThreadPool pool(threads);
+    tavi_frame_report_t report{};
+    if (threads > 1)
+        options.executor = &pool.executor;
+    check(tavi_frame_convert(&src, &dst, &options, &report), kFailed, "cannot convert " + what);
+    explain("steps       %s", report.plan);
+}
+
+// What images cannot say: a filter, a colour space of either side, a picture cut to the size's ratio, threads.
+bool wants_frames(const ConvertOptions& o) {
+    return o.filter || o.in_color || o.out_color || o.cover || o.threads > 1;
+}
+
+void convert_as_frames(Picture& src, const std::optional<tavi_rect_t>& region, Picture& dst, const ConvertOptions& o) {
+    tavi_frame_options_t options{};
+    options.transform = o.transform;
+    options.filter = o.filter.value_or(TAVI_FILTER_DEFAULT);
+    options.fit = o.cover ? TAVI_FIT_COVER : TAVI_FIT_STRETCH;
+    if (region)
+        options.crop = {region->left, region->top, region->right - region->left + 1, region->bottom - region->top + 1};
+    convert_frame(frame_of(src, o.in_color), frame_of(dst, o.out_color), options, o.threads,
+                  src.describe() + " to " + dst.describe());
 }
 
 void run_convert(ConvertOptions& o) {
@@ -79,8 +100,8 @@ void run_convert(ConvertOptions& o) {
 
     explain("request     %s -> %s", src.describe().c_str(), dst.describe().c_str());
     const auto start = std::chrono::steady_clock::now();
-    if (o.filter)
-        convert_filtered(src, region, dst, o);
+    if (wants_frames(o))
+        convert_as_frames(src, region, dst, o);
     else if (region)
         check(tavi_image_convert_with_crop(src.get(), &*region, dst.get(), nullptr, o.transform), kFailed,
               "cannot convert the region to " + dst.describe());
@@ -99,20 +120,40 @@ struct LetterboxOptions {
     std::optional<tavi_pixel_format> format;
     uint32_t color = 0x727272;
     std::string position = "center";
-    tavi_image_resize_method_t filter = TAVI_IMAGE_RESIZE_DEFAULT;
+    tavi_filter_t filter = TAVI_FILTER_DEFAULT;
+    int threads = 1;
 };
+
+// With a filter or threads that images do not have. The padding goes where the picture does not stand.
+void letterbox_as_frames(Picture& src, Picture& dst, int position, const LetterboxOptions& o, tavi_letterbox_t& box) {
+    const tavi::Format& format = *tavi::find_format(dst->pixel_format);
+    const tavi::Letterbox l = tavi::letterbox_geometry(
+        static_cast<int>(src->width), static_cast<int>(src->height), static_cast<int>(dst->width),
+        static_cast<int>(dst->height), tavi::chroma_grid(format), static_cast<tavi::LetterboxPosition>(position));
+    tavi_frame_options_t options{};
+    options.filter = o.filter;
+    options.place = {l.x, l.y, l.width, l.height};
+    convert_frame(frame_of(src, {}), frame_of(dst, {}), options, o.threads, src.describe() + " to " + dst.describe());
+    tavi::paint_padding(tavi::make_view(dst->data, format, static_cast<int>(dst->width), static_cast<int>(dst->height),
+                                        tavi::yuv_setting()),
+                        {l.x, l.y, l.width, l.height}, o.color);
+    box = {l.scale_x, l.scale_y, static_cast<float>(l.x), static_cast<float>(l.y)};
+}
 
 void run_letterbox(LetterboxOptions& o) {
     Picture src = load(o.in);
     Picture dst(o.format.value_or(src->pixel_format), o.size, o.in.device);
     const int position = o.position == "center" ? 0 : o.position == "top-left" ? 1 : 2;
-    float scale_x = 0, scale_y = 0, left = 0, top = 0;
-    check(tavi_image_convert_keep_ratio_by_method(src.get(), dst.get(), static_cast<int>(o.color), position, &scale_x,
-                                                  &scale_y, &left, &top, o.filter, 0),
-          kFailed, "cannot letterbox " + src.describe() + " into " + dst.describe());
+    tavi_letterbox_t box{};
+    if (o.filter > TAVI_FILTER_BOX || o.threads > 1)
+        letterbox_as_frames(src, dst, position, o, box);
+    else
+        check(tavi_image_convert_keep_ratio_by_method(src.get(), dst.get(), static_cast<int>(o.color), position,
+                                                      &box.scale_x, &box.scale_y, &box.left, &box.top, o.filter, 0),
+              kFailed, "cannot letterbox " + src.describe() + " into " + dst.describe());
     save(dst, o.out);
-    fprintf(results(o.out), "scale %.7g %.7g padding %g %g\n", static_cast<double>(scale_x),
-            static_cast<double>(scale_y), static_cast<double>(left), static_cast<double>(top));
+    fprintf(results(o.out), "scale %.7g %.7g padding %g %g\n", static_cast<double>(box.scale_x),
+            static_cast<double>(box.scale_y), static_cast<double>(box.left), static_cast<double>(box.top));
 }
 
 std::vector<float> parse_expand(const std::string& option, const std::string& text) {
@@ -132,6 +173,12 @@ std::vector<float> parse_ratio(const std::string& option, const std::string& tex
     return f;
 }
 
+void add_threads(CLI::App* sub, int& threads) {
+    sub->add_option("--threads", threads, "software works on so many threads; the result is the same")
+        ->check(CLI::Range(1, 64))
+        ->capture_default_str();
+}
+
 } // namespace
 
 void add_convert(CLI::App& app, Run& run) {
@@ -144,7 +191,13 @@ void add_convert(CLI::App& app, Run& run) {
                "pixel format of the result (tavi-image formats lists them)");
     add_parsed(sub, "--transform", o->transform, parse_transform,
                "none, flip-h, flip-v, rotate-90, rotate-180, rotate-270 or transpose");
-    add_parsed(sub, "--filter", o->filter, parse_filter, "default, nearest, bilinear or box; always in software");
+    add_parsed(sub, "--filter", o->filter, parse_filter,
+               "default, nearest, bilinear, box, bicubic, lanczos or triangle; always in software");
+    add_parsed(sub, "--in-color", o->in_color, parse_color_space,
+               "what a YUV source means: bt601, bt709 or bt2020, each with -full or without");
+    add_parsed(sub, "--out-color", o->out_color, parse_color_space, "what a YUV result is to mean, likewise");
+    sub->add_flag("--cover", o->cover, "keep the aspect ratio and cut off what is too much for the size");
+    add_threads(sub, o->threads);
     add_parsed(sub, "--crop", o->crop, parse_rect, "LEFT,TOP,RIGHT,BOTTOM of the part wanted, all inclusive");
     add_parsed(sub, "--expand", o->expand, parse_expand,
                "grow that part by these fractions of its size: LEFT,TOP,RIGHT,BOTTOM, or one for all");
@@ -152,7 +205,8 @@ void add_convert(CLI::App& app, Run& run) {
     sub->add_flag("--explain", o->explained, "tell on standard error which way the request took");
     sub->footer("Examples:\n"
                 "  tavi-image convert photo.jpg small.png --size 320x240\n"
-                "  tavi-image convert photo.jpg frame.nv12 --format nv12\n"
+                "  tavi-image convert photo.jpg frame.nv12 --format nv12 --out-color bt709\n"
+                "  tavi-image convert photo.jpg square.png --size 224x224 --cover --filter lanczos --threads 2\n"
                 "  tavi-image convert --raw-format nv12 --raw-size 640x480 frame.nv12 face.png \\\n"
                 "      --crop 100,80,219,239 --expand 0.2 --fit-ratio 1\n"
                 "  tavi-image convert photo.jpg - --transform rotate-90 --type jpg >turned.jpg");
@@ -170,7 +224,9 @@ void add_letterbox(CLI::App& app, Run& run) {
     sub->add_option("--position", o->position, "where the picture stands")
         ->check(CLI::IsMember({"center", "top-left", "bottom-right"}))
         ->capture_default_str();
-    add_parsed(sub, "--filter", o->filter, parse_filter, "default, nearest, bilinear or box");
+    add_parsed(sub, "--filter", o->filter, parse_filter,
+               "default, nearest, bilinear, box, bicubic, lanczos or triangle");
+    add_threads(sub, o->threads);
     sub->footer("Prints scale and padding: x_result = x_source * scale + padding.\n"
                 "Example:\n"
                 "  tavi-image letterbox photo.jpg input.rgb --size 640x640 --format rgb");

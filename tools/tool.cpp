@@ -10,6 +10,7 @@
 #include "image/format.h"
 #include "services/parse_int.h"
 #include "services/tavi_logger.h"
+#include "services/yuv_setting.h"
 
 namespace tool {
 namespace {
@@ -45,10 +46,10 @@ constexpr Name kTransforms[] = {{"none", TAVI_IMAGE_TRANSFORM_NONE},
                                 {"rotate-270", TAVI_IMAGE_TRANSFORM_ROTATE_270},
                                 {"transpose", TAVI_IMAGE_TRANSFORM_TRANSPOSE}};
 
-constexpr Name kFilters[] = {{"default", TAVI_IMAGE_RESIZE_DEFAULT},
-                             {"nearest", TAVI_IMAGE_RESIZE_NEAREST},
-                             {"bilinear", TAVI_IMAGE_RESIZE_BILINEAR},
-                             {"box", TAVI_IMAGE_RESIZE_BOX}};
+constexpr Name kFilters[] = {{"default", TAVI_FILTER_DEFAULT},   {"nearest", TAVI_FILTER_NEAREST},
+                             {"bilinear", TAVI_FILTER_BILINEAR}, {"box", TAVI_FILTER_BOX},
+                             {"bicubic", TAVI_FILTER_BICUBIC},   {"lanczos", TAVI_FILTER_LANCZOS3},
+                             {"triangle", TAVI_FILTER_TRIANGLE}};
 
 [[noreturn]] void refuse(const std::string& option, const std::string& text, const std::string& allowed) {
     throw CLI::ValidationError(option, "\"" + text + "\" is not allowed here: " + allowed);
@@ -147,8 +148,15 @@ tavi_image_transform_mode parse_transform(const std::string& option, const std::
     return parse_name(option, text, kTransforms);
 }
 
-tavi_image_resize_method_t parse_filter(const std::string& option, const std::string& text) {
+tavi_filter_t parse_filter(const std::string& option, const std::string& text) {
     return parse_name(option, text, kFilters);
+}
+
+tavi_color_space_t parse_color_space(const std::string& option, const std::string& text) {
+    tavi::ColorSpace color;
+    if (!tavi::parse_yuv(text.c_str(), color))
+        refuse(option, text, "bt601, bt709 or bt2020, each with -full or without");
+    return {static_cast<tavi_matrix_t>(color.matrix), color.full_range, TAVI_SITING_CENTRE};
 }
 
 tavi_rect_t parse_rect(const std::string& option, const std::string& text) {

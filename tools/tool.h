@@ -12,7 +12,7 @@
 
 #include <CLI/CLI.hpp>
 
-#include "tavi_image.h"
+#include "tavi_frame.h"
 
 namespace tool {
 
@@ -41,7 +41,8 @@ std::vector<int> parse_ints(const std::string& option, const std::string& text, 
 std::vector<float> parse_floats(const std::string& option, const std::string& text);
 tavi_pixel_format parse_format(const std::string& option, const std::string& text); ///< names of the table
 tavi_image_transform_mode parse_transform(const std::string& option, const std::string& text);
-tavi_image_resize_method_t parse_filter(const std::string& option, const std::string& text);
+tavi_filter_t parse_filter(const std::string& option, const std::string& text);
+tavi_color_space_t parse_color_space(const std::string& option, const std::string& text); ///< as TAVI_YUV has it
 tavi_rect_t parse_rect(const std::string& option, const std::string& text); ///< L,T,R,B, inclusive
 
 /// Adds an option whose text goes through one of the functions above.

@@ -1,7 +1,7 @@
 # The examples of the reference pages, taken out of them, compiled and run: they cannot drift from the library. The blocks
 # of one language in a page make one source file.
 set(example_sources)
-foreach(text_file README.md docs/files.md docs/drawing.md docs/formats.md docs/memory.md docs/conversion.md docs/regions.md
+foreach(text_file README.md docs/files.md docs/drawing.md docs/formats.md docs/memory.md docs/conversion.md docs/frames.md docs/regions.md
         docs/transforms.md docs/settings.md)
     get_filename_component(page ${text_file} NAME_WE)
     set(text_file ${PROJECT_SOURCE_DIR}/${text_file})

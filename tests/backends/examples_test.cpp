@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: MIT
 // Runs the examples of the reference pages.
+#include <algorithm>
+
 #include "backends/device_test.h"
 #include "support/temp_file.h"
+#include "tavi_frame.h"
 
 extern "C" int photo_to_frame(const char* photo, const char* frame);
 extern "C" int mark(tavi_image_t* frame, tavi_rect_t box, const char* name, float score);
@@ -16,6 +19,9 @@ extern "C" int face_input(tavi_image_t* frame, tavi_rect_t face, tavi_image_t* i
 extern "C" int cut_out(tavi_image_t* frame, tavi_rect_t region, tavi_image_t* out);
 extern "C" int next_region(tavi_image_t* frame, tavi_rect_t region, tavi_image_t* lent);
 extern "C" int align_face(tavi_image_t* photo, const float landmarks[10], tavi_image_t* face);
+extern "C" int camera_to_tensor(uint8_t* luma, uint8_t* chroma, uint32_t pitch, float* input);
+extern "C" tavi_frame_t right_half(const tavi_frame_t* frame);
+int halve_on_two_threads(const tavi_frame_t* src, const tavi_frame_t* dst);
 extern "C" int transposed(tavi_image_t* src, tavi_image_t* dst);
 extern "C" const char* thumbnail(const void* mjpeg, size_t size, FILE* file);
 extern "C" const char* convert_or_why(tavi_image_t* src, tavi_image_t* dst);
@@ -69,6 +75,25 @@ TEST(Examples, OfFormatsMemoryAndSettings) {
     EXPECT_EQ(read_upload(upload.path(), &received), TAVI_RET_UNSUPPORTED);
     EXPECT_EQ(read_upload(TAVI_ASSETS "/coffee.png", &received), TAVI_RET_SUCCESS);
     EXPECT_EQ(tavi_image_release(&received), TAVI_RET_SUCCESS);
+}
+
+TEST(Examples, OfFrames) {
+    std::vector<uint8_t> camera(1408 * 768 * 3 / 2, 128), pixels(3 * 600 * 400), small(3 * 150 * 200);
+    std::vector<float> input(3 * 224 * 224);
+    ASSERT_EQ(camera_to_tensor(camera.data(), camera.data() + 1408 * 768, 1408, input.data()), TAVI_RET_SUCCESS);
+    EXPECT_EQ(input[0], (0x72 - 127.5f) * (1 / 127.5f));
+    EXPECT_EQ(input[224 * 112], (130 - 127.5f) * (1 / 127.5f)); // luma 128 of the limited range
+    tavi_frame_t photo{}, half{};
+    photo.format = half.format = TAVI_PIXEL_FORMAT_RGB888;
+    photo.width = 600, photo.height = 400;
+    photo.plane[0].data = pixels.data(), photo.plane[0].pitch = 3 * 600;
+    half.width = 150, half.height = 200;
+    half.plane[0].data = small.data(), half.plane[0].pitch = 3 * 150;
+    for (int y = 0; y < 400; ++y)
+        std::fill_n(pixels.data() + 3 * (600 * y + 300), 3 * 300, uint8_t{99});
+    const tavi_frame_t right = right_half(&photo);
+    ASSERT_EQ(halve_on_two_threads(&right, &half), TAVI_RET_SUCCESS);
+    EXPECT_EQ(std::count(small.begin(), small.end(), 99), 3 * 150 * 200);
 }
 
 TEST(Examples, OfConversionRegionsAndTransforms) {

@@ -4,7 +4,7 @@
 #
 ################################################################################
 
-TAVI_IMAGE_VERSION = 1.0.0
+TAVI_IMAGE_VERSION = 1.1.0
 TAVI_IMAGE_SITE = $(BR2_EXTERNAL_TAVI_PATH)/../..
 TAVI_IMAGE_SITE_METHOD = local
 TAVI_IMAGE_LICENSE = MIT

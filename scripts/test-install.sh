@@ -1,0 +1,27 @@
+#!/usr/bin/env bash
+# Installs the library into a folder and compiles, links and runs the examples of the documentation against what is there:
+# scripts/test-install.sh
+set -euo pipefail
+cd "$(dirname "$0")/.."
+. scripts/packages.sh
+need "${build_packages[@]}" "${test_packages[@]}"
+cmake --preset release -DTAVI_BUILD_TESTS=ON >/dev/null
+cmake --build --preset release
+prefix=$PWD/build/installed
+rm -rf "$prefix"
+cmake --install build/release --prefix "$prefix" >/dev/null
+export PKG_CONFIG_PATH=$prefix/lib/pkgconfig:$prefix/lib/$(gcc -print-multiarch)/pkgconfig
+read -ra flags <<<"$(pkg-config --cflags tavi_image)"
+read -ra libraries <<<"$(pkg-config --libs tavi_image)"
+objects=build/installed/objects
+mkdir -p "$objects"
+for example in build/release/tests/backends/example_*; do
+    case $example in
+    *.c) gcc -std=c99 -Wall -Wextra -Werror "${flags[@]}" -c "$example" -o "$objects/$(basename "$example").o" ;;
+    *) g++ -std=c++17 -Wall -Wextra -Werror "${flags[@]}" -c "$example" -o "$objects/$(basename "$example").o" ;;
+    esac
+done
+g++ -std=c++17 -Iinclude -Isrc -Isrc/services -Itests -DTAVI_ASSETS="\"$PWD/assets\"" tests/backends/examples_test.cpp \
+    "$objects"/*.o "${libraries[@]}" -Wl,-rpath,"$(pkg-config --variable=libdir tavi_image)" -lgtest -lgtest_main -pthread \
+    -o build/installed/examples
+build/installed/examples --gtest_brief=1
