@@ -127,7 +127,7 @@ typedef struct tavi_box_t {
 
 /**
  * How samples are made when the size changes. The first four are the methods of tavi_image_resize_method_t. The last
- * two widen with the ratio when shrinking (antialiasing), as training pipelines resize.
+ * three widen with the ratio when shrinking (antialiasing), as training pipelines resize.
  */
 typedef int32_t tavi_filter_t;
 enum {
@@ -136,7 +136,8 @@ enum {
     TAVI_FILTER_BILINEAR = 2, /**< two samples an axis, whatever the ratio */
     TAVI_FILTER_BOX = 3,      /**< exact area average; enlarging: the samples under each pixel */
     TAVI_FILTER_BICUBIC = 4,  /**< Catmull-Rom, four samples an axis, more when shrinking */
-    TAVI_FILTER_LANCZOS3 = 5  /**< windowed sinc, six samples an axis, more when shrinking */
+    TAVI_FILTER_LANCZOS3 = 5, /**< windowed sinc, six samples an axis, more when shrinking */
+    TAVI_FILTER_TRIANGLE = 6  /**< two samples an axis, more when shrinking: their bilinear */
 };
 
 /** How the source (or its crop) fills the place in the destination when their ratios differ. */

@@ -1,7 +1,7 @@
 # Sourced by the other scripts: the Debian packages they need, and a function that installs what is missing.
 build_packages=(g++ cmake ninja-build pkg-config libyuv-dev libturbojpeg0-dev libpng-dev libcli11-dev
     nlohmann-json3-dev)
-test_packages=(libgtest-dev)
+test_packages=(libgtest-dev python3-pil)
 
 # need PACKAGE...: installs those that are not there yet; asks for root only when it must.
 need() {

@@ -76,13 +76,15 @@ bool wants_frames(const ConvertOptions& o) {
     return o.filter || o.in_color || o.out_color || o.cover || o.threads > 1;
 }
 
-void convert_as_frames(Picture& src, const std::optional<tavi_rect_t>& region, Picture& dst, const ConvertOptions& o) {
+void convert_as_frames(Picture& src, const std::optional<tavi_rect_t>& region, Picture& dst,
+                       const ConvertOptions& o) {
     tavi_frame_options_t options{};
     options.transform = o.transform;
     options.filter = o.filter.value_or(TAVI_FILTER_DEFAULT);
     options.fit = o.cover ? TAVI_FIT_COVER : TAVI_FIT_STRETCH;
     if (region)
-        options.crop = {region->left, region->top, region->right - region->left + 1, region->bottom - region->top + 1};
+        options.crop = {region->left, region->top, region->right - region->left + 1,
+                        region->bottom - region->top + 1};
     convert_frame(frame_of(src, o.in_color), frame_of(dst, o.out_color), options, o.threads,
                   src.describe() + " to " + dst.describe());
 }
@@ -134,8 +136,8 @@ void letterbox_as_frames(Picture& src, Picture& dst, int position, const Letterb
     options.filter = o.filter;
     options.place = {l.x, l.y, l.width, l.height};
     convert_frame(frame_of(src, {}), frame_of(dst, {}), options, o.threads, src.describe() + " to " + dst.describe());
-    tavi::paint_padding(tavi::make_view(dst->data, format, static_cast<int>(dst->width), static_cast<int>(dst->height),
-                                        tavi::yuv_setting()),
+    tavi::paint_padding(tavi::make_view(dst->data, format, static_cast<int>(dst->width),
+                                        static_cast<int>(dst->height), tavi::yuv_setting()),
                         {l.x, l.y, l.width, l.height}, o.color);
     box = {l.scale_x, l.scale_y, static_cast<float>(l.x), static_cast<float>(l.y)};
 }

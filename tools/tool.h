@@ -43,7 +43,7 @@ tavi_pixel_format parse_format(const std::string& option, const std::string& tex
 tavi_image_transform_mode parse_transform(const std::string& option, const std::string& text);
 tavi_filter_t parse_filter(const std::string& option, const std::string& text);
 tavi_color_space_t parse_color_space(const std::string& option, const std::string& text); ///< as TAVI_YUV has it
-tavi_rect_t parse_rect(const std::string& option, const std::string& text); ///< L,T,R,B, inclusive
+tavi_rect_t parse_rect(const std::string& option, const std::string& text);               ///< L,T,R,B, inclusive
 
 /// Adds an option whose text goes through one of the functions above.
 template <typename T, typename Parse>

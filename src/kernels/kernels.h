@@ -44,6 +44,14 @@ struct WideRows {
     float last_weight;
 };
 
+/// Rows of 16-bit samples to be added up, each with a weight of its own.
+struct WideFirRows {
+    const uint8_t* first;
+    ptrdiff_t pitch;
+    int count;
+    const double* weight;
+};
+
 /// Weights of a horizontal filter of 16-bit samples: `taps` rows of one weight per output column.
 struct WideFir {
     const int32_t* start; ///< first source column
@@ -54,13 +62,22 @@ struct WideFir {
 
 constexpr int kWideTapsInSingle = 64; ///< more would add up rounding errors to whole steps: double precision then
 
-/// Weights of a horizontal filter: output column i is the sum of `taps` source columns from `start[i]`.
+/// Weights of a horizontal filter: output column i is the sum of `taps` source columns from `start[i]`. Weights may
+/// be below zero, their sizes add up to less than eight; sums are limited to the range of samples. Long filters give
+/// their weights some bits more, and their row as many less.
 struct FirTable {
     const int32_t* start;  ///< first source element (column times channels), one per output column, evenly apart
     const int16_t* weight; ///< `taps` per output column, Q14, they sum to 16384
     int taps;         ///< 2, or: of one channel 4 or a multiple of 8, of two a multiple of 4, of more an even number
     int cols;         ///< output columns
     int row_elements; ///< length of the source row
+};
+
+/// Rows of the scaler to be added up, each with a weight of its own, as in FirTable.
+struct FirRows {
+    const uint16_t* const* row;
+    const int16_t* weight; ///< one per row, Q14, and a zero behind them; they sum to 16384
+    int count;             ///< one or more
 };
 
 /// A row scaled across with two taps, wider or not much narrower: the elements of the output by eights, each of which
@@ -130,11 +147,13 @@ struct Kernels {
     void (*blend16_to_8)(const uint16_t* a, const uint16_t* b, int weight_q15, uint8_t* out, int n);
     void (*blend16)(const uint16_t* a, const uint16_t* b, int weight_q15, uint16_t* out, int n);
     void (*box_rows)(const BoxRows& rows, uint16_t* out, int n);
+    void (*fir_rows_to_8)(const FirRows& rows, uint8_t* out, int n);
+    void (*fir_rows_to_16)(const FirRows& rows, uint16_t* out, int n);
     void (*fir_to_8[4])(const uint16_t* row, const FirTable& table, uint8_t* out); ///< by channels - 1
     void (*expand)(const uint8_t* row, const ExpandTable& table, uint16_t* out);   ///< 8 * eights elements
     void (*spans_to_8[4])(const uint16_t* row, const SpanTable& table, uint8_t* out);
-    /// The same into 16 bits, of one and two channels.
-    void (*fir_to_16[2])(const uint16_t* row, const FirTable& table, uint16_t* out);
+    /// The same into 16 bits; of spans one and two channels.
+    void (*fir_to_16[4])(const uint16_t* row, const FirTable& table, uint16_t* out);
     void (*spans_to_16[2])(const uint16_t* row, const SpanTable& table, uint16_t* out);
     /// Both axes at once, for bilinear reduction: touches only the samples it needs. Weights as in FirTable, two
     /// taps.
@@ -152,6 +171,7 @@ struct Kernels {
 
     // 16-bit samples at any alignment, single precision between the two.
     void (*wide_rows)(const WideRows& rows, float* out, int n);
+    void (*wide_fir_rows)(const WideFirRows& rows, float* out, int n);
     void (*wide_fir)(const float* row, const WideFir& table, uint8_t* out);
 
     void (*affine_span[4])(const AffineSpan& span, uint8_t* out, int n); ///< by channels - 1

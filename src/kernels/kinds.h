@@ -39,6 +39,8 @@ template <int C>
 auto fir_of(const Kernels& k, const uint16_t*) {
     return k.fir_to_16[C - 1];
 }
+inline auto fir_rows_of(const Kernels& k, const uint8_t*) { return k.fir_rows_to_8; }
+inline auto fir_rows_of(const Kernels& k, const uint16_t*) { return k.fir_rows_to_16; }
 template <int C>
 auto bilinear_of(const Kernels& k, const uint8_t*) {
     return k.bilinear_at[C - 1];

@@ -3,6 +3,8 @@
 
 #include <algorithm>
 
+#include "tavi_frame.h"
+
 namespace tavi {
 
 Filter axis_filter(int method, int src_extent, int dst_extent) {
@@ -13,6 +15,12 @@ Filter axis_filter(int method, int src_extent, int dst_extent) {
         return Filter::bilinear;
     case TAVI_IMAGE_RESIZE_BOX:
         return Filter::box;
+    case TAVI_FILTER_BICUBIC:
+        return Filter::bicubic;
+    case TAVI_FILTER_LANCZOS3:
+        return Filter::lanczos3;
+    case TAVI_FILTER_TRIANGLE:
+        return Filter::triangle;
     default:
         return 2 * dst_extent < src_extent ? Filter::box : Filter::bilinear;
     }

@@ -8,7 +8,10 @@
 
 namespace tavi {
 
-enum class Filter : uint8_t { nearest, bilinear, box };
+enum class Filter : uint8_t { nearest, bilinear, box, triangle, bicubic, lanczos3 };
+
+/// Those that weigh all samples within reach of the centre and reach further when shrinking.
+inline bool is_windowed(Filter f) { return f >= Filter::triangle; }
 
 /// How the samples of a destination axis lie on a source axis: sample i covers the source interval
 /// [i * num / den + offset / 2, (i + 1) * num / den + offset / 2). Beyond the ends the edge samples repeat.
@@ -23,10 +26,11 @@ struct AxisMap {
     /// that goes to the grid of pixels comes out as if every pixel had had its own before.
     bool replicated = false;
 
-    bool identity() const { return num == den && offset == 0; }
+    /// Replicated, a window takes in neighbours at this ratio, too: it is two positions to one.
+    bool identity() const { return num == den && offset == 0 && !(replicated && is_windowed(filter)); }
 };
 
-/// The filter of one axis for a resize method of the public header.
+/// The filter of one axis for a resize method or filter of the public headers.
 Filter axis_filter(int method, int src_extent, int dst_extent);
 
 /// Divides by one number many times over, by multiplication: a 32-bit processor divides in software.

@@ -71,7 +71,7 @@ Refusal no_memory_for(const ImageView& src, const ImageView& dst);
 
 /// Converts the part `box` of `src` into the whole of `dst`, which must not overlap it.
 /// @param mode   one of the seven transform modes.
-/// @param method one of the four resize methods.
+/// @param method one of the four resize methods, or a filter of tavi_frame.h.
 /// @param caller the contract function under whose name the plan is logged, at the debug level: the calling one, or
 ///               the one that a helper works for.
 /// Refuses only when there is no memory for temporaries.

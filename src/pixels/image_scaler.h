@@ -13,7 +13,7 @@ struct ScaleRequest {
     Box box; ///< of the source; it may start at odd pixels of a subsampled format
     const Format* to;
     int dst_width, dst_height;
-    int method;           ///< one of the public header
+    int method;           ///< or filter, of the public headers
     bool from_up = false; ///< chroma of odd sides is rounded up
     bool to_up = false;
 };

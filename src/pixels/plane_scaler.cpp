@@ -5,6 +5,14 @@
 #include <cstring>
 
 namespace tavi {
+
+int fir_taps(int span, int channels) {
+    if (span <= 2)
+        return 2;
+    const int step = channels == 1 && span > 4 ? 8 : channels <= 2 ? 4 : 2;
+    return (span + step - 1) / step * step;
+}
+
 namespace {
 
 constexpr int kMaxFirTaps = 16; // beyond, Q14 weights get too coarse and sums of spans are faster
@@ -12,14 +20,6 @@ constexpr int kWholeWeight = 1 << kTapBits;
 constexpr int kMostBlend = (1 << kBlendBits) - 1; // a weight that is not whole
 
 uint16_t* deep_row(uint8_t* out) { return reinterpret_cast<uint16_t*>(out); }
-
-// As many taps as the kernels take at a time; those that are too many weigh nothing.
-int fir_taps(int span, int channels) {
-    if (span <= 2)
-        return 2;
-    const int step = channels == 1 && span > 4 ? 8 : channels <= 2 ? 4 : 2;
-    return (span + step - 1) / step * step;
-}
 
 /// Two taps of destination sample i, of which both are in the row.
 struct TwoTaps {
@@ -380,11 +380,13 @@ void Samples16::row(const ScaleJob& job, const SourceRows& src, int y, uint8_t* 
 // ----------------------------------------------------------------------------------------------------- the choice
 
 bool PlaneScaler::init(Scratch& scratch, int channels, bool wide, bool deep, const AxisMap& x, const AxisMap& y) {
-    job_ = {&kernels(), x, y, Divider(2 * y.den), Divider(2 * y.num), channels, wide ? 2 : channels, deep};
+    job_ = {&kernels(), x, y, Divider(2 * y.den), Divider(2 * y.num), Window(y), channels, wide ? 2 : channels, deep};
     if (x.identity() && y.identity()) {
         way_ = CopyRows();
         return true;
     }
+    if (is_windowed(x.filter))
+        return wide ? way_.emplace<Windowed16>().init(scratch, job_) : way_.emplace<Windowed>().init(scratch, job_);
     const bool picks = x.filter == Filter::nearest || (picks_samples(x) && picks_samples(y));
     if (picks && deep && x.num < 2 * x.den) // by table lookups that write 16 bits
         return way_.emplace<AcrossThenDown>().init(scratch, job_);
@@ -412,6 +414,10 @@ bool PlaneScaler::init(Scratch& scratch, int channels, bool wide, bool deep, con
 RowRange PlaneScaler::source_rows(int y0, int y1) const {
     if (std::holds_alternative<CopyRows>(way_))
         return {y0, y1};
+    if (is_windowed(job_.y.filter)) {
+        const Window::Samples first = job_.y_window.samples(y0), last = job_.y_window.samples(y1 - 1);
+        return {first.first, last.first + last.count};
+    }
     return {job_.rows_for(y0).first, job_.rows_for(y1 - 1).last + 1};
 }
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-// Scaling of one plane, band of rows by band of rows: bilinear, exact area average and nearest, each axis with its
-// own filter. Between the axes stand a few rows of 16 bits that stay in the first-level cache; a destination row is
-// written once, in 8 bits or with six fractional bits more.
+// Scaling of one plane, band of rows by band of rows: bilinear, exact area average, nearest and windowed filters,
+// each axis with its own. Between the axes stand a few rows of 16 bits that stay in the first-level cache; a
+// destination row is written once, in 8 bits or with six fractional bits more.
 #pragma once
 
 #include <cstdint>
@@ -11,7 +11,7 @@
 #include "image/view.h"
 #include "kernels/fixed.h"
 #include "kernels/kernels.h"
-#include "pixels/axis.h"
+#include "pixels/window.h"
 
 namespace tavi {
 
@@ -34,6 +34,7 @@ struct ScaleJob {
     const Kernels* kernels = nullptr;
     AxisMap x, y;
     Divider y_unit{1}, y_length{1}; ///< by 2 * den and by 2 * num
+    Window y_window{{}};            ///< of a windowed filter
     int channels = 1;
     int step = 1;      ///< bytes per source column
     bool deep = false; ///< 8 bits are written with six fractional bits, in 16
@@ -106,6 +107,37 @@ struct Samples16 { ///< 16-bit samples, in single precision: 24 bits hold a samp
     WideFir fir = {};
 };
 
+/// Windowed filters: across, and down then, as Pillow does it. What stands between is limited to the range of
+/// samples: at hard edges the result is another one without. The rows that one of the result is made of are kept, or,
+/// where that would be too many, made each time that they are needed.
+struct Windowed {
+    bool init(Scratch& scratch, const ScaleJob& job);
+    void row(const ScaleJob& job, const SourceRows& src, int y, uint8_t* out);
+    const uint16_t* across(const ScaleJob& job, const SourceRows& src, int y);
+    void add_up(const ScaleJob& job, const SourceRows& src, Window::Samples rows, uint8_t* out);
+    double* exact = nullptr;         ///< weights of the rows
+    int16_t* rounded = nullptr;      ///< the same in fixed point
+    uint16_t* samples = nullptr;     ///< a source row
+    uint16_t* kept = nullptr;        ///< rows scaled across
+    int slots = 0;                   ///< of them, by their numbers
+    int begin = 0, end = 0;          ///< the source rows that they are of
+    const uint16_t** rows = nullptr; ///< those of one row of the result
+    double* sums = nullptr;          ///< or a row of the result
+    int extra_bits = 0;              ///< of the weights across
+    FirTable fir = {};
+};
+
+struct Windowed16 { ///< of 16-bit samples
+    bool init(Scratch& scratch, const ScaleJob& job);
+    void row(const ScaleJob& job, const SourceRows& src, int y, uint8_t* out);
+    double* exact = nullptr;
+    float* reduced = nullptr;
+    WideFir fir = {};
+};
+
+/// As many taps as the kernels across take at a time; those that are too many weigh nothing.
+int fir_taps(int span, int channels);
+
 /// Scales one plane of 1 to 4 channels of 8 bits, or one of 16. Rows must be asked for in rising order.
 class PlaneScaler {
 public:
@@ -121,7 +153,8 @@ public:
 
 private:
     ScaleJob job_;
-    std::variant<CopyRows, PickColumns, HalveBoth, TwoTapsAtOnce, DownOnly, DownThenAcross, AcrossThenDown, Samples16>
+    std::variant<CopyRows, PickColumns, HalveBoth, TwoTapsAtOnce, DownOnly, DownThenAcross, AcrossThenDown, Samples16,
+                 Windowed, Windowed16>
         way_;
 };
 

@@ -51,6 +51,16 @@ protected:
         return v;
     }
 
+    /// Weights that sum to one, some of them below zero.
+    std::vector<int16_t> weights(int taps) {
+        std::vector<int16_t> out;
+        for (int left = 16384; static_cast<int>(out.size()) < taps; left -= out.back())
+            out.push_back(static_cast<int16_t>(static_cast<int>(out.size()) == taps - 1
+                                                   ? left
+                                                   : static_cast<int>(random_() % 6000) * (left > 0 ? 1 : -1)));
+        return out;
+    }
+
     /// Rows of every width that end at the fence, and of some at every alignment: `off` bytes before it.
     template <class Body>
     void each_row(Body body) {
@@ -106,6 +116,20 @@ TEST_F(KernelsTest, VerticalScaling) {
     });
 }
 
+TEST_F(KernelsTest, SumsOfRows) {
+    each_row([&](int n, size_t off) {
+        for (int count : {1, 2, 3, 18}) {
+            std::vector<const uint16_t*> rows(count);
+            std::generate(rows.begin(), rows.end(), [&] { return words(n, off); });
+            std::vector<int16_t> weight = weights(count);
+            weight.push_back(0);
+            const FirRows sum = {rows.data(), weight.data(), count};
+            same(n, off, [&](const Kernels& k, uint8_t* o) { k.fir_rows_to_8(sum, o, n); });
+            same(2 * n, off & ~size_t{1}, [&](const Kernels& k, uint8_t* o) { k.fir_rows_to_16(sum, u16(o), n); });
+        }
+    });
+}
+
 TEST_F(KernelsTest, HorizontalScaling) {
     constexpr int kTaps[][2] = {{2, 4},  {2, 10}, {2, 17}, {2, 20}, {2, 30},  {2, 46},
                                 {2, 65}, {4, 25}, {8, 65}, {6, 45}, {10, 85}, {16, 145}}; // and tenths a column
@@ -116,23 +140,17 @@ TEST_F(KernelsTest, HorizontalScaling) {
                     continue;
                 const int count = 2 + cols * tenths / 10; // source columns
                 std::vector<int32_t> start(cols);
-                std::vector<int16_t> weight(static_cast<size_t>(cols) * taps);
+                std::vector<int16_t> weight;
                 for (int i = 0; i < cols; ++i) {
                     start[i] = i * tenths / 10 * channels;
-                    int left = 16384;
-                    for (int k = 0; k < taps; ++k) {
-                        const int w = k == taps - 1 ? left : static_cast<int>(random_() % (left + 1));
-                        weight[static_cast<size_t>(i) * taps + k] = static_cast<int16_t>(w);
-                        left -= w;
-                    }
+                    const std::vector<int16_t> column = weights(taps);
+                    weight.insert(weight.end(), column.begin(), column.end());
                 }
                 const FirTable t = {start.data(), weight.data(), taps, cols, count * channels};
                 const uint16_t* row = words(static_cast<size_t>(count + 16) * channels + 32);
                 const size_t out = static_cast<size_t>(cols) * channels, off = random_() % 16;
                 same(out, off, [&](const Kernels& k, uint8_t* o) { k.fir_to_8[channels - 1](row, t, o); });
-                if (channels < 3)
-                    same(2 * out, 0,
-                         [&](const Kernels& k, uint8_t* o) { k.fir_to_16[channels - 1](row, t, u16(o)); });
+                same(2 * out, 0, [&](const Kernels& k, uint8_t* o) { k.fir_to_16[channels - 1](row, t, u16(o)); });
                 if (taps != 2)
                     continue;
                 const uint8_t *a = noise(count * channels, off), *b = noise(count * channels);

@@ -52,8 +52,16 @@ std::map<std::string, uint64_t> results() {
             else
                 for (int mode : {0, 1, 2, 3, 4, 7, 8})
                     h = hash_of(h, from, shape, mode, 0);
-            out[std::string(kFormats[from].name) + " " + std::to_string(shape[0]) + "x" + std::to_string(shape[1]) +
-                " to " + std::to_string(shape[2]) + "x" + std::to_string(shape[3])] = h;
+            const std::string name = std::string(kFormats[from].name) + " " + std::to_string(shape[0]) + "x" +
+                                     std::to_string(shape[1]) + " to " + std::to_string(shape[2]) + "x" +
+                                     std::to_string(shape[3]);
+            out[name] = h;
+            if (scales) {
+                h = 0xCBF29CE484222325u;
+                for (int method = 4; method <= 6; ++method)
+                    h = hash_of(h, from, shape, method == 4 ? 4 : 0, method);
+                out[name + ", windowed"] = h;
+            }
         }
     return out;
 }

@@ -49,6 +49,16 @@ Color rgb_to_yuv(const Color& p) {
     return {16 + y * 219 / 255, 128 + (p[2] - y) / 1.772 * 224 / 255, 128 + (p[0] - y) / 1.402 * 224 / 255};
 }
 
+double windowed(int method, double x) {
+    const auto sinc = [](double t) { return t == 0 ? 1 : std::sin(M_PI * t) / (M_PI * t); };
+    x = std::fabs(x);
+    if (method == 6)
+        return std::max(0.0, 1 - x);
+    if (method == 5)
+        return x < 3 ? sinc(x) * sinc(x / 3) : 0;
+    return x < 1 ? 1.5 * x * x * x - 2.5 * x * x + 1 : x < 2 ? -0.5 * (x * x * x - 5 * x * x + 8 * x - 4) : 0;
+}
+
 void scale_line(const double* in, double* out, size_t stride, const RefAxis& a, int method) {
     const auto tap = [&](double at) { return in[static_cast<size_t>(std::clamp(at, 0.0, a.src - 1.0)) * stride]; };
     if (method == 0)
@@ -63,6 +73,14 @@ void scale_line(const double* in, double* out, size_t stride, const RefAxis& a, 
         } else if (method == 2) {
             const double at = centre - 0.5, left = std::floor(at);
             sum = tap(left) * (1 - (at - left)) + tap(left + 1) * (at - left);
+        } else if (method > 3) { // of the samples that there are
+            double total = 0;
+            for (int k = 0; k < a.src; ++k) {
+                const double weight = windowed(method, (k + 0.5 - centre) / std::max(1.0, double(a.num) / a.den));
+                sum += in[k * stride] * weight;
+                total += weight;
+            }
+            sum /= total;
         } else {
             for (double k = std::floor(begin); k < end; ++k)
                 sum += tap(k) * (std::min(end, k + 1) - std::max(begin, k)) / (end - begin);
@@ -146,12 +164,15 @@ RefImage ref_transform(const RefImage& in, int mode) {
 }
 
 std::vector<double> ref_scale(const std::vector<double>& plane, int step, const RefAxis& x, const RefAxis& y,
-                              int method) {
+                              int method, double limit) {
     const size_t from = static_cast<size_t>(x.src) * step, to = static_cast<size_t>(x.dst) * step;
     std::vector<double> wide(to * y.src), out(to * y.dst);
     for (int row = 0; row < y.src; ++row)
         for (int c = 0; c < step; ++c)
             scale_line(&plane[row * from + c], &wide[row * to + c], step, x, method);
+    if (limit) // as Pillow does it
+        for (double& v : wide)
+            v = std::clamp(v, 0.0, limit);
     for (size_t k = 0; k < to; ++k)
         scale_line(&wide[k], &out[k], to, y, method);
     return out;

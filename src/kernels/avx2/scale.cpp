@@ -91,6 +91,37 @@ void box_rows(const BoxRows& rows, uint16_t* out, int n) {
         plain_kernels().box_rows(rows, out, n);
 }
 
+template <class Out>
+void fir_rows(const FirRows& rows, Out* out, int n) {
+    constexpr int kShift = kSumShift<Out>;
+    const V half = _mm256_set1_epi32(half_of(kShift));
+    const auto block = [&](auto at) {
+        V a = half, b = half, c = half, d = half;
+        for (int k = 0; k < rows.count; k += 2) {
+            int32_t pair;
+            std::memcpy(&pair, rows.weight + k, sizeof pair);
+            const V w = _mm256_set1_epi32(pair);
+            const uint16_t *p = rows.row[k], *q = k + 1 < rows.count ? rows.row[k + 1] : p; // which weighs nothing
+            const V x = load(p + at.i), y = load(q + at.i), z = load(p + at.j), t = load(q + at.j);
+            a = _mm256_add_epi32(a, _mm256_madd_epi16(_mm256_unpacklo_epi16(x, y), w));
+            b = _mm256_add_epi32(b, _mm256_madd_epi16(_mm256_unpackhi_epi16(x, y), w));
+            c = _mm256_add_epi32(c, _mm256_madd_epi16(_mm256_unpacklo_epi16(z, t), w));
+            d = _mm256_add_epi32(d, _mm256_madd_epi16(_mm256_unpackhi_epi16(z, t), w));
+        }
+        a = _mm256_srai_epi32(a, kShift), b = _mm256_srai_epi32(b, kShift);
+        c = _mm256_srai_epi32(c, kShift), d = _mm256_srai_epi32(d, kShift);
+        if constexpr (sizeof(Out) == 1) {
+            const V bytes = _mm256_packus_epi16(_mm256_packs_epi32(a, b), _mm256_packs_epi32(c, d));
+            store_block(out, at, in_order(bytes));
+        } else {
+            store(out + at.i, limited_words(a, b));
+            store(out + at.j, limited_words(c, d));
+        }
+    };
+    if (!by_blocks_or_halves(n, block))
+        fir_rows_of(plain_kernels(), out)(rows, out, n);
+}
+
 void expand(const uint8_t* row, const ExpandTable& t, uint16_t* out) {
     if (!t.by_16)
         return plain_kernels().expand(row, t, out);
@@ -233,6 +264,8 @@ void use_scale(Kernels& k) {
     k.blend16_to_8 = blend16_to_8;
     k.blend16 = blend16;
     k.box_rows = box_rows;
+    k.fir_rows_to_8 = fir_rows<uint8_t>;
+    k.fir_rows_to_16 = fir_rows<uint16_t>;
     k.expand = expand;
     k.wide_rows = wide_rows;
     k.wide_fir = wide_fir;
@@ -244,6 +277,7 @@ void use_scale(Kernels& k) {
     k.halve[2] = halve3;
     k.halve[3] = halve<4>;
     // Plain loops that gain from the instruction set as they are.
+    k.wide_fir_rows = wide_fir_rows_loop;
     for_each<4>([&](auto i) { k.spans_to_8[i] = spans_loop<i + 1, uint8_t>; });
     for_each<2>([&](auto i) {
         k.spans_to_16[i] = spans_loop<i + 1, uint16_t>;

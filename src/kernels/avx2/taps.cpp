@@ -24,18 +24,19 @@ V fir_two(const uint16_t* row, const FirTable& t, int i, int k) {
 }
 
 // Three and four channels: two columns to a vector, a pair of taps at a time.
-template <int C>
-void fir_wide(const uint16_t* row, const FirTable& t, uint8_t* out) {
-    const V half = _mm256_set1_epi32(half_of(kSumBits));
+template <int C, class Out>
+void fir_wide(const uint16_t* row, const FirTable& t, Out* out) {
+    constexpr int kShift = kSumShift<Out>;
+    const V half = _mm256_set1_epi32(half_of(kShift));
     if (!by_blocks<4>(t.cols, [&](int i) {
             V a = half, b = half;
             for (int k = 0; k < t.taps; k += 2) {
                 a = _mm256_add_epi32(a, fir_two<C>(row, t, i, k));
                 b = _mm256_add_epi32(b, fir_two<C>(row, t, i + 2, k));
             }
-            store_columns<C>(out + i * C, _mm256_srai_epi32(a, kSumBits), _mm256_srai_epi32(b, kSumBits));
+            store_columns<C>(out + i * C, _mm256_srai_epi32(a, kShift), _mm256_srai_epi32(b, kShift));
         }))
-        plain_kernels().fir_to_8[C - 1](row, t, out);
+        fir_of<C>(plain_kernels(), out)(row, t, out);
 }
 
 // Gathers are slow on many processors. Where four columns and their neighbours lie within 16 bytes, one load and one
@@ -138,7 +139,7 @@ inline void put8(uint8_t* out, V sums) {
 }
 inline void put8(uint16_t* out, V sums) {
     const V words = _mm256_srai_epi32(sums, kTapBits);
-    store16(out, low(in_order(_mm256_packus_epi32(words, words))));
+    store16(out, low(in_order(limited_words(words, words))));
 }
 
 template <class Out>
@@ -241,14 +242,16 @@ void bilinear2(const uint8_t* a, const uint8_t* b, int weight, const FirTable& t
 void use_taps(Kernels& k) {
     k.fir_to_8[0] = fir1<uint8_t>;
     k.fir_to_8[1] = fir2<uint8_t>;
-    k.fir_to_8[2] = fir_wide<3>;
-    k.fir_to_8[3] = fir_wide<4>;
+    k.fir_to_8[2] = fir_wide<3, uint8_t>;
+    k.fir_to_8[3] = fir_wide<4, uint8_t>;
     k.bilinear_at[0] = bilinear1<uint8_t>;
     k.bilinear_at[1] = bilinear2<uint8_t>;
     k.bilinear_at[2] = bilinear_wide<3>;
     k.bilinear_at[3] = bilinear_wide<4>;
     k.fir_to_16[0] = fir1<uint16_t>;
     k.fir_to_16[1] = fir2<uint16_t>;
+    k.fir_to_16[2] = fir_wide<3, uint16_t>;
+    k.fir_to_16[3] = fir_wide<4, uint16_t>;
     k.bilinear_at_16[0] = bilinear1<uint16_t>;
     k.bilinear_at_16[1] = bilinear2<uint16_t>;
 }

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "kernels/fixed.h"
 #include "kernels/kernels.h"
 #include "kernels/walk.h"
 
@@ -94,6 +95,9 @@ constexpr Shuffle pair_channels() {
     return {{0, 1, 8, 9, 2, 3, 10, 11, 4, 5, 12, 13, 6, 7, 14, 15}};
 }
 
+/// Words of two vectors of sums, limited to the range of the rows.
+inline V limited_words(V a, V b) { return _mm256_min_epu16(_mm256_packus_epi32(a, b), set16(255 << kRowBits)); }
+
 /// Sums of four columns of three or four channels: columns 0 and 1 in the lanes of a, 2 and 3 in those of b.
 template <int C>
 inline void store_columns(uint8_t* out, V a, V b) {
@@ -107,6 +111,20 @@ inline void store_columns(uint8_t* out, V a, V b) {
         store8(out, packed);
         const int rest = _mm_extract_epi32(packed, 2);
         std::memcpy(out + 8, &rest, sizeof rest);
+    }
+}
+template <int C>
+inline void store_columns(uint16_t* out, V a, V b) {
+    const V words = in_order(limited_words(a, b));
+    if (C == 4) {
+        store(out, words);
+    } else {
+        constexpr Shuffle kPack = {{0, 1, 2, 3, 4, 5, 8, 9, 10, 11, 12, 13, -1, -1, -1, -1}};
+        const V packed = _mm256_shuffle_epi8(words, kPack.full());
+        store16(out, low(packed));
+        store8(out + 6, high(packed));
+        const int rest = _mm_extract_epi32(high(packed), 2);
+        std::memcpy(out + 10, &rest, sizeof rest);
     }
 }
 

@@ -26,20 +26,23 @@ inline Starts four_starts(const int32_t* start) {
 }
 
 /// The upper halves of eight sums.
-inline uint16x8_t upper_halves(int32x4_t a, int32x4_t b) {
-    return vuzpq_u16(vreinterpretq_u16_s32(a), vreinterpretq_u16_s32(b)).val[1];
+inline int16x8_t upper_halves(int32x4_t a, int32x4_t b) {
+    return vuzpq_s16(vreinterpretq_s16_s32(a), vreinterpretq_s16_s32(b)).val[1];
 }
 
 /// Eight sums to bytes: rounded by kSumBits, in two steps of which the second rounds.
-inline uint8x8_t bytes_of(int32x4_t a, int32x4_t b) { return vqrshrn_n_u16(upper_halves(a, b), kSumBits - 16); }
+inline uint8x8_t bytes_of(int32x4_t a, int32x4_t b) { return vqrshrun_n_s16(upper_halves(a, b), kSumBits - 16); }
 
-/// The same of four columns of three or four channels.
+/// Four sums to words of a row.
+inline uint16x4_t words_of(int32x4_t sums) {
+    return vmin_u16(vqrshrun_n_s32(sums, kTapBits), vdup_n_u16(255 << kRowBits));
+}
+
+/// Sums of four columns of three or four channels to bytes.
 template <int C>
 inline void store_columns4(uint8_t* out, int32x4_t a, int32x4_t b, int32x4_t c, int32x4_t d) {
     if (C == 4) {
-        const uint16x8_t ab = vrshrq_n_u16(upper_halves(a, b), kSumBits - 16),
-                         cd = vrshrq_n_u16(upper_halves(c, d), kSumBits - 16);
-        vst1q_u8(out, vuzpq_u8(vreinterpretq_u8_u16(ab), vreinterpretq_u8_u16(cd)).val[0]);
+        vst1q_u8(out, vcombine_u8(bytes_of(a, b), bytes_of(c, d)));
     } else {
         const uint8x8_t first = vcreate_u8(0x0908060504020100u), last = vcreate_u8(0xFFFFFFFF0E0D0C0Au);
         const uint8x8x2_t bytes = {{bytes_of(a, b), bytes_of(c, d)}};
@@ -84,12 +87,29 @@ inline int32x4_t many_taps(const uint16_t* p, const int16_t* weight, int taps) {
     return acc;
 }
 
+// What writes bytes and what writes words of a row share their bodies: the question costs an instruction or two for
+// eight sums, and the code half as much.
+
 template <int C>
-void fir_wide(const uint16_t* row, const FirTable& table, uint8_t* out) {
+__attribute__((noinline)) void fir_wide(const uint16_t* row, const FirTable& table, void* to, bool to_words) {
     const FirTable t = table;
     const int done = t.cols & ~3;
     const int32_t *start = t.start, *const end = start + done;
     const int16_t* w = t.weight;
+    auto* out = static_cast<uint8_t*>(to);
+    if (to_words) { // of windowed filters, which seldom take so few as two or four
+        auto* words = static_cast<uint16_t*>(to);
+        for (const int32_t* const all = start + t.cols; start != all; ++start, w += t.taps, words += C) {
+            const uint16x4_t v = words_of(many_taps<C>(row + *start, w, t.taps));
+            if (C == 4) {
+                vst1_u16(words, v);
+            } else { // no word behind the row
+                store_bytes4(reinterpret_cast<uint8_t*>(words), vreinterpret_u8_u16(v));
+                vst1_lane_u16(words + 2, v, 2);
+            }
+        }
+        return;
+    }
     if (t.taps == 2) {
         for (; start != end; start += 4, w += 8, out += 4 * C) {
             const int16x8_t pairs = vld1q_s16(w);
@@ -118,6 +138,11 @@ void fir_wide(const uint16_t* row, const FirTable& table, uint8_t* out) {
         const FirTable rest = {end, t.weight + done * t.taps, t.taps, t.cols - done, t.row_elements};
         plain_kernels().fir_to_8[C - 1](row, rest, out);
     }
+}
+
+template <int C, class Out>
+void fir_wide(const uint16_t* row, const FirTable& t, Out* out) {
+    fir_wide<C>(row, t, out, sizeof(Out) == 2);
 }
 
 struct Sums8 {
@@ -152,15 +177,10 @@ inline int32x4_t fir1_four(const uint16_t* row, const FirTable& t, int i) {
     return vcombine_s32(vpadd_s32(a, b), vpadd_s32(c, d));
 }
 
-// What writes bytes and what writes words of a row share their bodies: the question costs an instruction or two for
-// eight sums, and the code half as much.
-
 /// Eight sums rounded to bytes, or to words of a row; `at` counts elements.
 inline void put8(void* out, bool to_words, int at, Sums8 sums) {
     if (to_words)
-        vst1q_u16(
-            static_cast<uint16_t*>(out) + at,
-            vreinterpretq_u16_s16(vcombine_s16(vrshrn_n_s32(sums.a, kTapBits), vrshrn_n_s32(sums.b, kTapBits))));
+        vst1q_u16(static_cast<uint16_t*>(out) + at, vcombine_u16(words_of(sums.a), words_of(sums.b)));
     else
         vst1_u8(static_cast<uint8_t*>(out) + at, bytes_of(sums.a, sums.b));
 }
@@ -209,6 +229,30 @@ template <int C, class Out>
 void fir(const uint16_t* row, const FirTable& t, Out* out) {
     if (!(C == 1 ? fir1 : fir2)(row, t, out, sizeof(Out) == 2))
         fir_of<C>(plain_kernels(), out)(row, t, out);
+}
+
+__attribute__((noinline)) bool fir_rows(const FirRows& table, void* out, bool to_words, int n) {
+    const FirRows rows = table;
+    return by_blocks<16>(n, [&](int i) {
+        Sums8 first = {vdupq_n_s32(0), vdupq_n_s32(0)}, second = first;
+        for (int k = 0; k < rows.count; ++k) {
+            const int16_t* const p = reinterpret_cast<const int16_t*>(rows.row[k]) + i;
+            const int16x8_t a = vld1q_s16(p), b = vld1q_s16(p + 8);
+            const int16x4_t w = vld1_dup_s16(rows.weight + k);
+            first.a = vmlal_s16(first.a, vget_low_s16(a), w);
+            first.b = vmlal_s16(first.b, vget_high_s16(a), w);
+            second.a = vmlal_s16(second.a, vget_low_s16(b), w);
+            second.b = vmlal_s16(second.b, vget_high_s16(b), w);
+        }
+        put8(out, to_words, i, first);
+        put8(out, to_words, i + 8, second);
+    });
+}
+
+template <class Out>
+void fir_rows(const FirRows& rows, Out* out, int n) {
+    if (!fir_rows(rows, out, sizeof(Out) == 2, n))
+        fir_rows_of(plain_kernels(), out)(rows, out, n);
 }
 
 /// Sums of neighbours.
@@ -284,14 +328,18 @@ void bilinear(const uint8_t* a, const uint8_t* b, int weight, const FirTable& t,
 void use_taps(Kernels& k) {
     k.fir_to_8[0] = fir<1, uint8_t>;
     k.fir_to_8[1] = fir<2, uint8_t>;
-    k.fir_to_8[2] = fir_wide<3>;
-    k.fir_to_8[3] = fir_wide<4>;
+    k.fir_to_8[2] = fir_wide<3, uint8_t>;
+    k.fir_to_8[3] = fir_wide<4, uint8_t>;
     k.bilinear_at[0] = bilinear<1, uint8_t>;
     k.bilinear_at[1] = bilinear<2, uint8_t>;
     k.bilinear_at[2] = bilinear_wide<3>;
     k.bilinear_at[3] = bilinear_wide<4>;
     k.fir_to_16[0] = fir<1, uint16_t>;
     k.fir_to_16[1] = fir<2, uint16_t>;
+    k.fir_to_16[2] = fir_wide<3, uint16_t>;
+    k.fir_to_16[3] = fir_wide<4, uint16_t>;
+    k.fir_rows_to_8 = fir_rows<uint8_t>;
+    k.fir_rows_to_16 = fir_rows<uint16_t>;
     k.bilinear_at_16[0] = bilinear<1, uint16_t>;
     k.bilinear_at_16[1] = bilinear<2, uint16_t>;
 }

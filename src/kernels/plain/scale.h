@@ -11,11 +11,17 @@
 namespace tavi {
 namespace { // whoever includes this compiles its own
 
+/// A byte, or a word of the rows between the axes.
+template <class Out>
+inline Out limited(int32_t v) {
+    constexpr int32_t kMost = sizeof(Out) == 1 ? 255 : 255 << kRowBits;
+    return static_cast<Out>(std::min(std::max(v, 0), kMost));
+}
+
 /// A sum of taps rounded to a byte, or to a word of the rows between the axes.
 template <class Out>
 inline Out of_taps(int32_t sum) {
-    const int32_t v = (sum + half_of(kSumShift<Out>)) >> kSumShift<Out>;
-    return sizeof(Out) == 1 ? clamp8(v) : static_cast<Out>(v);
+    return limited<Out>((sum + half_of(kSumShift<Out>)) >> kSumShift<Out>);
 }
 
 inline uint8_t of_row(int32_t v) { return clamp8((v + half_of(kRowBits)) >> kRowBits); }
@@ -67,6 +73,16 @@ inline void box_rows_loop(const BoxRows& rows, uint16_t* out, int n) {
         else if (rows.count > 0)
             v += mulhrs(static_cast<int32_t>(sum << rows.inner_shift), rows.inner_weight);
         out[i] = static_cast<uint16_t>(v);
+    }
+}
+
+template <class Out>
+void fir_rows_loop(const FirRows& rows, Out* out, int n) {
+    for (int i = 0; i < n; ++i) {
+        int32_t sum = 0;
+        for (int k = 0; k < rows.count; ++k)
+            sum += rows.row[k][i] * rows.weight[k];
+        out[i] = of_taps<Out>(sum);
     }
 }
 
@@ -189,6 +205,16 @@ inline void wide_rows_loop(const WideRows& rows, float* out, int n) {
     }
 }
 
+inline void wide_fir_rows_loop(const WideFirRows& rows, float* out, int n) {
+    for (int i = 0; i < n; ++i) {
+        const uint8_t* p = rows.first;
+        double sum = 0;
+        for (int k = 0; k < rows.count; ++k, p += rows.pitch)
+            sum = sum + wide_sample(p, i) * rows.weight[k];
+        out[i] = static_cast<float>(sum);
+    }
+}
+
 inline void wide_fir_loop(const float* row, const WideFir& t, uint8_t* out) {
     for (int i = 0; i < t.cols; ++i) {
         const float *p = row + t.start[i], *w = t.weight + i;
@@ -203,7 +229,7 @@ inline void wide_fir_loop(const float* row, const WideFir& t, uint8_t* out) {
                 sum = sum + p[k] * *w;
         }
         sum = sum + 0.5f;
-        const uint16_t v = static_cast<uint16_t>(sum < 65535.0f ? sum : 65535.0f);
+        const uint16_t v = static_cast<uint16_t>(std::min(std::max(sum, 0.0f), 65535.0f));
         std::memcpy(out + 2 * i, &v, sizeof v);
     }
 }

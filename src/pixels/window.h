@@ -1,0 +1,45 @@
+// SPDX-License-Identifier: MIT
+// The filters that weigh all samples within reach of a centre, as Pillow and torchvision resize: triangle, bicubic
+// and Lanczos-3, wider by the ratio when shrinking.
+#pragma once
+
+#include "pixels/axis.h"
+
+namespace tavi {
+
+/// The samples and weights of a windowed filter: those of samples beyond the ends are dropped, the others make up for
+/// them. Computed with the four operations alone, so that they are the same on every machine.
+class Window {
+public:
+    explicit Window(const AxisMap& map);
+
+    struct Samples {
+        int first;
+        int count;
+    };
+    Samples samples(int i) const;
+
+    /// Writes the weights of samples(i); they sum to 1.
+    void weigh(int i, double* weight) const;
+
+    int taps() const { return taps_; } ///< samples at the most
+
+private:
+    struct Positions {
+        int begin, end, centre; ///< the centre in units of 1 / unit
+    };
+    Positions positions(int i) const;
+    int sample(int position) const;
+
+    AxisMap map_;
+    Divider by_unit_;
+    int unit_;  ///< a position, in the units of centres
+    int reach_; ///< from the centre to where weights end, in those units
+    int step_;  ///< from centre to centre, in those units
+    int first_; ///< the first centre
+    int count_; ///< positions: samples, or what they are replicated to
+    int lobes_; ///< on each side of the centre
+    int taps_ = 0;
+};
+
+} // namespace tavi
