@@ -80,8 +80,11 @@ ColorSpace color_of(const tavi_frame_t& frame) {
 }
 
 ImageView shape_of(const tavi_frame_t& frame) {
-    return make_shape(*find_format(frame.format), static_cast<int>(frame.width), static_cast<int>(frame.height),
-                      color_of(frame), frame.chroma_rounding == TAVI_CHROMA_ROUNDS_UP);
+    ImageView shape =
+        make_shape(*find_format(frame.format), static_cast<int>(frame.width), static_cast<int>(frame.height),
+                   color_of(frame), frame.chroma_rounding == TAVI_CHROMA_ROUNDS_UP);
+    shape.siting = {frame.color.siting != TAVI_SITING_CENTRE, frame.color.siting == TAVI_SITING_TOP_LEFT};
+    return shape;
 }
 
 FrameAccess::FrameAccess(const tavi_frame_t* frame, Access access, const char* name)

@@ -22,12 +22,19 @@ struct PlaneView {
     uint8_t* at(int x, int y) const { return row(y) + static_cast<ptrdiff_t>(x) * step; }
 };
 
+/// Where a chroma sample stands among the pixels that it covers: in their middle, or at the first ones.
+struct Siting {
+    bool left = false;
+    bool top = false;
+};
+
 struct ImageView {
     const Format* format = nullptr; ///< null: an empty view
     int width = 0;
     int height = 0;
     PlaneView plane[3];
     ColorSpace color;       ///< of YUV pixels
+    Siting siting;          ///< of its chroma
     bool chroma_up = false; ///< chroma of odd sides is rounded up: the last odd column or row has samples of its own
 
     explicit operator bool() const { return format != nullptr; }

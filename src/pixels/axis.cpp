@@ -38,7 +38,7 @@ static Tap replicated_tap(const AxisMap& m, const Divider& unit, int i) {
 Tap bilinear_tap(const AxisMap& m, const Divider& unit, int i) {
     if (m.replicated)
         return replicated_tap(m, unit, i);
-    const int at = (2 * i + 1) * m.num + (m.offset - 1) * m.den;
+    const int at = (2 * i + 1) * m.num + (m.offset - 1) * m.den + m.phase;
     if (at < 0)
         return {0, 0};
     const auto [index, part] = unit(at);
@@ -48,12 +48,12 @@ Tap bilinear_tap(const AxisMap& m, const Divider& unit, int i) {
 }
 
 int nearest_tap(const AxisMap& m, const Divider& unit, int i) {
-    return std::min(unit((2 * i + 1) * m.num + m.offset * m.den).quotient, m.src_count - 1);
+    return std::min(unit((2 * i + 1) * m.num + m.offset * m.den + m.phase).quotient, m.src_count - 1);
 }
 
 Span box_span(const AxisMap& m, const Divider& unit, int i) {
     const int whole = 2 * m.den, length = 2 * m.num;
-    const int begin = 2 * i * m.num + m.offset * m.den, end = begin + length;
+    const int begin = std::max(0, 2 * i * m.num + m.offset * m.den + m.phase), end = begin + length;
     const int most = m.src_count - 1;
     const auto [begin_at, begin_part] = unit(begin);
     const int first = std::min(begin_at, most);

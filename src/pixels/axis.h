@@ -14,20 +14,22 @@ enum class Filter : uint8_t { nearest, bilinear, box, triangle, bicubic, lanczos
 inline bool is_windowed(Filter f) { return f >= Filter::triangle; }
 
 /// How the samples of a destination axis lie on a source axis: sample i covers the source interval
-/// [i * num / den + offset / 2, (i + 1) * num / den + offset / 2). Beyond the ends the edge samples repeat.
+/// [i * num / den + offset / 2, (i + 1) * num / den + offset / 2), moved by `phase`. Beyond the ends the edge samples
+/// repeat; an average begins with the first one.
 struct AxisMap {
     int src_count = 0; ///< source samples
     int dst_count = 0; ///< destination samples
     int num = 1;       ///< source extent, in samples that `den` counts for the destination
     int den = 1;
     int offset = 0; ///< halves of a source sample by which the source extent starts after sample 0
+    int phase = 0;  ///< what chroma that is not centred adds, in units of 1 / (2 * den); 0 where `replicated`
     Filter filter = Filter::bilinear;
     /// The source sample stands for two positions, `num` of them in all, and it is those that are filtered: chroma
     /// that goes to the grid of pixels comes out as if every pixel had had its own before.
     bool replicated = false;
 
     /// Replicated, a window takes in neighbours at this ratio, too: it is two positions to one.
-    bool identity() const { return num == den && offset == 0 && !(replicated && is_windowed(filter)); }
+    bool identity() const { return num == den && offset == 0 && phase == 0 && !(replicated && is_windowed(filter)); }
 };
 
 /// The filter of one axis for a resize method or filter of the public headers.
@@ -94,10 +96,13 @@ int longest_span(const AxisMap& map, const Divider& unit);
 
 /// Two taps whose centres all fall on samples: odd whole steps. Nearest gives the same then.
 inline bool picks_samples(const AxisMap& m) {
-    return m.filter == Filter::bilinear && m.offset == 0 && m.num % m.den == 0 && m.num / m.den % 2 == 1;
+    return m.filter == Filter::bilinear && m.offset == 0 && m.phase == 0 && m.num % m.den == 0 &&
+           m.num / m.den % 2 == 1;
 }
 
 /// Two samples to one, both with the same weight, whatever the filter.
-inline bool halves(const AxisMap& m) { return m.filter != Filter::nearest && m.offset == 0 && m.num == 2 * m.den; }
+inline bool halves(const AxisMap& m) {
+    return m.filter != Filter::nearest && m.offset == 0 && m.phase == 0 && m.num == 2 * m.den;
+}
 
 } // namespace tavi

@@ -173,9 +173,12 @@ ConversionRun::ConversionRun(const Conversion& c)
         return;
     const Step& s = step_[scale];
     const bool first = scale == 0, last = scale + 1 == count_;
-    ready_ = scaler_.init(scratch_, {first ? src_.format : step_[scale - 1].format, src_.width, src_.height, c.box,
-                                     s.format, s.width, s.height, c.method, first ? src_.chroma_up : chroma_up_,
-                                     last ? c.dst_chroma_up : chroma_up_});
+    const Format& from = first ? *src_.format : *step_[scale - 1].format;
+    // Rows of chroma that were averaged stand between those that they are of.
+    const Siting siting{src_.siting.left, src_.siting.top && from.yshift() == src_.format->yshift()};
+    ready_ = scaler_.init(scratch_, {&from, src_.width, src_.height, c.box, s.format, s.width, s.height, c.method,
+                                     first ? src_.chroma_up : chroma_up_, last ? c.dst_chroma_up : chroma_up_, siting,
+                                     c.dst_siting});
 }
 
 bool ConversionRun::make(int first, int end, ImageView out) {
@@ -199,8 +202,8 @@ ImageView lines_of(const ImageView& view, bool by_columns, int first, int end) {
 }
 
 Conversion::Conversion(const ImageView& source, const Box& part_of_source, const ImageView& dst, int mode, int how)
-    : method(how), dst_height(dst.height), dst_chroma_up(dst.chroma_up), src_color(color_between(source, dst)),
-      dst_color(dst.format->is_yuv() ? dst.color : src_color) {
+    : method(how), dst_height(dst.height), dst_chroma_up(dst.chroma_up), dst_siting(dst.siting),
+      src_color(color_between(source, dst)), dst_color(dst.format->is_yuv() ? dst.color : src_color) {
     // Only what the box touches is converted: the source becomes the box, widened to whole chroma samples. A box that
     // starts between chroma samples is reached by scaling, also where the size stays.
     const int wide = source.format->xshift(), tall = source.format->yshift();

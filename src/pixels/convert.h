@@ -24,6 +24,7 @@ struct Conversion {
     int method;
     int dst_height;
     bool dst_chroma_up;
+    Siting dst_siting;
     ColorSpace src_color, dst_color;
     Plan plan;
     bool by_columns; ///< the lines that can be made one after the other are columns of the result, not rows

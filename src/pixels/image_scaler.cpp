@@ -11,6 +11,7 @@ struct Side {
     int src_extent;
     int first, count; ///< what is scaled of it
     int dst_extent;
+    bool src_sited, dst_sited; ///< chroma stands at the first of its pixels, not in their middle
 };
 
 /// One axis of a plane.
@@ -26,7 +27,16 @@ AxisMap axis_of(const Side& s, int src_shift, int dst_shift, const ScaleRequest&
     m.num = s.count << std::max(0, dst_shift - src_shift);
     m.den = s.dst_extent << std::max(0, src_shift - dst_shift);
     m.offset = src_shift ? s.first - 2 * begin : 0;
-    m.replicated = src_shift > dst_shift;
+    const bool src_sited = s.src_sited && src_shift, dst_sited = s.dst_sited && dst_shift;
+    m.replicated = src_shift > dst_shift && !src_sited;
+    if (src_sited || dst_sited) {
+        // A source sample's centre comes a quarter of it earlier, a result's half a pixel.
+        const int halves = (src_sited ? m.den : 0) - (dst_sited ? m.num : 0);
+        const int finer = halves % 2 ? 2 : 1;
+        m.num *= finer;
+        m.den *= finer;
+        m.phase = halves * finer / 2;
+    }
     m.filter = axis_filter(r.method, s.count, s.dst_extent);
     return m;
 }
@@ -43,9 +53,11 @@ bool ImageScaler::init(Scratch& scratch, const ScaleRequest& r) {
         const PlaneRule &from = from_->plane[i], &to = to_->plane[i];
         Plane& p = planes_[i];
         const AxisMap x =
-            axis_of({r.src_width, r.box.x, r.box.width, r.dst_width}, from.xshift, to.xshift, r, p.origin_x);
+            axis_of({r.src_width, r.box.x, r.box.width, r.dst_width, r.from_siting.left, r.to_siting.left},
+                    from.xshift, to.xshift, r, p.origin_x);
         const AxisMap y =
-            axis_of({r.src_height, r.box.y, r.box.height, r.dst_height}, from.yshift, to.yshift, r, p.origin_y);
+            axis_of({r.src_height, r.box.y, r.box.height, r.dst_height, r.from_siting.top, r.to_siting.top},
+                    from.yshift, to.yshift, r, p.origin_y);
         const bool wide = from_->bits == 16;
         if (!p.scaler.init(scratch, wide ? 1 : from.step, wide, deep, x, y))
             return false;

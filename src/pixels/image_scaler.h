@@ -16,6 +16,7 @@ struct ScaleRequest {
     int method;           ///< or filter, of the public headers
     bool from_up = false; ///< chroma of odd sides is rounded up
     bool to_up = false;
+    Siting from_siting = {}, to_siting = {}; ///< of chroma
 };
 
 class ImageScaler {

@@ -32,8 +32,8 @@ double weight_at(Filter filter, double x) {
 
 Window::Window(const AxisMap& m)
     : map_(m), by_unit_(m.replicated ? m.den : 2 * m.den), unit_(m.replicated ? m.den : 2 * m.den),
-      reach_(std::max(2 * m.num, unit_)), step_(2 * m.num), first_(m.num + (m.replicated ? 0 : m.offset * m.den)),
-      count_(m.replicated ? m.num : m.src_count) {
+      reach_(std::max(2 * m.num, unit_)), step_(2 * m.num),
+      first_(m.num + (m.replicated ? 0 : m.offset * m.den + m.phase)), count_(m.replicated ? m.num : m.src_count) {
     lobes_ = m.filter == Filter::lanczos3 ? 3 : m.filter == Filter::bicubic ? 2 : 1;
     if (m.identity()) // the zeros of the filter fall on all samples but one
         lobes_ = 1;

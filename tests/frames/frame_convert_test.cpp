@@ -149,6 +149,38 @@ TEST(Frames, CropPlaceContainAndCover) {
     EXPECT_EQ(covered.pixels(), cropped.pixels());
 }
 
+// A slope of chroma over the pixels stays where it is, wherever its samples stand on either side.
+TEST(Frames, ChromaStandsWhereItsSitingSays) {
+    constexpr int kSides[][2] = {{120, 76}, {120, 62}, {60, 90}, {64, 23}};
+    const auto centre = [](int sample, bool first) { return 2 * sample + (first ? 0.5 : 1.0); };
+    for (const auto& [from, to] : kSides)
+        for (int sitings = 0; sitings < 9; ++sitings)
+            for (const int filter :
+                 {TAVI_FILTER_BILINEAR, TAVI_FILTER_BOX, TAVI_FILTER_TRIANGLE, TAVI_FILTER_LANCZOS3}) {
+                const tavi_color_space_t has{0, 0, sitings % 3}, gets{0, 0, sitings / 3};
+                FrameMemory src(TAVI_PIXEL_FORMAT_YUV420SP_NV12, from, from, 0, 0, has);
+                FrameMemory dst(TAVI_PIXEL_FORMAT_YUV420P_YU12, to, to, 0, 0, gets);
+                const double rise = 200.0 / from, ratio = double(from) / to;
+                const Samples u = samples_of(src.view, 1), v = samples_of(src.view, 2);
+                for (int y = 0; y < u.rows; ++y)
+                    for (int x = 0; x < u.cols; ++x) {
+                        *u.at(x, y) = static_cast<uint8_t>(20.5 + rise * centre(x, has.siting > 0));
+                        *v.at(x, y) = static_cast<uint8_t>(20.5 + rise * centre(y, has.siting > 1));
+                    }
+                tavi_frame_options_t options{};
+                options.filter = filter;
+                ASSERT_EQ(convert(src, dst, options), 0);
+                const int edge = static_cast<int>(3 * std::max(1.0, 1 / ratio)) + 1, last = to / 2 - edge;
+                for (int i = edge; i < last; ++i) {
+                    const double across = 20 + rise * ratio * centre(i, gets.siting > 0);
+                    const double down = 20 + rise * ratio * centre(i, gets.siting > 1);
+                    ASSERT_NEAR(*samples_of(dst.view, 1).at(i, last), across, filter == TAVI_FILTER_BOX ? 2 : 1.1)
+                        << from << " to " << to << " sitings " << sitings << " filter " << filter;
+                    ASSERT_NEAR(*samples_of(dst.view, 2).at(edge, i), down, filter == TAVI_FILTER_BOX ? 2 : 1.1);
+                }
+            }
+}
+
 /// The formulas of the standards.
 struct Exact {
     explicit Exact(tavi_color_space_t c) : full(c.range == TAVI_RANGE_FULL) {
