@@ -58,9 +58,25 @@ V distances(const int32_t* start) {
     return _mm256_shuffle_epi8(d, kSpread.full());
 }
 
-// One and two channels: sums of eight and of four columns.
-V fir1_eight(const uint16_t* row, const FirTable& t, int i, V half, bool near) {
-    if (t.taps == 2) {
+// One and two channels: sums of eight and of four columns. The numbers of taps of small reductions are known to the
+// compiler.
+
+template <class Use>
+void by_taps(int taps, Use use) {
+    if (taps == 2)
+        use(std::integral_constant<int, 2>());
+    else if (taps == 4)
+        use(std::integral_constant<int, 4>());
+    else if (taps == 8)
+        use(std::integral_constant<int, 8>());
+    else
+        use(std::integral_constant<int, 0>());
+}
+
+template <int Taps>
+inline V fir1_eight(const uint16_t* row, const FirTable& t, int i, V half, bool near) {
+    const int taps = Taps ? Taps : t.taps;
+    if (taps == 2) {
         const V w = load(t.weight + 2 * i);
         if (!near) {
             const V pairs = _mm256_i32gather_epi32(reinterpret_cast<const int*>(row), load(t.start + i), 2);
@@ -72,8 +88,8 @@ V fir1_eight(const uint16_t* row, const FirTable& t, int i, V half, bool near) {
         return _mm256_add_epi32(half, _mm256_madd_epi16(_mm256_shuffle_epi8(words, index), w));
     }
     const int32_t* start = t.start + i;
-    const int16_t* w = t.weight + i * t.taps;
-    if (t.taps == 4) {
+    const int16_t* w = t.weight + i * taps;
+    if (taps == 4) {
         const auto four = [&](int c) {
             const auto two = [](const void* a, const void* b) { return _mm_unpacklo_epi64(load8(a), load8(b)); };
             const V p = join(two(row + start[c], row + start[c + 1]), two(row + start[c + 2], row + start[c + 3]));
@@ -83,21 +99,23 @@ V fir1_eight(const uint16_t* row, const FirTable& t, int i, V half, bool near) {
     }
     const auto pair = [&](int c) { // a column and the fourth after it, eight taps at a time
         V acc = _mm256_setzero_si256();
-        for (int k = 0; k < t.taps; k += 8)
-            acc = _mm256_add_epi32(
-                acc, _mm256_madd_epi16(join(load16(row + start[c] + k), load16(row + start[c + 4] + k)),
-                                       join(load16(w + c * t.taps + k), load16(w + (c + 4) * t.taps + k))));
+        for (int k = 0; k < taps; k += 8)
+            acc = _mm256_add_epi32(acc,
+                                   _mm256_madd_epi16(join(load16(row + start[c] + k), load16(row + start[c + 4] + k)),
+                                                     join(load16(w + c * taps + k), load16(w + (c + 4) * taps + k))));
         return acc;
     };
     const V s = _mm256_hadd_epi32(_mm256_hadd_epi32(pair(0), pair(1)), _mm256_hadd_epi32(pair(2), pair(3)));
     return _mm256_add_epi32(half, s);
 }
 
-V fir2_four(const uint16_t* row, const FirTable& t, int i, V half) {
+template <int Taps>
+inline V fir2_four(const uint16_t* row, const FirTable& t, int i, V half) {
+    const int taps = Taps ? Taps : t.taps;
     const int32_t* start = t.start + i;
-    const int16_t* w = t.weight + i * t.taps;
+    const int16_t* w = t.weight + i * taps;
     const V channels = pair_channels<2>().full();
-    if (t.taps == 2) {
+    if (taps == 2) {
         const auto two = [&](int c) { return _mm_unpacklo_epi64(load8(row + start[c]), load8(row + start[c + 1])); };
         const H pairs = load16(w);
         const V twice = join(_mm_unpacklo_epi32(pairs, pairs), _mm_unpackhi_epi32(pairs, pairs));
@@ -109,7 +127,7 @@ V fir2_four(const uint16_t* row, const FirTable& t, int i, V half) {
         return _mm256_madd_epi16(_mm256_shuffle_epi8(p, channels), weights);
     };
     V a, b;
-    if (t.taps == 4) {
+    if (taps == 4) {
         const V all = load(w);
         a = weigh(0, 0, _mm256_unpacklo_epi32(all, all));
         b = weigh(1, 0, _mm256_unpackhi_epi32(all, all));
@@ -117,13 +135,13 @@ V fir2_four(const uint16_t* row, const FirTable& t, int i, V half) {
         const auto pair = [&](int c) { // eight taps at a time; four may be left
             V acc = _mm256_setzero_si256();
             int k = 0;
-            for (; k + 8 <= t.taps; k += 8) {
-                const V q = join(load16(w + c * t.taps + k), load16(w + (c + 2) * t.taps + k));
+            for (; k + 8 <= taps; k += 8) {
+                const V q = join(load16(w + c * taps + k), load16(w + (c + 2) * taps + k));
                 acc = _mm256_add_epi32(acc, weigh(c, k, _mm256_unpacklo_epi32(q, q)));
                 acc = _mm256_add_epi32(acc, weigh(c, k + 4, _mm256_unpackhi_epi32(q, q)));
             }
-            if (k < t.taps) {
-                const V q = join(load8(w + c * t.taps + k), load8(w + (c + 2) * t.taps + k));
+            if (k < taps) {
+                const V q = join(load8(w + c * taps + k), load8(w + (c + 2) * taps + k));
                 acc = _mm256_add_epi32(acc, weigh(c, k, _mm256_unpacklo_epi32(q, q)));
             }
             return acc;
@@ -147,15 +165,19 @@ template <class Out>
 void fir1(const uint16_t* row, const FirTable& t, Out* out) {
     const V half = _mm256_set1_epi32(half_of(kSumShift<Out>));
     const bool near = within(t, 4, 8);
-    if (!by_blocks<8>(t.cols, [&](int i) { put8(out + i, fir1_eight(row, t, i, half, near)); }))
-        fir_of<1>(plain_kernels(), out)(row, t, out);
+    by_taps(t.taps, [&](auto taps) {
+        if (!by_blocks<8>(t.cols, [&](int i) { put8(out + i, fir1_eight<taps>(row, t, i, half, near)); }))
+            fir_of<1>(plain_kernels(), out)(row, t, out);
+    });
 }
 
 template <class Out>
 void fir2(const uint16_t* row, const FirTable& t, Out* out) {
     const V half = _mm256_set1_epi32(half_of(kSumShift<Out>));
-    if (!by_blocks<4>(t.cols, [&](int i) { put8(out + 2 * i, fir2_four(row, t, i, half)); }))
-        fir_of<2>(plain_kernels(), out)(row, t, out);
+    by_taps(t.taps, [&](auto taps) {
+        if (!by_blocks<4>(t.cols, [&](int i) { put8(out + 2 * i, fir2_four<taps>(row, t, i, half)); }))
+            fir_of<2>(plain_kernels(), out)(row, t, out);
+    });
 }
 
 // Columns whose loads of `bytes` stay inside the row.
