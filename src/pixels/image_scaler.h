@@ -26,6 +26,9 @@ public:
     /// Writes destination rows [y0, y0 + dst.height). `src` holds whole source rows from `src_first` on.
     void run(const ImageView& src, int src_first, int y0, const ImageView& dst);
 
+    /// The whole picture in RGB at once, where there is a kernel for that; else false, and nothing is done.
+    bool run_to_rgb(const ImageView& src, const ImageView& dst, const YuvToRgb& color) const;
+
 private:
     struct Plane {
         PlaneScaler scaler;
