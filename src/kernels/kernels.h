@@ -34,6 +34,13 @@ struct BoxRows {
 
 constexpr int kBoxRowsIn16Bits = 128;
 
+/// Whether a build has third_to_rgb: on ARM even the question would take its place in a small library.
+#if defined(__x86_64__) || defined(__i386__)
+constexpr bool kThirdsToRgb = true;
+#else
+constexpr bool kThirdsToRgb = false;
+#endif
+
 /// The same for 16-bit samples. One row has the weight 1.
 struct WideRows {
     const uint8_t* first;
@@ -122,6 +129,11 @@ struct Kernels {
     /// fraction count.
     void (*yuv444_to_rgb[3][kRgbKinds])(const uint16_t* y, const uint16_t* u, const uint16_t* v, uint8_t* rgb,
                                         int width, const YuvToRgb& constants);
+    /// Reduction to a third across: the middle luma of every three columns, each with the chroma that it has in rows
+    /// of half as many pairs, U V or V U. Widths are those of the result, even and from 16 on. Null in the builds
+    /// that pick first and then convert.
+    void (*third_to_rgb[2][kRgbKinds])(const uint8_t* y, const uint8_t* pairs, uint8_t* rgb, int width,
+                                       const YuvToRgb& constants);
     /// Two rows to two luma rows and one chroma row (4:2:0).
     void (*rgb_to_yuv420[3][kRgbKinds])(const uint8_t* a, const uint8_t* b, uint8_t* ya, uint8_t* yb, uint8_t* u,
                                         uint8_t* v, int width, const RgbToYuv& constants);

@@ -96,8 +96,8 @@ int longest_span(const AxisMap& map, const Divider& unit);
 
 /// Two taps whose centres all fall on samples: odd whole steps. Nearest gives the same then.
 inline bool picks_samples(const AxisMap& m) {
-    return m.filter == Filter::bilinear && m.offset == 0 && m.phase == 0 && m.num % m.den == 0 &&
-           m.num / m.den % 2 == 1;
+    const int num = m.num << m.replicated;
+    return m.filter == Filter::bilinear && m.offset == 0 && m.phase == 0 && num % m.den == 0 && num / m.den % 2 == 1;
 }
 
 /// Two samples to one, both with the same weight, whatever the filter.

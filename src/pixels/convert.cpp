@@ -111,6 +111,9 @@ bool ConversionRun::produce(int index, int first, const ImageView& out) {
 }
 
 bool ConversionRun::make_rows(int first, const ImageView& out) {
+    if (kThirdsToRgb && count_ == 2 && step_[0].kind == StepKind::scale && step_[1].format->model == Model::rgb &&
+        scaler_.run_to_rgb(src_, first, out, yuv_to_rgb_constants(conversion_.src_color)))
+        return true;
     uint64_t bytes = 1; // of the rows between two steps that a row of the result takes, at the most
     for (int i = 0; i + 1 < count_; ++i) {
         const Step& s = step_[i];

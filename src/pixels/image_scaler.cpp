@@ -3,6 +3,8 @@
 
 #include <algorithm>
 
+#include "pixels/even.h"
+
 namespace tavi {
 namespace {
 
@@ -92,6 +94,23 @@ void ImageScaler::run(const ImageView& src, int src_first, int y0, const ImageVi
         p.scaler.run(from, (src_first >> from_->plane[i].yshift) - p.origin_y, y0 >> to_->plane[i].yshift,
                      dst.plane[i]);
     }
+}
+
+bool ImageScaler::run_to_rgb(const ImageView& src, int first, const ImageView& dst, const YuvToRgb& color) const {
+    const Plane &luma = planes_[0], &chroma = planes_[1];
+    const bool pairs = from_->planes == 2 && !to_->subsampled();
+    const auto row = pairs ? kernels().third_to_rgb[from_->swapped()][rgb_kind(*dst.format)] : nullptr;
+    if (!row || dst.width < 16 || dst.width % 2 || !luma.scaler.picks_thirds() || !chroma.scaler.picks_thirds())
+        return false;
+    const auto source = [&](int plane, int y) {
+        const Plane& p = planes_[plane];
+        const PlaneView& from = src.plane[plane];
+        return from.row(p.scaler.source_rows(y, y + 1).begin + p.origin_y) +
+               static_cast<ptrdiff_t>(p.origin_x) * from.step;
+    };
+    for (int y = 0; y < dst.height; ++y)
+        row(source(0, first + y), source(1, first + y), dst.plane[0].row(y), dst.width, color);
+    return true;
 }
 
 } // namespace tavi

@@ -29,6 +29,10 @@ public:
     /// Writes destination rows [y0, y0 + dst.height). `src` holds whole source rows from `src_first` on.
     void run(const ImageView& src, int src_first, int y0, const ImageView& dst);
 
+    /// Destination rows from `first` on in RGB at once, from the whole source, where there is a kernel for that; else
+    /// false, and nothing is done.
+    bool run_to_rgb(const ImageView& src, int first, const ImageView& dst, const YuvToRgb& color) const;
+
 private:
     struct Plane {
         PlaneScaler scaler;

@@ -387,10 +387,10 @@ bool PlaneScaler::init(Scratch& scratch, int channels, bool wide, bool deep, con
     }
     if (is_windowed(x.filter))
         return wide ? way_.emplace<Windowed16>().init(scratch, job_) : way_.emplace<Windowed>().init(scratch, job_);
-    const bool picks = x.filter == Filter::nearest || (picks_samples(x) && picks_samples(y));
-    if (picks && deep && x.num < 2 * x.den) // by table lookups that write 16 bits
+    picks_ = x.filter == Filter::nearest || (picks_samples(x) && picks_samples(y));
+    if (picks_ && deep && x.num < 2 * x.den) // by table lookups that write 16 bits
         return way_.emplace<AcrossThenDown>().init(scratch, job_);
-    if (picks)
+    if (picks_)
         return way_.emplace<PickColumns>().init(scratch, job_);
     if (wide)
         return way_.emplace<Samples16>().init(scratch, job_);

@@ -145,6 +145,11 @@ public:
     /// @param deep results of 16 bits with six fractional ones, of one or two channels of 8 bits.
     bool init(Scratch& scratch, int channels, bool wide, bool deep, const AxisMap& x, const AxisMap& y);
 
+    /// Whether samples are only picked: the middle ones of three positions across, of any row.
+    bool picks_thirds() const {
+        return picks_ && job_.x.offset == 0 && job_.x.num << job_.x.replicated == 3 * job_.x.den;
+    }
+
     /// The source rows that the destination rows [y0, y1) depend on.
     RowRange source_rows(int y0, int y1) const;
 
@@ -153,6 +158,7 @@ public:
 
 private:
     ScaleJob job_;
+    bool picks_ = false;
     std::variant<CopyRows, PickColumns, HalveBoth, TwoTapsAtOnce, DownOnly, DownThenAcross, AcrossThenDown, Samples16,
                  Windowed, Windowed16>
         way_;

@@ -189,6 +189,49 @@ void yuv444_to_rgb(const uint16_t* y, const uint16_t* u, const uint16_t* v, uint
         plain_kernels().yuv444_to_rgb[Chroma][Kind](y, u, v, rgb, width, k);
 }
 
+/// Of rows three times as wide, sixteen bytes of either half.
+inline V load_both(const uint8_t* p, Halves at) { return join(load16(p + 3 * at.i), load16(p + 3 * at.j)); }
+
+// The lanes of a vector hold 8 pixels of the result each, as above: luma from 24 bytes, chroma from two times 12.
+template <int Chroma, int N>
+__attribute__((noinline)) void pairs_third_to_rgb(const uint8_t* y, const uint8_t* pairs, uint8_t* rgb, int width,
+                                                  const YuvToRgb& constants) {
+    constexpr Shuffle kLuma[2] = {{{1, 1, 4, 4, 7, 7, 10, 10, 13, 13, -1, -1, -1, -1, -1, -1}},
+                                  {{-1, -1, -1, -1, -1, -1, -1, -1, -1, -1, 8, 8, 11, 11, 14, 14}}};
+    constexpr Shuffle kChroma = {{-1, 0, -1, 4, -1, 6, -1, 10, -1, 1, -1, 5, -1, 7, -1, 11}};
+    constexpr Shuffle kEnding = {
+        {-1, 4, -1, 8, -1, 10, -1, 14, -1, 5, -1, 9, -1, 11, -1, 15}}; // ends with its pixels
+    const YuvVectors k(constants);
+    by_blocks_or_halves(width, [&](auto at) {
+        YuvBlock block;
+        for (int i = 0; i < 2; ++i) {
+            const Halves part = {at.i + 8 * i, at.j + 8 * i};
+            const V twice = _mm256_or_si256(_mm256_shuffle_epi8(load_both(y, part), kLuma[0].full()),
+                                            _mm256_shuffle_epi8(load_both(y + 8, part), kLuma[1].full()));
+            const V first = _mm256_shuffle_epi8(load_both(pairs, part), kChroma.full());
+            const V last = _mm256_shuffle_epi8(load_both(pairs + 8, part), kEnding.full());
+            V us = from_neutral(_mm256_unpacklo_epi64(first, last));
+            V vs = from_neutral(_mm256_unpackhi_epi64(first, last));
+            if (Chroma == kPairsVU)
+                std::swap(us, vs);
+            block.luma[i] = luma_of_twice(twice, k);
+            block.r[i] = _mm256_mulhrs_epi16(vs, k.v_to_r);
+            block.g[i] = green_terms(us, vs, k);
+            block.b[i] = _mm256_mulhrs_epi16(us, k.u_to_b);
+        }
+        store_rgb<N>(rgb, at, block, k);
+    });
+}
+
+template <int Chroma, int Kind>
+void third_to_rgb(const uint8_t* y, const uint8_t* pairs, uint8_t* rgb, int width, const YuvToRgb& k) {
+    constexpr int n = rgb_bytes(Kind);
+    if constexpr (is_swapped(Kind))
+        pairs_third_to_rgb<other_pairs(Chroma), n>(y, pairs, rgb, width, exchanged(k));
+    else
+        pairs_third_to_rgb<Chroma, n>(y, pairs, rgb, width, k);
+}
+
 // ---------------------------------------------------------------------------------------------- RGB to YUV
 
 struct YuvWeights {
@@ -314,6 +357,8 @@ void use_colour(Kernels& k) {
     for_pairs<kChromaKinds, kRgbKinds>([&](auto c, auto rgb) { k.yuv_to_rgb[c][rgb] = yuv_to_rgb<c, rgb>; });
     for_pairs<3, kRgbKinds>([&](auto c, auto rgb) {
         k.yuv444_to_rgb[c][rgb] = yuv444_to_rgb<c, rgb>;
+        if constexpr (c != kPlanar)
+            k.third_to_rgb[c - kPairsUV][rgb] = third_to_rgb<c, rgb>;
         k.rgb_to_yuv420[c][rgb] = rgb_to_yuv420<c, rgb>;
         k.rgb_to_yuv422[c][rgb] = rgb_to_yuv422<c, rgb>;
     });

@@ -39,40 +39,58 @@ void fir_wide(const uint16_t* row, const FirTable& t, Out* out) {
         fir_of<C>(plain_kernels(), out)(row, t, out);
 }
 
-// Gathers are slow on many processors. Where four columns and their neighbours lie within 16 bytes, one load and one
-// shuffle per four take their place.
+// Gathers are slow on many processors. Where four columns, or two, and their neighbours lie within 16 bytes, one load
+// and one shuffle per four, or two, take their place.
 
-/// Whether `reach` elements hold any four columns and the neighbour of the last.
-bool within(const FirTable& t, int reach) {
-    // Three steps of a map are at most that many elements, rounded up; floors and the edge take up to two off the
-    // whole.
-    return t.cols > 1 && 3 * (t.start[t.cols - 1] - t.start[0] + 2) <= (reach - 2) * (t.cols - 1);
+/// Whether `reach` elements hold any `columns` of C channels and the neighbour of the last.
+template <int C = 1>
+bool within(const FirTable& t, int columns, int reach) {
+    // The steps of a map are at most that many elements, rounded up; floors and the edge take up to two columns off
+    // the whole.
+    return t.cols > 1 && (columns - 1) * (t.start[t.cols - 1] - t.start[0] + 2 * C) <= (reach - 2 * C) * (t.cols - 1);
 }
 
-/// The distances of eight columns from the first of their four, in both bytes of the lower word, and in the upper
-/// one.
+/// The distances of eight columns from the first of their four, or two, in both bytes of the lower word, and in the
+/// upper one.
+template <int Columns>
 V distances(const int32_t* start) {
-    const V at = load(start), d = _mm256_sub_epi32(at, _mm256_shuffle_epi32(at, 0));
+    const V at = load(start), d = _mm256_sub_epi32(at, _mm256_shuffle_epi32(at, Columns == 4 ? 0 : 0xA0));
     constexpr Shuffle kSpread = {{0, 0, 0, 0, 4, 4, 4, 4, 8, 8, 8, 8, 12, 12, 12, 12}};
     return _mm256_shuffle_epi8(d, kSpread.full());
 }
 
-// One and two channels: sums of eight and of four columns.
-V fir1_eight(const uint16_t* row, const FirTable& t, int i, V half, bool near) {
-    if (t.taps == 2) {
+// One and two channels: sums of eight and of four columns. The numbers of taps of small reductions are known to the
+// compiler.
+
+template <class Use>
+void by_taps(int taps, Use use) {
+    if (taps == 2)
+        use(std::integral_constant<int, 2>());
+    else if (taps == 4)
+        use(std::integral_constant<int, 4>());
+    else if (taps == 8)
+        use(std::integral_constant<int, 8>());
+    else
+        use(std::integral_constant<int, 0>());
+}
+
+template <int Taps>
+inline V fir1_eight(const uint16_t* row, const FirTable& t, int i, V half, bool near) {
+    const int taps = Taps ? Taps : t.taps;
+    if (taps == 2) {
         const V w = load(t.weight + 2 * i);
         if (!near) {
             const V pairs = _mm256_i32gather_epi32(reinterpret_cast<const int*>(row), load(t.start + i), 2);
             return _mm256_add_epi32(half, _mm256_madd_epi16(pairs, w));
         }
-        const V d = distances(t.start + i);
+        const V d = distances<4>(t.start + i);
         const V index = _mm256_add_epi8(_mm256_add_epi8(d, d), _mm256_set1_epi32(0x03020100));
         const V words = join(load16(row + t.start[i]), load16(row + t.start[i + 4]));
         return _mm256_add_epi32(half, _mm256_madd_epi16(_mm256_shuffle_epi8(words, index), w));
     }
     const int32_t* start = t.start + i;
-    const int16_t* w = t.weight + i * t.taps;
-    if (t.taps == 4) {
+    const int16_t* w = t.weight + i * taps;
+    if (taps == 4) {
         const auto four = [&](int c) {
             const auto two = [](const void* a, const void* b) { return _mm_unpacklo_epi64(load8(a), load8(b)); };
             const V p = join(two(row + start[c], row + start[c + 1]), two(row + start[c + 2], row + start[c + 3]));
@@ -82,21 +100,23 @@ V fir1_eight(const uint16_t* row, const FirTable& t, int i, V half, bool near) {
     }
     const auto pair = [&](int c) { // a column and the fourth after it, eight taps at a time
         V acc = _mm256_setzero_si256();
-        for (int k = 0; k < t.taps; k += 8)
-            acc = _mm256_add_epi32(
-                acc, _mm256_madd_epi16(join(load16(row + start[c] + k), load16(row + start[c + 4] + k)),
-                                       join(load16(w + c * t.taps + k), load16(w + (c + 4) * t.taps + k))));
+        for (int k = 0; k < taps; k += 8)
+            acc = _mm256_add_epi32(acc,
+                                   _mm256_madd_epi16(join(load16(row + start[c] + k), load16(row + start[c + 4] + k)),
+                                                     join(load16(w + c * taps + k), load16(w + (c + 4) * taps + k))));
         return acc;
     };
     const V s = _mm256_hadd_epi32(_mm256_hadd_epi32(pair(0), pair(1)), _mm256_hadd_epi32(pair(2), pair(3)));
     return _mm256_add_epi32(half, s);
 }
 
-V fir2_four(const uint16_t* row, const FirTable& t, int i, V half) {
+template <int Taps>
+inline V fir2_four(const uint16_t* row, const FirTable& t, int i, V half) {
+    const int taps = Taps ? Taps : t.taps;
     const int32_t* start = t.start + i;
-    const int16_t* w = t.weight + i * t.taps;
+    const int16_t* w = t.weight + i * taps;
     const V channels = pair_channels<2>().full();
-    if (t.taps == 2) {
+    if (taps == 2) {
         const auto two = [&](int c) { return _mm_unpacklo_epi64(load8(row + start[c]), load8(row + start[c + 1])); };
         const H pairs = load16(w);
         const V twice = join(_mm_unpacklo_epi32(pairs, pairs), _mm_unpackhi_epi32(pairs, pairs));
@@ -108,7 +128,7 @@ V fir2_four(const uint16_t* row, const FirTable& t, int i, V half) {
         return _mm256_madd_epi16(_mm256_shuffle_epi8(p, channels), weights);
     };
     V a, b;
-    if (t.taps == 4) {
+    if (taps == 4) {
         const V all = load(w);
         a = weigh(0, 0, _mm256_unpacklo_epi32(all, all));
         b = weigh(1, 0, _mm256_unpackhi_epi32(all, all));
@@ -116,13 +136,13 @@ V fir2_four(const uint16_t* row, const FirTable& t, int i, V half) {
         const auto pair = [&](int c) { // eight taps at a time; four may be left
             V acc = _mm256_setzero_si256();
             int k = 0;
-            for (; k + 8 <= t.taps; k += 8) {
-                const V q = join(load16(w + c * t.taps + k), load16(w + (c + 2) * t.taps + k));
+            for (; k + 8 <= taps; k += 8) {
+                const V q = join(load16(w + c * taps + k), load16(w + (c + 2) * taps + k));
                 acc = _mm256_add_epi32(acc, weigh(c, k, _mm256_unpacklo_epi32(q, q)));
                 acc = _mm256_add_epi32(acc, weigh(c, k + 4, _mm256_unpackhi_epi32(q, q)));
             }
-            if (k < t.taps) {
-                const V q = join(load8(w + c * t.taps + k), load8(w + (c + 2) * t.taps + k));
+            if (k < taps) {
+                const V q = join(load8(w + c * taps + k), load8(w + (c + 2) * taps + k));
                 acc = _mm256_add_epi32(acc, weigh(c, k, _mm256_unpacklo_epi32(q, q)));
             }
             return acc;
@@ -145,16 +165,20 @@ inline void put8(uint16_t* out, V sums) {
 template <class Out>
 void fir1(const uint16_t* row, const FirTable& t, Out* out) {
     const V half = _mm256_set1_epi32(half_of(kSumShift<Out>));
-    const bool near = within(t, 8);
-    if (!by_blocks<8>(t.cols, [&](int i) { put8(out + i, fir1_eight(row, t, i, half, near)); }))
-        fir_of<1>(plain_kernels(), out)(row, t, out);
+    const bool near = within(t, 4, 8);
+    by_taps(t.taps, [&](auto taps) {
+        if (!by_blocks<8>(t.cols, [&](int i) { put8(out + i, fir1_eight<taps>(row, t, i, half, near)); }))
+            fir_of<1>(plain_kernels(), out)(row, t, out);
+    });
 }
 
 template <class Out>
 void fir2(const uint16_t* row, const FirTable& t, Out* out) {
     const V half = _mm256_set1_epi32(half_of(kSumShift<Out>));
-    if (!by_blocks<4>(t.cols, [&](int i) { put8(out + 2 * i, fir2_four(row, t, i, half)); }))
-        fir_of<2>(plain_kernels(), out)(row, t, out);
+    by_taps(t.taps, [&](auto taps) {
+        if (!by_blocks<4>(t.cols, [&](int i) { put8(out + 2 * i, fir2_four<taps>(row, t, i, half)); }))
+            fir_of<2>(plain_kernels(), out)(row, t, out);
+    });
 }
 
 // Columns whose loads of `bytes` stay inside the row.
@@ -193,23 +217,39 @@ void bilinear1(const uint8_t* a, const uint8_t* b, int weight, const FirTable& t
     const V down = set16(weight), half = _mm256_set1_epi32(half_of(kSumShift<Out>));
     constexpr Shuffle kWords = {{0, -1, 1, -1, 4, -1, 5, -1, 8, -1, 9, -1, 12, -1, 13, -1}};
     const auto eight = [&](int i, auto pairs) { // words of eight columns and their neighbours
-        const V v = mix(_mm256_slli_epi16(pairs(a), kRowBits), _mm256_slli_epi16(pairs(b), kRowBits), down);
-        const V sums = _mm256_add_epi32(_mm256_madd_epi16(v, load(t.weight + 2 * i)), half);
-        put8(out + i, sums);
+        V v = _mm256_slli_epi16(pairs(a), kRowBits);
+        if (weight)
+            v = mix(v, _mm256_slli_epi16(pairs(b), kRowBits), down);
+        put8(out + i, _mm256_add_epi32(_mm256_madd_epi16(v, load(t.weight + 2 * i)), half));
     };
+    const auto windows = [&](const uint8_t* row, int i) {
+        return join(load16(row + t.start[i]), load16(row + t.start[i + 4]));
+    };
+    const int safe = safe_columns(t, 16);
     int done = 0;
-    if (within(t, 16)) {
-        const int safe = safe_columns(t, 16);
+    if (within(t, 4, 16)) {
         if (by_blocks<8>(safe, [&](int i) {
                 const V index =
-                    _mm256_add_epi8(distances(t.start + i), _mm256_set1_epi32(static_cast<int>(0x80018000)));
+                    _mm256_add_epi8(distances<4>(t.start + i), _mm256_set1_epi32(static_cast<int>(0x80018000)));
+                eight(i, [&](const uint8_t* row) { return _mm256_shuffle_epi8(windows(row, i), index); });
+            }))
+            done = safe;
+    } else if (within(t, 2, 16)) {
+        constexpr Shuffle kFirst = {
+            {0, -128, 1, -128, 0, -128, 1, -128, -128, -128, -128, -128, -128, -128, -128, -128}};
+        constexpr Shuffle kLast = {
+            {-128, -128, -128, -128, -128, -128, -128, -128, 0, -128, 1, -128, 0, -128, 1, -128}};
+        if (by_blocks<8>(safe, [&](int i) {
+                const V d = distances<2>(t.start + i);
+                const V first = _mm256_add_epi8(d, kFirst.full()), last = _mm256_add_epi8(d, kLast.full());
                 eight(i, [&](const uint8_t* row) {
-                    return _mm256_shuffle_epi8(join(load16(row + t.start[i]), load16(row + t.start[i + 4])), index);
+                    return _mm256_or_si256(_mm256_shuffle_epi8(windows(row, i), first),
+                                           _mm256_shuffle_epi8(windows(row, i + 2), last));
                 });
             }))
             done = safe;
     }
-    for (const int safe = safe_columns(t, 4); done + 8 <= safe; done += 8)
+    for (const int most = safe_columns(t, 4); done + 8 <= most; done += 8)
         eight(done, [&](const uint8_t* row) {
             const V four = _mm256_i32gather_epi32(reinterpret_cast<const int*>(row), load(t.start + done), 1);
             return _mm256_shuffle_epi8(four, kWords.full());
@@ -220,21 +260,40 @@ void bilinear1(const uint8_t* a, const uint8_t* b, int weight, const FirTable& t
 template <class Out>
 void bilinear2(const uint8_t* a, const uint8_t* b, int weight, const FirTable& t, Out* out) {
     const V down = set16(weight), half = _mm256_set1_epi32(half_of(kSumShift<Out>));
+    const auto four = [&](int i, auto pairs) { // words of four columns and their neighbours
+        V v = _mm256_slli_epi16(pairs(a), kRowBits);
+        if (weight)
+            v = mix(v, _mm256_slli_epi16(pairs(b), kRowBits), down);
+        const H w = load16(t.weight + 2 * i);
+        const V twice = join(_mm_unpacklo_epi32(w, w), _mm_unpackhi_epi32(w, w));
+        put8(out + 2 * i, _mm256_add_epi32(_mm256_madd_epi16(v, twice), half));
+    };
+    int done = 0;
+    if (within<2>(t, 2, 16)) {
+        const int safe = safe_columns(t, 16);
+        constexpr Shuffle kPairs = {{0, -128, 2, -128, 1, -128, 3, -128, 0, -128, 2, -128, 1, -128, 3, -128}};
+        const V spread = join(_mm_setr_epi32(0, 0, 0x04040404, 0x04040404),
+                              _mm_setr_epi32(0x08080808, 0x08080808, 0x0C0C0C0C, 0x0C0C0C0C));
+        if (by_blocks<4>(safe, [&](int i) {
+                const H at = load16(t.start + i), d = _mm_sub_epi32(at, _mm_shuffle_epi32(at, 0xA0));
+                const V index = _mm256_add_epi8(_mm256_shuffle_epi8(both(d), spread), kPairs.full());
+                four(i, [&](const uint8_t* row) {
+                    const V windows = join(load16(row + t.start[i]), load16(row + t.start[i + 2]));
+                    return _mm256_shuffle_epi8(windows, index);
+                });
+            }))
+            done = safe;
+    }
     constexpr Shuffle kPairs = {{0, 2, 1, 3, 4, 6, 5, 7, 8, 10, 9, 11, 12, 14, 13, 15}};
-    if (!by_blocks<4>(t.cols, [&](int i) { // four bytes are just the two columns
-            const auto gather = [&](const uint8_t* row) {
-                int32_t pair[4];
-                for (int c = 0; c < 4; ++c)
-                    std::memcpy(pair + c, row + t.start[i + c], 4);
-                const H four = _mm_setr_epi32(pair[0], pair[1], pair[2], pair[3]);
-                return _mm256_slli_epi16(_mm256_cvtepu8_epi16(_mm_shuffle_epi8(four, kPairs.half())), kRowBits);
-            };
-            const H w = load16(t.weight + 2 * i);
-            const V twice = join(_mm_unpacklo_epi32(w, w), _mm_unpackhi_epi32(w, w));
-            const V sums = _mm256_add_epi32(_mm256_madd_epi16(mix(gather(a), gather(b), down), twice), half);
-            put8(out + 2 * i, sums);
-        }))
-        bilinear_of<2>(plain_kernels(), out)(a, b, weight, t, out);
+    for (; done + 4 <= t.cols; done += 4) // four bytes are just the two columns
+        four(done, [&](const uint8_t* row) {
+            int32_t pair[4];
+            for (int c = 0; c < 4; ++c)
+                std::memcpy(pair + c, row + t.start[done + c], 4);
+            const H quads = _mm_setr_epi32(pair[0], pair[1], pair[2], pair[3]);
+            return _mm256_cvtepu8_epi16(_mm_shuffle_epi8(quads, kPairs.half()));
+        });
+    bilinear_rest<2>(a, b, weight, t, out, done);
 }
 
 } // namespace
