@@ -7,10 +7,10 @@
 namespace tavi {
 namespace {
 
-// A rounded weight is off by a quarter of 2^-14 on average: with 256 of them a sum is off by half a step of 8 bits if
-// all samples lie as badly as they can, and by a fiftieth if they lie anyhow. Across a bit goes from the row, which
-// has six more than its samples need, to the weights with each doubling from 64 on; down there are sums in double
-// precision.
+// A rounded weight is off by a third of 2^-14 on average: with 256 of them a sum is off by two thirds of a step of 8
+// bits if all samples lie as badly as they can, and by a thirtieth if they lie anyhow. Across a bit goes from the
+// row, which has six more than its samples need, to the weights with each doubling from 64 on; down there are sums in
+// double precision.
 constexpr int kTapsInQ14 = 64;
 constexpr int kMostRows = 256;
 constexpr size_t kMostKept = 4u << 20; // bytes of rows
