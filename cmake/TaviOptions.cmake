@@ -13,7 +13,7 @@ if(NOT TAVI_SANITIZE AND NOT CMAKE_BUILD_TYPE STREQUAL "Debug" AND NOT CMAKE_CXX
     target_compile_options(tavi_options INTERFACE -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
 endif()
 # 64-bit lengths and inodes on 32-bit machines too: without, a file that has one counts as absent.
-target_compile_definitions(tavi_options INTERFACE _FILE_OFFSET_BITS=64)
+target_compile_definitions(tavi_options INTERFACE _FILE_OFFSET_BITS=64 TAVI_WITH_FRAMES=$<BOOL:${TAVI_WITH_FRAMES}>)
 if(TAVI_WERROR)
     target_compile_options(tavi_options INTERFACE -Werror)
 endif()

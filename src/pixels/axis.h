@@ -10,8 +10,8 @@ namespace tavi {
 
 enum class Filter : uint8_t { nearest, bilinear, box, triangle, bicubic, lanczos3 };
 
-/// Those that weigh all samples within reach of the centre and reach further when shrinking.
-inline bool is_windowed(Filter f) { return f >= Filter::triangle; }
+/// Those that weigh all samples within reach of the centre and reach further when shrinking. Only frames have them.
+constexpr bool is_windowed(Filter f) { return TAVI_WITH_FRAMES && f >= Filter::triangle; }
 
 /// How the samples of a destination axis lie on a source axis: sample i covers the source interval
 /// [i * num / den + offset / 2, (i + 1) * num / den + offset / 2), moved by `phase`. Beyond the ends the edge samples

@@ -104,7 +104,7 @@ bool ConversionRun::produce(int index, int first, const ImageView& out) {
         return false;
     if (s.kind == StepKind::convert)
         return convert_image(in, out);
-    if (s.kind == StepKind::recolour)
+    if (TAVI_WITH_FRAMES && s.kind == StepKind::recolour)
         return recolour_image(in, out);
     mirror_image(in, out);
     return true;
@@ -148,9 +148,9 @@ bool ConversionRun::make_columns(int first, const ImageView& out) {
                 continue;
             }
             const ImageView to = i == count_ - 1 ? strip : take(scratch, i, columns, out.height);
-            if (!to || !(i == turn_                   ? transpose_image(rows, to)
-                         : kind == StepKind::recolour ? recolour_image(done, to)
-                                                      : convert_image(done, to)))
+            if (!to || !(i == turn_                                       ? transpose_image(rows, to)
+                         : TAVI_WITH_FRAMES && kind == StepKind::recolour ? recolour_image(done, to)
+                                                                          : convert_image(done, to)))
                 return false;
             done = to;
         }

@@ -31,7 +31,7 @@ AxisMap axis_of(const Side& s, int src_shift, int dst_shift, const ScaleRequest&
     m.offset = src_shift ? s.first - 2 * begin : 0;
     const bool src_sited = s.src_sited && src_shift, dst_sited = s.dst_sited && dst_shift;
     m.replicated = src_shift > dst_shift && !src_sited;
-    if (src_sited || dst_sited) {
+    if (TAVI_WITH_FRAMES && (src_sited || dst_sited)) {
         // A source sample's centre comes a quarter of it earlier, a result's half a pixel.
         const int halves = (src_sited ? m.den : 0) - (dst_sited ? m.num : 0);
         const int finer = halves % 2 ? 2 : 1;

@@ -380,13 +380,23 @@ void Samples16::row(const ScaleJob& job, const SourceRows& src, int y, uint8_t* 
 // ----------------------------------------------------------------------------------------------------- the choice
 
 bool PlaneScaler::init(Scratch& scratch, int channels, bool wide, bool deep, const AxisMap& x, const AxisMap& y) {
-    job_ = {&kernels(), x, y, Divider(2 * y.den), Divider(2 * y.num), Window(y), channels, wide ? 2 : channels, deep};
+    job_ = {&kernels(),
+            x,
+            y,
+            Divider(2 * y.den),
+            Divider(2 * y.num),
+            is_windowed(y.filter) ? Window(y) : Window(),
+            channels,
+            wide ? 2 : channels,
+            deep};
     if (x.identity() && y.identity()) {
         way_ = CopyRows();
         return true;
     }
+#if TAVI_WITH_FRAMES
     if (is_windowed(x.filter))
         return wide ? way_.emplace<Windowed16>().init(scratch, job_) : way_.emplace<Windowed>().init(scratch, job_);
+#endif
     picks_ = x.filter == Filter::nearest || (picks_samples(x) && picks_samples(y));
     if (picks_ && deep && x.num < 2 * x.den) // by table lookups that write 16 bits
         return way_.emplace<AcrossThenDown>().init(scratch, job_);

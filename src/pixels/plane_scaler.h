@@ -34,7 +34,7 @@ struct ScaleJob {
     const Kernels* kernels = nullptr;
     AxisMap x, y;
     Divider y_unit{1}, y_length{1}; ///< by 2 * den and by 2 * num
-    Window y_window{{}};            ///< of a windowed filter
+    Window y_window;                ///< of a windowed filter
     int channels = 1;
     int step = 1;      ///< bytes per source column
     bool deep = false; ///< 8 bits are written with six fractional bits, in 16
@@ -159,8 +159,12 @@ public:
 private:
     ScaleJob job_;
     bool picks_ = false;
-    std::variant<CopyRows, PickColumns, HalveBoth, TwoTapsAtOnce, DownOnly, DownThenAcross, AcrossThenDown, Samples16,
-                 Windowed, Windowed16>
+    std::variant<CopyRows, PickColumns, HalveBoth, TwoTapsAtOnce, DownOnly, DownThenAcross, AcrossThenDown, Samples16
+#if TAVI_WITH_FRAMES
+                 ,
+                 Windowed, Windowed16
+#endif
+                 >
         way_;
 };
 

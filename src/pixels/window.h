@@ -11,6 +11,7 @@ namespace tavi {
 /// them. Computed with the four operations alone, so that they are the same on every machine.
 class Window {
 public:
+    Window() = default;
     explicit Window(const AxisMap& map);
 
     struct Samples {
@@ -32,13 +33,13 @@ private:
     int sample(int position) const;
 
     AxisMap map_;
-    Divider by_unit_;
-    int unit_;  ///< a position, in the units of centres
-    int reach_; ///< from the centre to where weights end, in those units
-    int step_;  ///< from centre to centre, in those units
-    int first_; ///< the first centre
-    int count_; ///< positions: samples, or what they are replicated to
-    int lobes_; ///< on each side of the centre
+    Divider by_unit_{1};
+    int unit_ = 1;  ///< a position, in the units of centres
+    int reach_ = 0; ///< from the centre to where weights end, in those units
+    int step_ = 0;  ///< from centre to centre, in those units
+    int first_ = 0; ///< the first centre
+    int count_ = 0; ///< positions: samples, or what they are replicated to
+    int lobes_ = 0; ///< on each side of the centre
     int taps_ = 0;
 };
 

@@ -231,6 +231,7 @@ void fir(const uint16_t* row, const FirTable& t, Out* out) {
         fir_of<C>(plain_kernels(), out)(row, t, out);
 }
 
+#if TAVI_WITH_FRAMES
 __attribute__((noinline)) bool fir_rows(const FirRows& table, void* out, bool to_words, int n) {
     const FirRows rows = table;
     return by_blocks<16>(n, [&](int i) {
@@ -254,6 +255,7 @@ void fir_rows(const FirRows& rows, Out* out, int n) {
     if (!fir_rows(rows, out, sizeof(Out) == 2, n))
         fir_rows_of(plain_kernels(), out)(rows, out, n);
 }
+#endif
 
 /// Sums of neighbours.
 inline int32x4_t add_pairs(int32x4_t a, int32x4_t b) {
@@ -336,10 +338,12 @@ void use_taps(Kernels& k) {
     k.bilinear_at[3] = bilinear_wide<4>;
     k.fir_to_16[0] = fir<1, uint16_t>;
     k.fir_to_16[1] = fir<2, uint16_t>;
+#if TAVI_WITH_FRAMES
     k.fir_to_16[2] = fir_wide<3, uint16_t>;
     k.fir_to_16[3] = fir_wide<4, uint16_t>;
     k.fir_rows_to_8 = fir_rows<uint8_t>;
     k.fir_rows_to_16 = fir_rows<uint16_t>;
+#endif
     k.bilinear_at_16[0] = bilinear<1, uint16_t>;
     k.bilinear_at_16[1] = bilinear<2, uint16_t>;
 }

@@ -38,20 +38,22 @@ void use_scale(Kernels& k) {
     k.blend16_to_8 = blend16_to_8_loop;
     k.blend16 = blend16_loop;
     k.box_rows = box_rows_loop;
-    k.fir_rows_to_8 = fir_rows_loop<uint8_t>;
-    k.fir_rows_to_16 = fir_rows_loop<uint16_t>;
     k.expand = expand_loop;
     k.wide_rows = wide_rows_loop;
-    k.wide_fir_rows = wide_fir_rows_loop;
     k.wide_fir = wide_fir_loop;
     for_each<4>([&](auto i) {
         k.fir_to_8[i] = fir_loop<i + 1, uint8_t>;
-        k.fir_to_16[i] = fir_loop<i + 1, uint16_t>;
         k.spans_to_8[i] = spans_loop<i + 1, uint8_t>;
         k.bilinear_at[i] = bilinear_loop<i + 1, uint8_t>;
         k.halve[i] = halve_loop<i + 1>;
         k.third[i] = third_loop<i + 1>;
     });
+    for_each<TAVI_WITH_FRAMES ? 4 : 2>([&](auto i) { k.fir_to_16[i] = fir_loop<i + 1, uint16_t>; });
+#if TAVI_WITH_FRAMES // the windowed filters
+    k.fir_rows_to_8 = fir_rows_loop<uint8_t>;
+    k.fir_rows_to_16 = fir_rows_loop<uint16_t>;
+    k.wide_fir_rows = wide_fir_rows_loop;
+#endif
     for_each<2>([&](auto i) {
         k.spans_to_16[i] = spans_loop<i + 1, uint16_t>;
         k.bilinear_at_16[i] = bilinear_loop<i + 1, uint16_t>;
