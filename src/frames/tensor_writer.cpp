@@ -7,6 +7,7 @@
 #include <type_traits>
 
 #include "frames/frame_access.h"
+#include "kernels/kernels.h"
 
 namespace tavi {
 namespace {
@@ -140,8 +141,9 @@ Refusal TensorWriter::init(Scratch& scratch, const tavi_tensor_t* tensor) {
     for (int c = 0; c < channels_; ++c) {
         uint8_t* const table = tables + static_cast<size_t>(c) * kValues * element_bytes_;
         fill_table(table, t, c);
-        table_[c] = table;
+        channel_[c].table = table;
     }
+    find_quick_ways(t);
     return {};
 }
 
@@ -153,36 +155,94 @@ const uint8_t* TensorWriter::end() const {
     return data_ + last_channel + row_pitch_ * (static_cast<size_t>(height_) - 1) + row;
 }
 
+namespace {
+
+constexpr int kChunk = 512; ///< pixels whose channels are taken apart at a time
+
+/// `__restrict`: elements of one byte might be anything else otherwise, and all would be read again after each.
+template <class Element>
+void look_up(const uint8_t* __restrict from, const Element* __restrict table, Element* __restrict to, int count,
+             int step = 1) {
+    for (int i = 0; i < count; ++i)
+        to[step * i] = table[from[step * i]];
+}
+
+/// Bytes that differ from their values in some bits alone.
+void exchange_bits(const uint8_t* from, uint8_t* to, int count, uint8_t bits) {
+    const uint64_t eight = 0x0101010101010101u * bits;
+    int i = 0;
+    for (uint64_t word; i + 8 <= count; i += 8) {
+        std::memcpy(&word, from + i, 8);
+        word ^= eight;
+        std::memcpy(to + i, &word, 8);
+    }
+    for (; i < count; ++i)
+        to[i] = from[i] ^ bits;
+}
+
+} // namespace
+
+// Whether the elements come out of a vector loop as they stand in the table, bit for bit.
+void TensorWriter::find_quick_ways(const tavi_tensor_t& t) {
+    uint8_t values[kValues];
+    for (int i = 0; i < kValues; ++i)
+        values[i] = static_cast<uint8_t>(i);
+    for (int c = 0; c < channels_; ++c) {
+        Channel& channel = channel_[c];
+        const auto* const bytes = static_cast<const uint8_t*>(channel.table);
+        if (element_bytes_ == 1) {
+            channel.bits = bytes[0];
+            channel.quick = true;
+            for (int i = 0; i < kValues; ++i)
+                channel.quick = channel.quick && bytes[i] == (i ^ channel.bits);
+        } else if (element_bytes_ == 4) {
+            float made[kValues];
+            channel.mean = t.mean[c];
+            channel.scale = t.scale[c] != 0 ? t.scale[c] : 1;
+            kernels().to_float(values, made, kValues, channel.mean, channel.scale);
+            channel.quick = std::memcmp(made, channel.table, sizeof made) == 0;
+        }
+    }
+    alike_ = channels_ == 3;
+    for (int c = 1; c < channels_; ++c)
+        alike_ = alike_ && std::memcmp(channel_[0].table, channel_[c].table, kValues * element_bytes_) == 0;
+}
+
+template <class Element>
+void TensorWriter::write_row(const Channel& channel, const uint8_t* from, Element* to, int count) {
+    if (!channel.quick)
+        look_up(from, static_cast<const Element*>(channel.table), to, count);
+    else if constexpr (sizeof(Element) == 1)
+        exchange_bits(from, to, count, channel.bits);
+    else if constexpr (sizeof(Element) == 4)
+        kernels().to_float(from, to, count, channel.mean, channel.scale);
+}
+
 template <class Element>
 void TensorWriter::write_elements(const ImageView& pixels, int x, int y) const {
-    const Element* table[3] = {};
-    for (int c = 0; c < channels_; ++c)
-        table[c] = static_cast<const Element*>(table_[c]);
-    const auto at = [&](int channel, int row) {
-        const size_t across =
-            static_cast<size_t>(x) * sizeof(Element) * (planar_ ? 1 : static_cast<size_t>(channels_));
-        return reinterpret_cast<Element*>(data_ + static_cast<size_t>(channel) * (planar_ ? channel_pitch_ : 0) +
-                                          static_cast<size_t>(row) * row_pitch_ + across);
-    };
+    const size_t across = static_cast<size_t>(x) * sizeof(Element) * (planar_ ? 1 : static_cast<size_t>(channels_));
     for (int i = 0; i < pixels.height; ++i) {
-        const uint8_t* from = pixels.plane[0].row(i);
-        Element* to = at(0, y + i);
+        const uint8_t* const from = pixels.plane[0].row(i);
+        uint8_t* const row = data_ + static_cast<size_t>(y + i) * row_pitch_ + across;
+        const auto at = [&](int channel) {
+            return reinterpret_cast<Element*>(row + static_cast<size_t>(channel) * channel_pitch_);
+        };
         if (channels_ == 1) {
-            for (int k = 0; k < pixels.width; ++k)
-                to[k] = table[0][from[k]];
+            write_row(channel_[0], from, at(0), pixels.width);
         } else if (planar_) {
-            Element *second = at(1, y + i), *third = at(2, y + i);
-            for (int k = 0; k < pixels.width; ++k, from += 3) {
-                to[k] = table[0][from[0]];
-                second[k] = table[1][from[1]];
-                third[k] = table[2][from[2]];
+            uint8_t apart[3][kChunk];
+            uint8_t* const rows[3] = {apart[0], apart[1], apart[2]};
+            for (int done = 0; done < pixels.width; done += kChunk) {
+                const int count = std::min(kChunk, pixels.width - done);
+                kernels().split3(from + 3 * static_cast<ptrdiff_t>(done), rows, count);
+                for (int c = 0; c < 3; ++c)
+                    write_row(channel_[c], apart[c], at(c) + done, count);
             }
+        } else if (alike_) {
+            write_row(channel_[0], from, at(0), 3 * pixels.width);
         } else {
-            for (int k = 0; k < pixels.width; ++k, from += 3, to += 3) {
-                to[0] = table[0][from[0]];
-                to[1] = table[1][from[1]];
-                to[2] = table[2][from[2]];
-            }
+            for (int c = 0; c < 3; ++c)
+                look_up(from + c, static_cast<const Element*>(channel_[c].table), at(0) + c, pixels.width, 3);
         }
     }
 }

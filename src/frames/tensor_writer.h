@@ -27,6 +27,16 @@ public:
     void write(const ImageView& pixels, int x, int y) const;
 
 private:
+    struct Channel {
+        const void* table; ///< 256 elements
+        bool quick;        ///< they are what a vector loop makes of the values:
+        uint8_t bits;      ///< bytes, with these bits exchanged
+        float mean, scale; ///< or floats
+    };
+
+    void find_quick_ways(const tavi_tensor_t& tensor);
+    template <class Element>
+    static void write_row(const Channel& channel, const uint8_t* from, Element* to, int count);
     template <class Element>
     void write_elements(const ImageView& pixels, int x, int y) const;
 
@@ -37,7 +47,8 @@ private:
     size_t row_pitch_ = 0, channel_pitch_ = 0; ///< bytes
     int width_ = 0, height_ = 0;
     const Format* format_ = nullptr;
-    const void* table_[3] = {}; ///< of each channel, 256 elements
+    Channel channel_[3] = {};
+    bool alike_ = false; ///< all three channels
 };
 
 /// A number as IEEE 754 binary16, rounded to nearest, ties to even.

@@ -39,6 +39,7 @@ void use_orders(Kernels& k);
 void use_scale(Kernels& k);
 void use_taps(Kernels& k);
 void use_geometry(Kernels& k);
+void use_elements(Kernels& k);
 } // namespace TAVI_SIMD_BUILD
 
 namespace {
@@ -56,6 +57,9 @@ const Kernels& simd_kernels() {
         TAVI_SIMD_BUILD::use_scale(k);
         TAVI_SIMD_BUILD::use_taps(k);
         TAVI_SIMD_BUILD::use_geometry(k);
+#if TAVI_WITH_FRAMES
+        TAVI_SIMD_BUILD::use_elements(k);
+#endif
         return k;
     });
 }

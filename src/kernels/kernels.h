@@ -191,6 +191,12 @@ struct Kernels {
     /// Fills `size` bytes, 48 or more, with a pattern of 60 that repeats every 12.
     void (*repeat12)(uint8_t* to, size_t size, const uint8_t* pattern);
 
+    // ---- elements of tensors
+    /// Pixels of three bytes into three rows of one; any count.
+    void (*split3)(const uint8_t* pixels, uint8_t* const rows[3], int n);
+    /// (value - mean) * scale of bytes, each operation rounded; any count, elements may be anywhere.
+    void (*to_float)(const uint8_t* bytes, float* out, int n, float mean, float scale);
+
     // ---- orientation
     void (*mirror[4])(const uint8_t* row, uint8_t* out, int cols); ///< by bytes per column - 1
     /// Transposes 16 rows of `cols` columns into `cols` rows of 16; by bytes per column - 1.

@@ -208,6 +208,19 @@ TEST_F(KernelsTest, Repetition) {
     });
 }
 
+TEST_F(KernelsTest, ElementsOfTensors) {
+    each_row([&](int n, size_t off) {
+        const uint8_t* pixels = noise(3 * static_cast<size_t>(n), off);
+        same(3 * static_cast<size_t>(n), off, [&](const Kernels& k, uint8_t* o) {
+            uint8_t* const rows[3] = {o + n, o, o + 2 * n};
+            k.split3(pixels, rows, n);
+        });
+        same(4 * static_cast<size_t>(n), 0, [&](const Kernels& k, uint8_t* o) {
+            k.to_float(pixels, reinterpret_cast<float*>(o), n, 123.675f, 1 / 58.395f);
+        });
+    });
+}
+
 // Each in a process of its own: the setting is read once.
 
 TEST(KernelsSetting, NamesTheBuild) {

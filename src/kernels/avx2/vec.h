@@ -18,6 +18,7 @@ void use_orders(Kernels& k);
 void use_scale(Kernels& k);
 void use_taps(Kernels& k);
 void use_geometry(Kernels& k);
+void use_elements(Kernels& k);
 
 namespace {
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The plain build, from which the others start.
 #include "kernels/plain/colour.h"
+#include "kernels/plain/elements.h"
 #include "kernels/plain/geometry.h"
 #include "kernels/plain/scale.h"
 #include "os/locks.h"
@@ -63,6 +64,10 @@ void use_scale(Kernels& k) {
 
 void use_geometry(Kernels& k) {
     k.repeat12 = repeat12_loop;
+#if TAVI_WITH_FRAMES
+    k.split3 = split3_loop;
+    k.to_float = to_float_loop;
+#endif
     for_each<4>([&](auto i) {
         k.affine_span[i] = affine_span_loop<i + 1>;
         k.mirror[i] = mirror_loop<i + 1>;
