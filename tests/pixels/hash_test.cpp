@@ -22,8 +22,8 @@ uint64_t hash(uint64_t h, const std::vector<uint8_t>& bytes) {
     return h;
 }
 
-/// Goes on with pictures from a source format into all formats.
-uint64_t hash_of(uint64_t h, int from, const int (&shape)[4], int mode, int method) {
+/// Goes on with pictures from a source format into all formats; with `other` into another colour and siting.
+uint64_t hash_of(uint64_t h, int from, const int (&shape)[4], int mode, int method, bool other = false) {
     for (int to = 0; to < 16; ++to) {
         Pixels src(from, shape[0], shape[1]);
         Pixels dst(to, shape[exchanges_sides(mode) ? 3 : 2], shape[exchanges_sides(mode) ? 2 : 3]);
@@ -32,7 +32,12 @@ uint64_t hash_of(uint64_t h, int from, const int (&shape)[4], int mode, int meth
             seed = seed * 1664525u + 1013904223u;
             src.data()[i] = static_cast<uint8_t>(seed >> 24);
         }
-        EXPECT_FALSE(convert_views(src.view(), dst.view(), mode, method));
+        ImageView result = dst.view();
+        if (other) {
+            result.color = {Matrix::bt709, true};
+            result.siting = {true, false};
+        }
+        EXPECT_FALSE(convert_views(src.view(), result, mode, method));
         h = hash(h, dst.bytes());
     }
     return h;
@@ -57,6 +62,8 @@ std::map<std::string, uint64_t> results() {
                                      std::to_string(shape[1]) + " to " + std::to_string(shape[2]) + "x" +
                                      std::to_string(shape[3]);
             out[name] = h;
+            out[name + ", other colour"] =
+                hash_of(0xCBF29CE484222325u, from, shape, 0, TAVI_IMAGE_RESIZE_BILINEAR, true);
             if (scales) {
                 h = 0xCBF29CE484222325u;
                 for (int method = 4; method <= 6; ++method)
