@@ -36,6 +36,14 @@ void add_conversions(std::vector<Row>& rows, int w, int h) {
     }
 }
 
+void add_large(std::vector<Row>& rows) {
+    for (const auto& [from, to] : {std::pair{NV12, RGB}, {YUYV, NV12}, {RGB, NV12}}) {
+        Row r = make(Kind::convert, from, 3840, 2160, to, 3840, 2160);
+        r.name = name_of(from) + " to " + name_of(to) + " 3840x2160";
+        rows.push_back(r);
+    }
+}
+
 void add_resizes(std::vector<Row>& rows) {
     struct Resize {
         int s, sw, sh, d, dw, dh;
@@ -54,6 +62,7 @@ void add_resizes(std::vector<Row>& rows) {
         {NV12, 3840, 2160, RGB, 640, 360, false},      {RGB, 1920, 1080, NV12, 1280, 720, false},
         {NV12, 1920, 1080, RGB, 640, 640, true},       {NV12, 1920, 1080, RGB, 300, 300, true},
         {YUYV, 1280, 720, BGR, 640, 360, true},        {NV12, 3840, 2160, RGB, 640, 360, true},
+        {RGB, 3840, 2160, RGB, 1920, 1200, true},      {NV12, 3840, 2160, RGB, 1280, 1280, false},
         {RGB, 1920, 1080, NV12, 1280, 720, true},
     };
     for (const Resize& z : kResizes) {
@@ -106,6 +115,10 @@ void add_transforms(std::vector<Row>& rows) {
             r.name = std::string(m.second) + " " + name_of(f) + " 1920x1080";
             rows.push_back(r);
         }
+    Row large = make(Kind::transform, NV12, 3840, 2160, NV12, 2160, 3840);
+    large.mode = TAVI_IMAGE_TRANSFORM_ROTATE_90;
+    large.name = "rotate 90 nv12 3840x2160";
+    rows.push_back(large);
     for (bool face : {true, false}) {
         Row r = make(Kind::affine, RGB, 1920, 1080, RGB, face ? 112 : 1920, face ? 112 : 1080);
         const double angle = 0.2, scale = face ? 0.35 : 1.0;
@@ -181,6 +194,7 @@ std::vector<Row> all_rows() {
     std::vector<Row> rows;
     add_conversions(rows, 1920, 1080);
     add_conversions(rows, 640, 480);
+    add_large(rows);
     add_resizes(rows);
     add_regions(rows);
     add_tensors(rows);

@@ -5,17 +5,19 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/packages.sh
 need "${build_packages[@]}" "${test_packages[@]}"
-cmake --preset release -DTAVI_BUILD_TESTS=ON >/dev/null
-cmake --build --preset release
-prefix=$PWD/build/installed
+build=build/install # its tests are not built: configuring takes the examples out of the pages
+cmake --preset release -B "$build" -DTAVI_BUILD_TESTS=ON -DTAVI_BUILD_TOOLS=OFF >/dev/null
+cmake --build "$build" --target tavi_image tavi_image_static
+prefix=$PWD/$build/prefix
 rm -rf "$prefix"
-cmake --install build/release --prefix "$prefix" >/dev/null
+cmake --install "$build" --prefix "$prefix" >/dev/null
 export PKG_CONFIG_PATH=$prefix/lib/pkgconfig:$prefix/lib/$(gcc -print-multiarch)/pkgconfig
 read -ra flags <<<"$(pkg-config --cflags tavi_image)"
 read -ra libraries <<<"$(pkg-config --libs tavi_image)"
-objects=build/installed/objects
+objects=$build/objects
+rm -rf "$objects"
 mkdir -p "$objects"
-for example in build/release/tests/backends/example_*; do
+for example in "$build"/tests/backends/example_*; do
     case $example in
     *.c) gcc -std=c99 -Wall -Wextra -Werror "${flags[@]}" -c "$example" -o "$objects/$(basename "$example").o" ;;
     *) g++ -std=c++17 -Wall -Wextra -Werror "${flags[@]}" -c "$example" -o "$objects/$(basename "$example").o" ;;
@@ -23,5 +25,5 @@ for example in build/release/tests/backends/example_*; do
 done
 g++ -std=c++17 -Iinclude -Isrc -Isrc/services -Itests -DTAVI_ASSETS="\"$PWD/assets\"" tests/backends/examples_test.cpp \
     "$objects"/*.o "${libraries[@]}" -Wl,-rpath,"$(pkg-config --variable=libdir tavi_image)" -lgtest -lgtest_main -pthread \
-    -o build/installed/examples
-build/installed/examples --gtest_brief=1
+    -o "$build/examples"
+"$build/examples" --gtest_brief=1
