@@ -26,4 +26,7 @@ done
 g++ -std=c++17 -Iinclude -Isrc -Isrc/services -Itests -DTAVI_ASSETS="\"$PWD/assets\"" tests/backends/examples_test.cpp \
     "$objects"/*.o "${libraries[@]}" -Wl,-rpath,"$(pkg-config --variable=libdir tavi_image)" -lgtest -lgtest_main -pthread \
     -o "$build/examples"
-"$build/examples" --gtest_brief=1
+# Each in a process of its own: settings are read once.
+for name in $("$build/examples" --gtest_list_tests | sed -n 's/^  //p'); do
+    "$build/examples" --gtest_brief=1 --gtest_filter="Examples.$name"
+done
