@@ -106,15 +106,19 @@ Refusal FrameAccess::open(const tavi_frame_t* frame, Access access, const char* 
         if (plane_[i].fd > 0 && std::none_of(plane_, plane_ + i, same_buffer))
             plane_[i].sync.emplace(plane_[i].fd, access);
     }
-    for (int i = 1; i < planes; ++i)
-        for (int k = 0; k < i; ++k)
-            if (share_bytes(address_of(plane_[k].view), plane_[k].view, address_of(plane_[i].view), plane_[i].view))
+    for (int i = 1; i < planes; ++i) {
+        for (int k = 0; k < i; ++k) {
+            int64_t starts[2];
+            if (find_starts(plane_[k], plane_[i], starts[0], starts[1]) &&
+                share_bytes(starts[0], plane_[k].view, starts[1], plane_[i].view))
                 return {TAVI_RET_PARAM_ERR,
                         "%s.plane[%d] and %s.plane[%d] overlap: allowed are separate planes",
                         name,
                         k,
                         name,
                         i};
+        }
+    }
     for (int i = 0; i < planes; ++i)
         shape.plane[i] = plane_[i].view;
     if (planes == 3 && shape.format->swapped())
@@ -194,9 +198,10 @@ int64_t FrameAccess::place_in(int fd, const Plane& p) {
 bool FrameAccess::find_starts(const Plane& a, const Plane& b, int64_t& a_start, int64_t& b_start) {
     a_start = address_of(a.view);
     b_start = address_of(b.view);
-    if (!a.mapped && !b.mapped)
+    // One buffer may be seen at several addresses, and what is mapped for this call has one of its own: the place in
+    // the buffer counts.
+    if (!a.mapped && !b.mapped && (a.fd <= 0 || b.fd <= 0 || !is_same_buffer(a.fd, b.fd)))
         return true;
-    // What is mapped for this call is seen at an address of its own: the place in the buffer counts.
     const int fd = a.mapped ? a.fd : b.fd;
     a_start = place_in(fd, a);
     b_start = place_in(fd, b);
@@ -205,7 +210,8 @@ bool FrameAccess::find_starts(const Plane& a, const Plane& b, int64_t& a_start, 
 
 FrameAccess::Overlap FrameAccess::overlap(const FrameAccess& other) const {
     const int planes = view_.planes(), others = other.view_.planes();
-    bool same = planes == others, meet = false;
+    bool same = planes == others && view_.width == other.view_.width && view_.height == other.view_.height,
+         meet = false;
     for (int i = 0; i < planes; ++i) {
         for (int k = 0; k < others; ++k) {
             const Plane &a = plane_[i], &b = other.plane_[k];

@@ -18,7 +18,8 @@ bool share_lines(const tavi_executor_t* executor, int lines, int64_t pixels, con
     constexpr int64_t kPixelsWorthAThread = 64 * 1024; // waking a thread takes some ten microseconds
     const int threads = executor ? (executor->concurrency ? executor->concurrency : 4) : 1;
     const int most = static_cast<int>(std::min<int64_t>(lines / kLinesTogether, pixels / kPixelsWorthAThread));
-    const int parts = std::min(threads > 1 ? 2 * threads : 1, most); // the second half evens out what the first left
+    const int parts = static_cast<int>(std::min<int64_t>(threads > 1 ? int64_t{2} * threads : 1,
+                                                         most)); // the second half evens out what the first left
     if (parts <= 1)
         return make(0, lines);
     struct Shared {

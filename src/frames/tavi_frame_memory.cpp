@@ -46,6 +46,9 @@ Refusal lay_out_planes(tavi_frame_t* frame, uint32_t alignment, uint64_t& bytes)
 Refusal give_memory(tavi_frame_t* frame, uint32_t alignment, int32_t mem_type) {
     if (!frame)
         return {TAVI_RET_PARAM_ERR, "frame is null"};
+    if (mem_type < 0 || mem_type >= TAVI_MEM_TYPE_COUNT)
+        return {TAVI_RET_PARAM_ERR, "mem_type=%d: allowed are 0 (heap), 1 (device) and 2 (contiguous device)",
+                mem_type};
     tavi_frame_t made = *frame;
     std::memset(made.plane, 0, sizeof made.plane);
     uint64_t bytes = 0;
@@ -114,10 +117,10 @@ Refusal to_image(const tavi_frame_t* frame, tavi_image_t* image) {
     if (const Refusal no = lay_out_planes(&tight, 1, bytes))
         return no;
     const tavi_plane_t& first = frame->plane[0];
-    if (!first.data && (first.fd <= 0 || first.offset))
-        return {TAVI_RET_PARAM_ERR,
-                "frame.plane[0]: data is null, fd=%d, offset=%u: allowed are data, or fd from 0 on", first.fd,
-                first.offset};
+    if (!first.data && first.fd <= 0)
+        return {TAVI_RET_PARAM_ERR, "frame.plane[0] has no memory: data is null and fd=%d", first.fd};
+    if (first.fd > 0 && first.offset) // an image's descriptor has no offset: an engine would work at the wrong place
+        return {kNo, "frame.plane[0].offset=%u of fd=%d: an image begins at 0", first.offset, first.fd};
     for (int i = 0; i < f.planes; ++i) {
         const tavi_plane_t &p = frame->plane[i], &t = tight.plane[i];
         if (p.pitch != t.pitch || p.fd != first.fd || (p.fd > 0 && p.offset != first.offset + t.offset) ||

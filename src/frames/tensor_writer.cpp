@@ -124,7 +124,7 @@ Refusal TensorWriter::init(Scratch& scratch, const tavi_tensor_t* tensor) {
         return {TAVI_RET_PARAM_ERR, "tensor.row_pitch=%u: allowed are 0 and multiples of %zu from %llu on",
                 t.row_pitch, element_bytes_, static_cast<unsigned long long>(row)};
     const uint64_t plane = pitch * (t.height - 1) + row;
-    const uint64_t channel = t.channel_pitch ? t.channel_pitch : pitch * t.height;
+    const uint64_t channel = planar_ && t.channel_pitch ? t.channel_pitch : pitch * t.height;
     if (planar_ && (channel < plane || channel % element_bytes_))
         return {TAVI_RET_PARAM_ERR, "tensor.channel_pitch=%llu: allowed are 0 and multiples of %zu from %llu on",
                 static_cast<unsigned long long>(t.channel_pitch), element_bytes_,

@@ -29,7 +29,11 @@ struct AxisMap {
     bool replicated = false;
 
     /// Replicated, a window takes in neighbours at this ratio, too: it is two positions to one.
-    bool identity() const { return num == den && offset == 0 && phase == 0 && !(replicated && is_windowed(filter)); }
+    /// The last sample of an odd side that rounds up goes twice where there is one less on the other side.
+    bool identity() const {
+        return num == den && offset == 0 && phase == 0 && dst_count <= src_count &&
+               !(replicated && is_windowed(filter));
+    }
 };
 
 /// The filter of one axis for a resize method or filter of the public headers.
@@ -100,7 +104,12 @@ inline bool picks_samples(const AxisMap& m) {
     return m.filter == Filter::bilinear && m.offset == 0 && m.phase == 0 && num % m.den == 0 && num / m.den % 2 == 1;
 }
 
-/// Two samples to one, both with the same weight, whatever the filter.
+/// The middle one of each three samples, all of which are there: of an odd side that rounds up they may not be.
+inline bool takes_middles(const AxisMap& m) {
+    return m.num == 3 * m.den && m.offset == 0 && m.phase == 0 && 3 * m.dst_count <= m.src_count;
+}
+
+/// Two samples to one, both with the same weight, whatever the filter; the last result may have only one.
 inline bool halves(const AxisMap& m) {
     return m.filter != Filter::nearest && m.offset == 0 && m.phase == 0 && m.num == 2 * m.den;
 }

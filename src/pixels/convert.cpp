@@ -204,6 +204,29 @@ ImageView lines_of(const ImageView& view, bool by_columns, int first, int end) {
     return crop(view, by_columns ? Box{first, 0, end - first, view.height} : Box{0, first, view.width, end - first});
 }
 
+namespace {
+
+/// crop() where a part of a picture that rounds chroma down ends between samples: the last column or row keeps the
+/// sample that covers it, unless it is that of the picture. A part that needs both is widened, for the scaler to cut.
+ImageView crop_with_chroma(const ImageView& source, Box& part) {
+    ImageView from = source;
+    const int wide = source.format->xshift(), tall = source.format->yshift();
+    const bool odd_x = wide && part.width % 2, odd_y = tall && part.height % 2;
+    const bool cut_x = odd_x && part.x + part.width < source.width,
+               cut_y = odd_y && part.y + part.height < source.height;
+    if (!source.chroma_up && (cut_x || cut_y)) {
+        if (cut_x == odd_x && cut_y == odd_y) {
+            from.chroma_up = true;
+        } else {
+            part.width += cut_x;
+            part.height += cut_y;
+        }
+    }
+    return crop(from, part);
+}
+
+} // namespace
+
 Conversion::Conversion(const ImageView& source, const Box& part_of_source, const ImageView& dst, int mode, int how)
     : method(how), dst_height(dst.height), dst_chroma_up(dst.chroma_up), dst_siting(dst.siting),
       src_color(color_between(source, dst)), dst_color(dst.format->is_yuv() ? dst.color : src_color) {
@@ -227,7 +250,7 @@ Conversion::Conversion(const ImageView& source, const Box& part_of_source, const
         part.width = std::min(whole(part.width, wide), source.width - x);
         part.height = std::min(whole(part.height, tall), source.height - y);
     }
-    src = crop(source, part);
+    src = crop_with_chroma(source, part);
     plan = make_plan({src.format, src.width, src.height, box, dst.format, dst.width, dst.height, mode, src.chroma_up,
                       dst.chroma_up, src_color != dst_color});
     by_columns = turned;

@@ -179,7 +179,7 @@ bool PickColumns::init(Scratch& scratch, const ScaleJob& job) {
     const AxisMap& x = job.x;
     if (job.deep && !(picked = scratch.take<uint8_t>(job.result_elements())))
         return false;
-    if (x.num == 3 * x.den && x.offset == 0)
+    if (takes_middles(x))
         return true;
     start = scratch.take<int32_t>(x.dst_count);
     if (!start)
@@ -210,10 +210,20 @@ void PickColumns::row(const ScaleJob& job, const SourceRows& src, int y, uint8_t
 
 void HalveBoth::row(const ScaleJob& job, const SourceRows& src, int y, uint8_t* out) {
     const ScaleJob::Rows r = job.rows_for(y);
+    const uint8_t *const a = src.row(r.first), *const b = src.row(r.last);
+    const int channels = job.channels, pairs = std::min(job.x.dst_count, job.x.src_count / 2);
     if (job.deep)
-        job.kernels->halve_to_16[job.channels - 1](src.row(r.first), src.row(r.last), deep_row(out), job.x.dst_count);
+        job.kernels->halve_to_16[channels - 1](a, b, deep_row(out), pairs);
     else
-        job.kernels->halve[job.channels - 1](src.row(r.first), src.row(r.last), out, job.x.dst_count);
+        job.kernels->halve[channels - 1](a, b, out, pairs);
+    // An odd number of samples, rounded up: the last stands alone.
+    for (int i = pairs * channels; i < job.result_elements(); ++i) {
+        const int sum = a[i + pairs * channels] + b[i + pairs * channels];
+        if (job.deep)
+            deep_row(out)[i] = static_cast<uint16_t>(sum << (kRowBits - 1));
+        else
+            out[i] = static_cast<uint8_t>((sum + 1) >> 1);
+    }
 }
 
 bool TwoTapsAtOnce::init(Scratch& scratch, const ScaleJob& job) { return build_fir(scratch, job, fir); }

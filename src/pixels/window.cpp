@@ -47,9 +47,12 @@ int Window::sample(int position) const {
     return map_.replicated ? std::min((position + map_.offset) >> 1, map_.src_count - 1) : position;
 }
 
-// A position's centre lies half a unit after its start; those at the very end of the reach weigh nothing.
+// A position's centre lies half a unit after its start; those at the very end of the reach weigh nothing. What lies
+// behind the last sample, as an odd end does where chroma rounds down, is taken at its end: farther off it might
+// weigh nothing, or next to nothing.
 Window::Positions Window::positions(int i) const {
-    const int centre = first_ + i * step_, from = centre - unit_ / 2, reach = lobes_ * reach_;
+    const int centre = std::min(first_ + i * step_, count_ * unit_), from = centre - unit_ / 2,
+              reach = lobes_ * reach_;
     const int begin = from < reach ? 0 : by_unit_(from - reach).quotient + 1;
     const int end = std::min(by_unit_(from + reach - 1).quotient + 1, count_);
     return {std::min(begin, count_ - 1), end, centre};

@@ -3,7 +3,9 @@
 // chroma rounds up, against the standards' formulas between colours.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
+#include <cstdint>
 #include <thread>
 #include <vector>
 
@@ -104,6 +106,58 @@ TEST(Frames, OddSizesOfBothRoundingsStayInTheirPlanes) {
                     ASSERT_EQ(convert(plain, again, mode_of(mode)), 0);
                     ASSERT_EQ(dst.pixels(), again.pixels());
                 }
+}
+
+// Chroma of odd sides has a sample more or less than whole steps of the picture take, on either side. What is of one
+// value stays so: nothing beside the samples is read, and there is no pixel without a weight.
+TEST(Frames, OddResultsOfWholeStepsAreOfTheirSamples) {
+    constexpr int kSources[] = {5, 7, 9, 12, 13}, kResults[] = {1, 5, 8, 9, 14};
+    for (const int s : kSources)
+        for (const int d : kResults)
+            for (const auto& [w, h, dw, dh] : {std::array{6, 6, 3, 3},
+                                               {66, 10, 33, 5},
+                                               {9, 9, 3, 3},
+                                               {93, 15, 31, 5},
+                                               {5, 5, 5, 10},
+                                               {7, 5, 14, 5},
+                                               {3, 3, 9, 9}})
+                for (int options_of = 0; options_of < 7 * 4 * 3; ++options_of) {
+                    const int rounding = options_of / 7 % 4;
+                    const tavi_color_space_t color{0, 1, options_of / 28};
+                    FrameMemory src(s, w, h, 0, rounding % 2, color), dst(d, dw, dh, 0, rounding / 2, color);
+                    src.fill([](uint8_t& byte) { byte = 128; });
+                    tavi_frame_options_t options{};
+                    options.filter = options_of % 7;
+                    SCOPED_TRACE(label(src, dst) + " options " + std::to_string(options_of));
+                    ASSERT_EQ(convert(src, dst, options), 0);
+                    ASSERT_TRUE(dst.intact());
+                    ASSERT_EQ(dst.pixels(), std::string(dst.pixels().size(), '\x80'));
+                }
+}
+
+// Where chroma rounds down, too, the last column and row of a part have the sample that covers them.
+TEST(Frames, CropsOfOddSidesKeepTheirChroma) {
+    for (int f = 5; f <= 14; ++f) {
+        FrameMemory src(f, 7, 5, 3, TAVI_CHROMA_ROUNDS_DOWN), whole(TAVI_PIXEL_FORMAT_RGB888, 7, 5);
+        src.noise(f);
+        ASSERT_EQ(convert(src, whole), 0);
+        for (const auto& [x, y, w, h] : {std::array{0, 0, 1, 1},
+                                         {0, 2, 1, 2},
+                                         {2, 0, 1, 5},
+                                         {2, 2, 3, 3},
+                                         {4, 0, 3, 1},
+                                         {0, 0, 5, 5},
+                                         {6, 4, 1, 1}}) {
+            FrameMemory part(TAVI_PIXEL_FORMAT_RGB888, w, h, 1);
+            tavi_frame_options_t options{};
+            options.crop = {x, y, w, h};
+            ASSERT_EQ(convert(src, part, options), 0);
+            for (int row = 0; row < h; ++row)
+                for (int i = 0; i < 3 * w; ++i)
+                    ASSERT_NEAR(part.view.plane[0].row(row)[i], whole.view.plane[0].at(x, y + row)[i], 1)
+                        << label(src, part) << " at " << x << " " << y << ", byte " << i << " of row " << row;
+        }
+    }
 }
 
 TEST(Frames, CropPlaceContainAndCover) {
@@ -278,6 +332,13 @@ TEST(Frames, ThreadsGiveTheSameBytes) {
                 ASSERT_TRUE(many.intact());
                 EXPECT_TRUE(mode || runs > 2);
             }
+    FrameMemory src(TAVI_PIXEL_FORMAT_RGB888, 640, 480), dst(TAVI_PIXEL_FORMAT_BGR888, 640, 480);
+    int runs = 0;
+    const tavi_executor_t executor{run_backwards, &runs, INT32_MAX};
+    tavi_frame_options_t options{};
+    options.executor = &executor;
+    ASSERT_EQ(convert(src, dst, options), 0);
+    EXPECT_GT(runs, 2);
 }
 
 } // namespace

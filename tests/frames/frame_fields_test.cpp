@@ -135,6 +135,11 @@ TEST(FrameFields, InPlaceAndSideBySide) {
     EXPECT_EQ(image.pixels(), wanted.pixels());
     EXPECT_TRUE(image.intact());
 
+    tavi_frame_t grey = image.frame; // rows of as many bytes do not make it the same size
+    grey.format = TAVI_PIXEL_FORMAT_GRAY8, grey.width = 64;
+    expect_refused(TAVI_RET_PARAM_ERR, "src and dst overlap",
+                   [&] { return tavi_frame_convert(&grey, &image.frame, nullptr, nullptr); });
+
     // The left half into the right half of the same rows; one column more overlaps.
     tavi_frame_t left = image.frame, right = image.frame;
     left.width = right.width = 8;
@@ -188,6 +193,20 @@ TEST(FrameFields, DescriptorsAndOffsets) {
     meets.plane[0].fd = dup(result.fd), meets.plane[0].offset = 114, to.plane[0].offset = 64;
     meets.height = 7;
     expect_refused(TAVI_RET_PARAM_ERR, "overlap", [&] { return tavi_frame_convert(&meets, &to, nullptr, nullptr); });
+
+    // So does what is mapped at another address, as descriptor and offset say, or one plane with the other.
+    auto* const seen = static_cast<uint8_t*>(mmap(nullptr, 464, PROT_READ | PROT_WRITE, MAP_SHARED, result.fd, 0));
+    auto* const again = static_cast<uint8_t*>(mmap(nullptr, 464, PROT_READ, MAP_SHARED, result.fd, 0));
+    ASSERT_TRUE(seen != MAP_FAILED && again != MAP_FAILED);
+    to.plane[0].data = seen + 64, meets.plane[0].data = again + 114;
+    expect_refused(TAVI_RET_PARAM_ERR, "overlap", [&] { return tavi_frame_convert(&meets, &to, nullptr, nullptr); });
+    tavi_frame_t planes = from;
+    planes.width = 4, planes.height = 4;
+    planes.plane[0] = {seen, result.fd, 0, 4}, planes.plane[1] = {nullptr, meets.plane[0].fd, 8, 4};
+    expect_refused(TAVI_RET_PARAM_ERR, "dst.plane[0] and dst.plane[1] overlap",
+                   [&] { return tavi_frame_convert(&from, &planes, nullptr, nullptr); });
+    munmap(seen, 464);
+    munmap(again, 464);
     close(meets.plane[0].fd);
 }
 
@@ -204,6 +223,7 @@ TEST(FrameFields, LayoutMemoryAndImages) {
     EXPECT_EQ(bytes, 17u * 48 + 2 * 9 * 32);
     expect_refused(TAVI_RET_PARAM_ERR, "alignment=3", [&] { return tavi_frame_layout(&f, 3, nullptr); });
 
+    expect_refused(TAVI_RET_PARAM_ERR, "mem_type=3: allowed are 0", [&] { return tavi_frame_create(&f, 64, 3); });
     ASSERT_EQ(tavi_frame_create(&f, 64, TAVI_MEM_TYPE_HEAP), 0);
     const tavi_frame_t held = f;
     std::memset(f.plane[0].data, 1, f.plane[2].offset + 9 * f.plane[2].pitch);
@@ -225,6 +245,11 @@ TEST(FrameFields, LayoutMemoryAndImages) {
     EXPECT_EQ(back.data, pixels.data());
     EXPECT_EQ(back.size, 33u * 17 * 3 / 2);
     EXPECT_EQ(back.is_prealloc_buf, 1);
+    const tavi_plane_t luma = f.plane[0];
+    f.plane[0].fd = 3, f.plane[0].offset = 4096;
+    expect_refused(TAVI_RET_UNSUPPORTED, "frame.plane[0].offset=4096",
+                   [&] { return tavi_frame_to_image(&f, &back); });
+    f.plane[0] = luma;
     f.plane[2].pitch = 17;
     expect_refused(TAVI_RET_UNSUPPORTED, "frame.plane[2]: pitch=17", [&] { return tavi_frame_to_image(&f, &back); });
     f.color.matrix = TAVI_MATRIX_BT709;
