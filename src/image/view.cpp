@@ -39,7 +39,7 @@ ImageView make_shape(const Format& format, int width, int height, ColorSpace col
     ImageView v;
     v.format = &format;
     v.color = color;
-    v.set_chroma_up(chroma_up);
+    v.chroma_up = chroma_up;
     v.width = width;
     v.height = height;
     size_planes(v);

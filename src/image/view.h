@@ -33,15 +33,12 @@ struct ImageView {
     int width = 0;
     int height = 0;
     PlaneView plane[3];
-    ColorSpace color; ///< of YUV pixels
-#if TAVI_WITH_FRAMES
-    Siting siting = {};     ///< of its chroma
+    ColorSpace color;       ///< of YUV pixels
     bool chroma_up = false; ///< chroma of odd sides is rounded up: the last odd column or row has samples of its own
-    void set_chroma_up(bool up) { chroma_up = up; }
+#if TAVI_WITH_FRAMES
+    Siting siting = {}; ///< of its chroma
 #else
     static constexpr Siting siting{};
-    static constexpr bool chroma_up = false;
-    void set_chroma_up(bool) {}
 #endif
 
     explicit operator bool() const { return format != nullptr; }
@@ -73,9 +70,7 @@ struct Box {
 inline constexpr int kMaxSide = 16384; ///< largest side that the pixel routines accept
 
 /// Samples along a side of so many pixels, each of which covers 1 << shift of them.
-constexpr int samples_along(int side, int shift, bool up) {
-    return (side + (TAVI_WITH_FRAMES && up ? (1 << shift) - 1 : 0)) >> shift;
-}
+constexpr int samples_along(int side, int shift, bool up) { return (side + (up ? (1 << shift) - 1 : 0)) >> shift; }
 
 /// Why an image cannot be viewed; null when it can. The text names what is allowed.
 const char* why_not_viewable(uint32_t pixel_format, uint32_t width, uint32_t height);

@@ -201,8 +201,6 @@ private:
 
     /// Whether chroma planes of the current size are larger where both sides meet than on one of them.
     bool rounds_otherwise(bool chroma_up, const Format& f) const {
-        if (!TAVI_WITH_FRAMES)
-            return false;
         const bool odd = width_ % (1 << f.xshift()) || height_ % (1 << f.yshift());
         return odd && chroma_up != (request_.src_chroma_up || request_.dst_chroma_up);
     }

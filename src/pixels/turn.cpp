@@ -59,7 +59,7 @@ bool transpose_chroma_422(const PlaneView& s, const PlaneView& d) {
         even.pitch = odd.pitch = 2 * s.pitch;
         even.data = s.row(2 * x);
         odd.data = s.row(2 * x + 1);
-        const bool alone = TAVI_WITH_FRAMES && 2 * (x + mean.rows) > s.rows; // the last row, of chroma that rounds up
+        const bool alone = 2 * (x + mean.rows) > s.rows; // the last row, of chroma that rounds up
         PlaneView pairs = mean;
         pairs.rows -= alone;
         average_rows(even, odd, pairs);
