@@ -60,7 +60,7 @@ typedef struct tavi_plane_t {
     uint8_t* data;   /**< first byte of the plane; null: reached through `fd` */
     int32_t fd;      /**< descriptor of the DMA buffer that holds the plane; 0 = none */
     uint32_t offset; /**< bytes from the start of that buffer to the plane */
-    uint32_t pitch;  /**< bytes from the start of one row to that of the next: any value from a row's length on */
+    uint32_t pitch;  /**< bytes from the start of one row to that of the next: from a row's length to 2^28 */
 } tavi_plane_t;
 
 /** Luma coefficients of YUV: ITU-R BT.601, BT.709, or BT.2020 with non-constant luminance. */
@@ -74,8 +74,9 @@ enum { TAVI_RANGE_LIMITED = 0, TAVI_RANGE_FULL = 1 };
 /**
  * Where a chroma sample stands among the luma samples that it covers: in their middle (JPEG, MPEG-1), at the left
  * ones and in the middle between the rows (MPEG-2, H.264), or at the top left one (BT.2020). Scaling samples chroma
- * accordingly. A conversion without scaling gives each pixel the sample that covers it, and each sample the mean of
- * its pixels, whatever the siting.
+ * accordingly between YUV frames, and where YUV gets smaller on its way to RGB; so does a crop that starts between
+ * chroma samples, at any size. All else gives each pixel the sample that covers it, and each sample the mean of its
+ * pixels, whatever the siting: a conversion without scaling, YUV that is enlarged into RGB, RGB into YUV.
  */
 typedef int32_t tavi_siting_t;
 enum { TAVI_SITING_CENTRE = 0, TAVI_SITING_LEFT = 1, TAVI_SITING_TOP_LEFT = 2 };
@@ -248,8 +249,9 @@ TAVI_API int tavi_frame_release(tavi_frame_t* frame);
  * @param options null: the defaults.
  * @param report  filled when not null and the call succeeds.
  * @return TAVI_RET_SUCCESS; TAVI_RET_PARAM_ERR for a field that is out of range, memory that is missing, too small or
- *         overlaps; TAVI_RET_UNSUPPORTED for a shape, format or filter that is not served, or an engine that must
- *         work and cannot; TAVI_RET_FAIL when there is no memory for temporaries or a descriptor cannot be mapped.
+ *         overlaps; TAVI_RET_UNSUPPORTED for a shape, format or transform that is not served, a plane that ends
+ *         2 GiB or more behind the start of its memory, or an engine that must work and cannot; TAVI_RET_FAIL
+ *         when there is no memory for temporaries or a descriptor cannot be mapped.
  */
 TAVI_API int tavi_frame_convert(const tavi_frame_t* src, const tavi_frame_t* dst, const tavi_frame_options_t* options,
                                 tavi_frame_report_t* report);

@@ -228,8 +228,8 @@ ImageView crop_with_chroma(const ImageView& source, Box& part) {
 } // namespace
 
 Conversion::Conversion(const ImageView& source, const Box& part_of_source, const ImageView& dst, int mode, int how)
-    : method(how), dst_height(dst.height), dst_chroma_up(dst.chroma_up), dst_siting(dst.siting),
-      src_color(color_between(source, dst)), dst_color(dst.format->is_yuv() ? dst.color : src_color) {
+    : method(how), dst_height(dst.height), dst_siting(dst.siting), src_color(color_between(source, dst)),
+      dst_color(dst.format->is_yuv() ? dst.color : src_color) {
     // Only what the box touches is converted: the source becomes the box, widened to whole chroma samples. A box that
     // starts between chroma samples is reached by scaling, also where the size stays.
     const int wide = source.format->xshift(), tall = source.format->yshift();
@@ -251,8 +251,12 @@ Conversion::Conversion(const ImageView& source, const Box& part_of_source, const
         part.height = std::min(whole(part.height, tall), source.height - y);
     }
     src = crop_with_chroma(source, part);
+    // A side without subsampled chroma does not round: what stands in between is as on the other one.
+    dst_chroma_up = dst.format->subsampled() ? dst.chroma_up : src.chroma_up;
+    if (!src.format->subsampled())
+        src.chroma_up = dst_chroma_up;
     plan = make_plan({src.format, src.width, src.height, box, dst.format, dst.width, dst.height, mode, src.chroma_up,
-                      dst.chroma_up, src_color != dst_color});
+                      dst_chroma_up, src_color != dst_color});
     by_columns = turned;
     lines = turned ? dst.width : dst.height;
     divisible = mode == TAVI_IMAGE_TRANSFORM_NONE || (dst.width | dst.height | src.width | src.height) % 2 == 0;

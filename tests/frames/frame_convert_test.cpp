@@ -160,6 +160,26 @@ TEST(Frames, CropsOfOddSidesKeepTheirChroma) {
     }
 }
 
+// The field is of subsampled formats: in others it says nothing.
+TEST(Frames, RoundingOfRgbIsNotLookedAt) {
+    for (int f = 5; f <= 14; ++f)
+        for (int options_of = 0; options_of < 7 * 2 * 2; ++options_of) {
+            const int rounding = options_of / 7 % 2;
+            const tavi_color_space_t color{0, 0, TAVI_SITING_TOP_LEFT};
+            tavi_frame_options_t options = mode_of(options_of / 14 ? TAVI_IMAGE_TRANSFORM_ROTATE_90 : 0);
+            options.filter = options_of % 7;
+            FrameMemory yuv(f, 33, 15, 0, rounding, color), up(1, 13, 11), down(1, 13, 11, 0, 1);
+            yuv.noise(options_of);
+            ASSERT_EQ(convert(yuv, up, options), 0);
+            ASSERT_EQ(convert(yuv, down, options), 0);
+            ASSERT_EQ(up.pixels(), down.pixels()) << label(yuv, up) << " options " << options_of;
+            FrameMemory of_up(f, 15, 9, 0, rounding, color), of_down(f, 15, 9, 0, rounding, color);
+            ASSERT_EQ(convert(up, of_up, options), 0);
+            ASSERT_EQ(convert(down, of_down, options), 0);
+            ASSERT_EQ(of_up.pixels(), of_down.pixels()) << label(up, of_up) << " options " << options_of;
+        }
+}
+
 TEST(Frames, CropPlaceContainAndCover) {
     FrameMemory src(TAVI_PIXEL_FORMAT_RGB888, 60, 40), dst(TAVI_PIXEL_FORMAT_YUV420SP_NV12, 41, 37, 3);
     src.noise(1);
