@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "backends/blit/blit_request.h"
 
-#include <cerrno>
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -125,10 +125,10 @@ bool lies_in_buffer(uint8_t* data, const Buffer& buffer, uint64_t offset, uint64
            (record.fd == buffer.fd || (identify_buffer(record.fd, own) && same_buffer(own, buffer)));
 }
 
-void Operand::set_extents(uint64_t least) {
+void Operand::complete_extents() {
     for (int i = 0; i < side.buffers(); ++i) {
         const uint64_t bytes = bytes_of(side, i);
-        extent[i] = i == 0 ? std::max(bytes, least) : bytes;
+        extent[i] = std::max(extent[i], bytes);
         // Less than a page more is what the kernel rounded up, not what anybody uses.
         if (memory[i].bytes - bytes >= kPage)
             extent[i] = memory[i].bytes;

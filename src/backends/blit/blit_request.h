@@ -3,8 +3,6 @@
 // not be trusted with, and the job with what lies around it kept.
 #pragma once
 
-#include <algorithm>
-
 #include "backends/blit/context_pool.h"
 
 namespace tavi {
@@ -18,8 +16,8 @@ struct Operand {
     uint64_t extent[2] = {0, 0}; ///< bytes of each buffer that may hold something, the picture's first
 
     explicit Operand(const char* n) : name(n) {}
-    /// The extents, where `least` bytes of the first buffer are known to be somebody's.
-    void set_extents(uint64_t least);
+    /// Completes the extents, which so far are what the memory service gave out.
+    void complete_extents();
 };
 
 /// A request that passed every check that needs no engine at hand.

@@ -47,7 +47,8 @@ Refusal take_operand(tavi_image_t* image, const FormatSet& offered, Operand& o) 
     o.side.height = static_cast<int>(image->height);
     o.side.box = Box{0, 0, o.side.width, o.side.height};
     o.data = image->data;
-    o.set_extents(extent);
+    o.extent[0] = extent;
+    o.complete_extents();
     return {};
 }
 
