@@ -7,7 +7,8 @@
  * input of a network.
  *
  * Everything is synchronous. Work runs on the caller's thread, or on threads that the caller lends through a
- * tavi_executor_t; the bytes are the same either way. Different frames may be used from different threads at once.
+ * tavi_executor_t; the bytes are the same either way. Different frames may be used from different threads at once;
+ * frames that share a DMA buffer count as one while the engine writes one of them.
  *
  * Every function that returns `int` returns one of ::tavi_ret_t. A refusal names the field, its value and what is
  * allowed, on the log and in tavi_last_error() (tavi_log.h), and nothing has been written then.
@@ -105,8 +106,9 @@ enum { TAVI_CHROMA_ROUNDS_UP = 0, TAVI_CHROMA_ROUNDS_DOWN = 1 };
  *     planar: luma w, chroma c each    semi-planar: luma w, chroma 2c
  *
  * 4:2:0 has (h + 1) / 2 rows of chroma, or h / 2; all else h. Bytes between the end of a row and the next row are
- * neither read nor written, nor is the padding behind the last row expected to be there. In packed 4:2:2 of odd width
- * that rounds up the second luma of the last pair is not read, and written as a copy of the first.
+ * neither read nor written (around an engine's job they are put back), nor is the padding behind the last row
+ * expected to be there. In packed 4:2:2 of odd width that rounds up the second luma of the last pair is not read, and
+ * written as a copy of the first.
  */
 typedef struct tavi_frame_t {
     tavi_pixel_format format;               /**< layout of the pixels */
@@ -241,6 +243,8 @@ TAVI_API int tavi_frame_release(tavi_frame_t* frame);
 /**
  * Converts format, colour, size, crop and orientation in one call, straight from the source to the destination: no
  * temporary of the size of a picture, no loss of chroma that converting first and scaling then would not have.
+ * The engine does it where all planes of both have descriptors and it takes them as they are; it has filters of its
+ * own, so that only the default one is left to it. When it fails, software does the work.
  *
  * In place (the same planes at the same pitches) is served where both sides have the same size and each plane's rows
  * the same length. Memory that overlaps otherwise is refused; pictures side by side in one buffer do not overlap.

@@ -88,24 +88,44 @@ ImageView shape_of(const tavi_frame_t& frame) {
 }
 
 FrameAccess::FrameAccess(const tavi_frame_t* frame, Access access, const char* name)
-    : refusal_(open(frame, access, name)) {}
+    : name_(name), access_(access), refusal_(check(frame)) {}
 
-Refusal FrameAccess::open(const tavi_frame_t* frame, Access access, const char* name) {
-    if (const Refusal no = check_shape(frame, name))
+Refusal FrameAccess::check(const tavi_frame_t* frame) {
+    if (const Refusal no = check_shape(frame, name_))
         return no;
-    ImageView shape = shape_of(*frame);
-    const int planes = shape.planes();
-    for (int i = 0; i < planes; ++i)
-        if (const Refusal no = place(frame->plane[i], i, shape.plane[i], name))
+    view_ = shape_of(*frame);
+    for (int i = 0; i < view_.planes(); ++i)
+        if (const Refusal no = place(frame->plane[i], i, view_.plane[i]))
             return no;
-    for (int i = 0; i < planes; ++i) {
-        if (!plane_[i].view.data)
-            if (const Refusal no = map(i, planes, access, name))
-                return no;
+    show();
+    return {};
+}
+
+// The planes as they are reached by now, U before V.
+void FrameAccess::show() {
+    const int planes = view_.planes();
+    for (int i = 0; i < planes; ++i)
+        view_.plane[i] = plane_[i].view;
+    if (planes == 3 && view_.format->swapped())
+        std::swap(view_.plane[1], view_.plane[2]);
+}
+
+void FrameAccess::begin() {
+    for (int i = 0; i < view_.planes(); ++i) {
         const auto same_buffer = [&](const Plane& p) { return p.sync && p.fd == plane_[i].fd; };
         if (plane_[i].fd > 0 && std::none_of(plane_, plane_ + i, same_buffer))
-            plane_[i].sync.emplace(plane_[i].fd, access);
+            plane_[i].sync.emplace(plane_[i].fd, access_);
     }
+}
+
+Refusal FrameAccess::map() {
+    if (refusal_)
+        return refusal_;
+    const int planes = view_.planes();
+    for (int i = 0; i < planes; ++i)
+        if (!plane_[i].view.data)
+            if (const Refusal no = map_from(i))
+                return no;
     for (int i = 1; i < planes; ++i) {
         for (int k = 0; k < i; ++k) {
             int64_t starts[2];
@@ -113,21 +133,18 @@ Refusal FrameAccess::open(const tavi_frame_t* frame, Access access, const char* 
                 share_bytes(starts[0], plane_[k].view, starts[1], plane_[i].view))
                 return {TAVI_RET_PARAM_ERR,
                         "%s.plane[%d] and %s.plane[%d] overlap: allowed are separate planes",
-                        name,
+                        name_,
                         k,
-                        name,
+                        name_,
                         i};
         }
     }
-    for (int i = 0; i < planes; ++i)
-        shape.plane[i] = plane_[i].view;
-    if (planes == 3 && shape.format->swapped())
-        std::swap(shape.plane[1], shape.plane[2]);
-    view_ = shape;
+    show();
     return {};
 }
 
-Refusal FrameAccess::place(const tavi_plane_t& given, int i, const PlaneView& shape, const char* name) {
+Refusal FrameAccess::place(const tavi_plane_t& given, int i, const PlaneView& shape) {
+    const char* const name = name_;
     const auto row = static_cast<uint32_t>(shape.pitch);
     if (given.pitch < row || given.pitch > kMaxPitch)
         return {TAVI_RET_PARAM_ERR,
@@ -164,18 +181,19 @@ Refusal FrameAccess::place(const tavi_plane_t& given, int i, const PlaneView& sh
 }
 
 // One mapping serves all planes of a descriptor.
-Refusal FrameAccess::map(int first, int planes, Access access, const char* name) {
+Refusal FrameAccess::map_from(int first) {
+    const int planes = view_.planes();
     const int fd = plane_[first].fd;
     uint64_t end = 0;
     for (int i = first; i < planes; ++i)
         if (plane_[i].fd == fd && !plane_[i].view.data)
             end = std::max(end, plane_[i].offset + extent_of(plane_[i].view));
     CpuMapping& mapping = plane_[first].mapping;
-    mapping = CpuMapping(fd, static_cast<size_t>(end), access);
+    mapping = CpuMapping(fd, static_cast<size_t>(end), access_);
     if (!mapping)
         return {TAVI_RET_FAIL,
                 "%s.plane[%d].fd=%d cannot be mapped: %s",
-                name,
+                name_,
                 first,
                 fd,
                 std::strerror(mapping.error())};

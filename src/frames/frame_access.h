@@ -27,11 +27,25 @@ bool all_zero(const uint32_t (&reserved)[8]);
 
 class FrameAccess {
 public:
+    /// Checks the fields: no memory is touched.
     FrameAccess(const tavi_frame_t* frame, Access access, const char* name);
 
-    explicit operator bool() const { return !refusal_; }
+    /// Why it cannot be used.
     const Refusal& refusal() const { return refusal_; }
+    /// What can be reached through a descriptor only has no address until it is mapped.
     const ImageView& view() const { return view_; }
+
+    /// Maps what has a descriptor only.
+    Refusal map();
+    /// Begins the pass of the processor, which ends with the object. An engine must be done with the memory by then.
+    void begin();
+    /// All of it.
+    Refusal open() {
+        const Refusal no = map();
+        if (!no)
+            begin();
+        return no;
+    }
 
     enum class Overlap { none, same_planes, partial };
     /// How the pixels of another frame lie to this one's, at whatever addresses the two are seen. Rows of one pitch
@@ -48,12 +62,15 @@ private:
         std::optional<DmaSync> sync;
     };
 
-    Refusal open(const tavi_frame_t* frame, Access access, const char* name);
-    Refusal place(const tavi_plane_t& given, int i, const PlaneView& shape, const char* name);
-    Refusal map(int first, int planes, Access access, const char* name);
+    Refusal check(const tavi_frame_t* frame);
+    void show();
+    Refusal place(const tavi_plane_t& given, int i, const PlaneView& shape);
+    Refusal map_from(int first);
     static int64_t place_in(int fd, const Plane& p);
     static bool find_starts(const Plane& a, const Plane& b, int64_t& a_start, int64_t& b_start);
 
+    const char* name_;
+    Access access_;
     ImageView view_;
     Plane plane_[3];
     Refusal refusal_; ///< last: opening fills the members above

@@ -92,9 +92,9 @@ Refusal probe(const void* bytes, size_t size, tavi_picture_info_t* info) {
 
 Refusal decode_to(const tavi_frame_t& frame, const void* bytes, size_t size, Decoder& decoder,
                   const FileHeader& header, int orientation) {
-    const FrameAccess access(&frame, Access::write, "frame");
-    if (!access)
-        return access.refusal();
+    FrameAccess access(&frame, Access::write, "frame");
+    if (const Refusal no = access.open())
+        return no;
     if (const Refusal no = check_apart(access.view(), bytes, size))
         return no;
     return decode_picture(decoder, header, orientation, access.view(), "tavi_frame_decode");
@@ -161,9 +161,9 @@ Refusal encode(const tavi_frame_t* frame, tavi_picture_type_t type, int quality,
     if (quality < 0 || quality > best)
         return {TAVI_RET_PARAM_ERR, "quality=%d with type=%d; allowed are 0 to 100 for JPEG and 0 for the others",
                 quality, type};
-    const FrameAccess access(frame, Access::read, "frame");
-    if (!access)
-        return access.refusal();
+    FrameAccess access(frame, Access::read, "frame");
+    if (const Refusal no = access.open())
+        return no;
     CallerSink output(*sink);
     return encode_picture(access.view(), static_cast<PictureType>(type), quality ? quality : kDefaultQuality, output,
                           "tavi_frame_encode");

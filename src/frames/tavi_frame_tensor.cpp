@@ -76,9 +76,9 @@ bool touches(const ImageView& view, const uint8_t* begin, const uint8_t* end) {
 Refusal to_tensor(const tavi_frame_t* src, const tavi_tensor_t* tensor, const tavi_frame_options_t* options,
                   tavi_frame_report_t& report) {
     Scratch scratch;
-    const FrameAccess from(src, Access::read, "src");
-    if (!from)
-        return from.refusal();
+    FrameAccess from(src, Access::read, "src");
+    if (const Refusal no = from.open())
+        return no;
     TensorWriter writer;
     if (const Refusal no = writer.init(scratch, tensor))
         return no;
@@ -102,6 +102,7 @@ Refusal to_tensor(const tavi_frame_t* src, const tavi_tensor_t* tensor, const ta
     if (p.padded() && !fill_around(writer, p, options->pad_color))
         return no_memory_for(from.view(), picture);
     report_placement(p, mode, report);
+    std::snprintf(report.why_software, sizeof report.why_software, "no engine writes tensors");
     std::snprintf(report.plan, sizeof report.plan, "%.300s; elements",
                   PlanText(conversion.plan, *from.view().format).text);
     return {};

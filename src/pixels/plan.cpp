@@ -142,7 +142,7 @@ private:
     void scale(int width, int height) {
         const bool shrinks = int64_t{width} * height < int64_t{request_.box.width} * request_.box.height;
         const Format* result = nullptr;
-        if (current_->is_yuv() && (shrinks || dst_.is_yuv())) {
+        if (current_->is_yuv() && (shrinks || dst_.is_yuv() || request_.sited)) {
             result = scaled_yuv(width, height, shrinks);
         } else {
             // In the format in which less is lost, then with fewer bytes. Chroma is made after scaling.

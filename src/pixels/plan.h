@@ -44,6 +44,7 @@ struct PlanRequest {
     tavi_image_transform_mode mode;
     bool src_chroma_up = false; ///< odd sides have chroma of their own; what stands in between when one of both does
     bool dst_chroma_up = false;
+    bool sited = false;     ///< the source's chroma does not stand in the middle of its pixels
     bool recolours = false; ///< YUV samples of source and destination mean different colours
 };
 

@@ -34,9 +34,11 @@ bool is_source(uint32_t type) {
 }
 
 /// Both kinds of format have the sides and the name of the pixels in one place, and the bytes in two.
-uint32_t bytes_of(const v4l2_format& f, bool multiplanar) {
-    return multiplanar ? f.fmt.pix_mp.plane_fmt[0].sizeimage : f.fmt.pix.sizeimage;
+uint32_t bytes_of(const v4l2_format& f, bool multiplanar, int buffer) {
+    return multiplanar ? f.fmt.pix_mp.plane_fmt[buffer].sizeimage : f.fmt.pix.sizeimage;
 }
+
+int buffers_of(const v4l2_format& f, bool multiplanar) { return multiplanar ? f.fmt.pix_mp.num_planes : 1; }
 
 ino_t inode_of(int fd) {
     struct stat info {};
@@ -140,9 +142,9 @@ int ScriptedEngine::dispatch(Context& c, unsigned long request, void* argument) 
     } else if (request == VIDIOC_ENUM_FMT) {
         auto& a = as<v4l2_fmtdesc>(argument);
         const bool compressed = compressed_results && !is_source(a.type);
-        if (a.index >= (compressed ? 1 : 16))
+        if (a.index >= (compressed ? 1u : 16u + apart))
             return -EINVAL;
-        a.pixelformat = compressed ? V4L2_PIX_FMT_H264 : fourcc_of(a.index);
+        a.pixelformat = compressed ? V4L2_PIX_FMT_H264 : a.index < 16 ? fourcc_of(a.index) : V4L2_PIX_FMT_NV12M;
         a.flags = matrix_control ? V4L2_FMT_FLAG_CSC_YCBCR_ENC | V4L2_FMT_FLAG_CSC_QUANTIZATION : 0;
     } else if (request == VIDIOC_QUERYCTRL) {
         return alpha || as<v4l2_queryctrl>(argument).id != V4L2_CID_ALPHA_COMPONENT ? 0 : -EINVAL;
@@ -186,28 +188,23 @@ int ScriptedEngine::dispatch(Context& c, unsigned long request, void* argument) 
     } else if (request == VIDIOC_STREAMON) {
         queue(as<uint32_t>(argument)).streaming = true;
     } else if (request == VIDIOC_STREAMOFF) {
-        if (c.queue[0].buffer >= 0 && c.queue[1].buffer >= 0 && !c.queue[0].done)
+        if (c.queue[0].buffer[0] >= 0 && c.queue[1].buffer[0] >= 0 && !c.queue[0].done)
             run(c, true); // the job that was under way ends now, and has written until then
         Queue& q = queue(as<uint32_t>(argument));
         q.streaming = q.done = false;
-        q.buffer = -1;
+        q.buffer[0] = -1;
     } else if (request == VIDIOC_QBUF) {
         const auto& a = as<v4l2_buffer>(argument);
         Queue& q = queue(a.type);
-        const int fd = multiplanar ? a.m.planes[0].m.fd : a.m.fd;
-        const uint32_t length = multiplanar ? a.m.planes[0].length : a.length;
-        if (!q.requested || q.buffer >= 0 || fd < 0 || length < bytes_of(q.format, multiplanar))
+        if (!q.requested || q.buffer[0] >= 0 ||
+            (multiplanar && a.length != static_cast<uint32_t>(buffers_of(q.format, true))))
             return -EINVAL;
-        q.buffer = fd;
-        // The first import of a source cleans the caches, that of a result throws them away.
-        if (const auto [entry, fresh] = buffers_.try_emplace(inode_of(fd)); fresh) {
-            auto& [caches, memory] = entry->second;
-            memory.assign(static_cast<size_t>(buffer_bytes(fd)), 0xDD);
-            caches = static_cast<uint8_t*>(::mmap(nullptr, memory.size(), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0));
-            if (is_source(a.type))
-                std::memcpy(memory.data(), caches, memory.size());
-            else
-                std::memcpy(caches, memory.data(), memory.size());
+        for (int i = 0; i < buffers_of(q.format, multiplanar); ++i) {
+            const int descriptor = multiplanar ? a.m.planes[i].m.fd : a.m.fd;
+            if (descriptor < 0 ||
+                (multiplanar ? a.m.planes[i].length : a.length) < bytes_of(q.format, multiplanar, i))
+                return -EINVAL;
+            import(q.buffer[i] = descriptor, a.type);
         }
     } else if (request == VIDIOC_DQBUF) {
         auto& a = as<v4l2_buffer>(argument);
@@ -218,7 +215,7 @@ int ScriptedEngine::dispatch(Context& c, unsigned long request, void* argument) 
         if (multiplanar)
             a.m.planes[0].data_offset = is_source(a.type) ? 0 : data_offset;
         q.done = false;
-        q.buffer = -1;
+        q.buffer[0] = -1;
     } else {
         return -ENOTTY;
     }
@@ -235,28 +232,63 @@ int ScriptedEngine::wait(int fd, short events) {
     if (!c.queue[0].streaming || !c.queue[1].streaming)
         return POLLERR;
     if (!c.queue[0].done && !c.queue[1].done) {
-        if (never_done || c.queue[0].buffer < 0 || c.queue[1].buffer < 0)
+        if (never_done || c.queue[0].buffer[0] < 0 || c.queue[1].buffer[0] < 0)
             return 0;
         run(c, job_error);
     }
     return events & ((c.queue[0].done ? POLLOUT : 0) | (c.queue[1].done ? POLLIN : 0));
 }
 
+// The first import of a source cleans the caches, that of a result throws them away.
+ScriptedEngine::Imported& ScriptedEngine::import(int fd, uint32_t type) {
+    const auto [entry, fresh] = buffers_.try_emplace(inode_of(fd));
+    auto& [caches, memory] = entry->second;
+    if (!fresh)
+        return entry->second;
+    memory.assign(static_cast<size_t>(buffer_bytes(fd)), 0xDD);
+    caches = static_cast<uint8_t*>(::mmap(nullptr, memory.size(), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0));
+    if (is_source(type))
+        std::memcpy(memory.data(), caches, memory.size());
+    else
+        std::memcpy(caches, memory.data(), memory.size());
+    return entry->second;
+}
+
+/// Rows as long as the format says, planes one behind the other in a buffer.
+ImageView ScriptedEngine::whole(const Queue& q) {
+    const v4l2_pix_format& f = q.format.fmt.pix;
+    const bool two = buffers_of(q.format, multiplanar) == 2;
+    const Format& format = kFormats[static_cast<size_t>(format_of_fourcc(f.pixelformat, two))];
+    ImageView v = make_shape(format, int(f.width), int(f.height), {});
+    const ptrdiff_t first = multiplanar ? q.format.fmt.pix_mp.plane_fmt[0].bytesperline : f.bytesperline;
+    uint8_t* at = nullptr;
+    for (int i = 0; i < v.planes(); ++i) {
+        if (i == 0 || two)
+            at = buffers_.at(inode_of(q.buffer[i])).memory.data();
+        v.plane[i].data = at;
+        v.plane[i].pitch = v.plane[i].pitch * first / v.plane[0].cols / v.plane[0].step;
+        at += v.plane[i].pitch * v.plane[i].rows;
+    }
+    if (v.planes() == 3 && format.swapped())
+        std::swap(v.plane[1], v.plane[2]);
+    return v;
+}
+
 void ScriptedEngine::run(Context& c, bool with_garbage) {
     ++jobs;
     c.queue[0].done = c.queue[1].done = true;
-    const auto view = [this](const Queue& q) {
-        const v4l2_pix_format& f = q.format.fmt.pix;
-        const auto format = static_cast<tavi_pixel_format>(format_of_fourcc(f.pixelformat));
-        return crop(make_view(buffers_.at(inode_of(q.buffer)).memory.data(), format, int(f.width), int(f.height)),
-                    Box{q.box.left, q.box.top, int(q.box.width), int(q.box.height)});
-    };
-    if (with_garbage) {
-        std::memset(buffers_.at(inode_of(c.queue[1].buffer)).memory.data(), 0xEE,
-                    bytes_of(c.queue[1].format, multiplanar));
+    for (int i = 0; with_garbage && i < buffers_of(c.queue[1].format, multiplanar); ++i)
+        std::memset(buffers_.at(inode_of(c.queue[1].buffer[i])).memory.data(), 0xEE,
+                    bytes_of(c.queue[1].format, multiplanar, i));
+    if (with_garbage)
         return;
-    }
-    const ImageView src = view(c.queue[0]), dst = view(c.queue[1]);
+    const auto view = [this](const Queue& q) {
+        return crop(whole(q), Box{q.box.left, q.box.top, int(q.box.width), int(q.box.height)});
+    };
+    const ImageView src = view(c.queue[0]), dst = view(c.queue[1]), around = whole(c.queue[1]);
+    for (const PlaneView& p : around.plane)
+        for (int y = 0; spills && y < p.rows; ++y)
+            std::fill(p.at(p.cols, y), p.row(y) + p.pitch, uint8_t{0xEE});
     // Of formats with the same planes: red and blue.
     const bool exchange = src.format->swapped() != dst.format->swapped();
     const bool flip_h = c.controls[V4L2_CID_HFLIP], flip_v = c.controls[V4L2_CID_VFLIP];

@@ -15,6 +15,7 @@
 #include <linux/videodev2.h>
 #include <sys/types.h>
 
+#include "image/view.h"
 #include "os/kernel_calls.h"
 
 namespace tavi::test {
@@ -26,6 +27,8 @@ struct ScriptedEngine {
     bool selections = true;
     bool alpha = true;
     bool dma_buffers = true;
+    bool apart = false;  ///< has NV12 in two buffers, too
+    bool spills = false; ///< writes what is between the rows of a result
     bool compressed_results = false;
     std::set<int> nodes = {0}; ///< numbers of /dev/videoN that are there
 
@@ -63,7 +66,7 @@ private:
         v4l2_rect box{};
         bool streaming = false;
         bool requested = false;
-        int buffer = -1; ///< queued
+        int buffer[2] = {-1, -1}; ///< queued
         bool done = false;
     };
     struct Imported {
@@ -82,6 +85,8 @@ private:
     void unmap(void* address, size_t bytes);
     int failure(const std::string& what);
     int dispatch(Context& c, unsigned long request, void* argument);
+    Imported& import(int fd, uint32_t type);
+    ImageView whole(const Queue& q);
     void run(Context& c, bool with_garbage);
 
     int sync(int fd, uint64_t flags);

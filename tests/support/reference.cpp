@@ -66,7 +66,9 @@ void scale_line(const double* in, double* out, size_t stride, const RefAxis& a, 
     for (int i = 0; i < a.dst; ++i) {
         const double begin = static_cast<double>(i) * a.num / a.den + a.offset;
         const double end = static_cast<double>(i + 1) * a.num / a.den + a.offset;
-        const double centre = (i + 0.5) * a.num / a.den + a.offset;
+        double centre = (i + 0.5) * a.num / a.den + a.offset;
+        if (method >= 4) // what lies behind the last sample is taken at its end
+            centre = std::min(centre, double(a.src));
         double sum = 0;
         if (method == 1) {
             sum = tap(std::floor(centre));

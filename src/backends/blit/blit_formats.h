@@ -8,11 +8,12 @@
 
 namespace tavi {
 
-/// The V4L2 pixel format with all planes in one buffer, since an image has one descriptor; 0 = the kernel has none.
-uint32_t fourcc_of(uint32_t pixel_format);
+/// The V4L2 pixel format with all planes in one buffer, or with luma and chroma in a buffer each; 0 = the kernel has
+/// none that we use.
+uint32_t fourcc_of(uint32_t pixel_format, bool apart = false);
 
 /// Our format of a V4L2 pixel format, or -1.
-int format_of_fourcc(uint32_t fourcc);
+int format_of_fourcc(uint32_t fourcc, bool apart = false);
 
 /// Some of our formats.
 class FormatSet {

@@ -76,7 +76,7 @@ void ContextPool::in_child() {
     for (Slot& slot : pool->slots_) {
         slot.context.abandon();
         slot.busy = slot.doomed = false;
-        slot.src = slot.dst = Buffer();
+        slot.src = slot.dst = Memory();
     }
 }
 
@@ -154,7 +154,7 @@ ContextPool::Lease ContextPool::lease(const Setup& setup) {
             slot->doomed = false;
             slot->last_used = ++clock_;
             if (!slot->context.is_open() || !same_layout(slot->context.setup(), setup))
-                slot->src = slot->dst = Buffer(); // opened anew below: nothing is imported
+                slot->src = slot->dst = Memory(); // opened anew below: nothing is imported
         }
     }
     if (!slot)
@@ -170,7 +170,7 @@ ContextPool::Lease ContextPool::lease(const Setup& setup) {
     return lease;
 }
 
-Refusal ContextPool::Lease::run(const Buffer& src, const Buffer& dst) {
+Refusal ContextPool::Lease::run(const Memory& src, const Memory& dst) {
     {
         std::lock_guard<std::mutex> lock(g_locks.engines);
         slot_->src = src;
@@ -193,7 +193,7 @@ void ContextPool::give_back(Slot* slot, const Refusal& no) {
     if (slot->doomed)
         slot->context.close();
     if (!slot->context.is_open())
-        slot->src = slot->dst = Buffer();
+        slot->src = slot->dst = Memory();
     slot->busy = slot->doomed = false;
 }
 
@@ -207,7 +207,7 @@ void ContextPool::drop_if(Match match) {
             slot.doomed = true;
         } else {
             slot.context.close(); // idle: no job is waited for
-            slot.src = slot.dst = Buffer();
+            slot.src = slot.dst = Memory();
         }
     }
 }
@@ -223,7 +223,8 @@ void ContextPool::forget_engine() {
 }
 
 void ContextPool::drop_holders(const Buffer& buffer) {
-    drop_if([&](const Slot& s) { return same_buffer(s.src, buffer) || same_buffer(s.dst, buffer); });
+    const auto held = [&](const Memory& m) { return same_buffer(m[0], buffer) || same_buffer(m[1], buffer); };
+    drop_if([&](const Slot& s) { return held(s.src) || held(s.dst); });
 }
 
 } // namespace tavi

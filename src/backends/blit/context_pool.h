@@ -21,7 +21,7 @@ class ContextPool {
         bool busy = false;
         bool doomed = false; ///< to be closed by whoever has it now
         uint64_t last_used = 0;
-        Buffer src, dst; ///< what it holds imported; inode 0 = nothing
+        Memory src, dst; ///< what it holds imported; inode 0 = nothing
     };
 
 public:
@@ -48,7 +48,7 @@ public:
         /// Whether the context was opened for this lease.
         bool opened() const { return slot_->context.opened(); }
         /// One job. When it has failed the end of the lease stops the stream: not before may software write.
-        Refusal run(const Buffer& src, const Buffer& dst);
+        Refusal run(const Memory& src, const Memory& dst);
 
     private:
         friend class ContextPool;

@@ -26,6 +26,8 @@ int list_formats(int fd, Queue queue, EngineInfo& info, uint32_t& first) {
         const int error = call_driver(fd, VIDIOC_ENUM_FMT, &entry);
         if (error)
             return error == -EINVAL ? 0 : error; // the end of the list
+        if (const int apart = format_of_fourcc(entry.pixelformat, true); apart >= 0)
+            info.apart[queue].add(static_cast<uint32_t>(apart));
         const int format = format_of_fourcc(entry.pixelformat);
         if (format < 0 || (entry.flags & V4L2_FMT_FLAG_COMPRESSED))
             continue;

@@ -17,6 +17,7 @@ struct EngineInfo {
     bool multiplanar = false;
     FormatSet sources;
     FormatSet results;
+    FormatSet apart[2];    ///< of either queue, those that it also has with luma and chroma in a buffer each
     FormatSet sets_matrix; ///< results whose YUV matrix can be chosen
     FormatSet sets_range;  ///< results whose range can be chosen
     bool scales = false;

@@ -19,7 +19,8 @@ int64_t now_ms() {
 }
 
 bool same_side(const Side& a, const Side& b) {
-    return a.format == b.format && a.width == b.width && a.height == b.height;
+    return a.format == b.format && a.width == b.width && a.height == b.height && a.pitch == b.pitch &&
+           a.apart == b.apart;
 }
 bool same_box(const Box& a, const Box& b) {
     return a.x == b.x && a.y == b.y && a.width == b.width && a.height == b.height;
@@ -31,7 +32,8 @@ bool has_alpha(const Side& side) { return find_format(side.format)->parts == 4; 
 } // namespace
 
 bool same_layout(const Setup& a, const Setup& b) {
-    return a.mode == b.mode && a.color == b.color && same_side(a.src, b.src) && same_side(a.dst, b.dst);
+    return a.mode == b.mode && a.color[0] == b.color[0] && a.color[1] == b.color[1] && same_side(a.src, b.src) &&
+           same_side(a.dst, b.dst);
 }
 
 bool same_boxes(const Setup& a, const Setup& b) {
@@ -71,15 +73,16 @@ Refusal M2mContext::set_controls() {
 }
 
 Refusal M2mContext::check_layout(Queue queue, const Layout& want, const Layout& got) {
-    engine_bytes_[queue] = got.bytes;
-    return compare_layout(queue, side_of(queue), setup_.color, want, got);
+    for (int i = 0; i < 2; ++i)
+        engine_bytes_[queue][i] = got.bytes[i];
+    return compare_layout(queue, side_of(queue), setup_.color[queue], want, got);
 }
 
 Refusal M2mContext::set_layout(Queue queue, const EngineInfo& engine) {
     const Side& side = side_of(queue);
-    Layout want(side, setup_.color);
+    Layout want(side, setup_.color[queue]);
     if (queue == kResult)
-        want.choose_colors(side, setup_.color, engine);
+        want.choose_colors(side, setup_.color[queue], engine);
     v4l2_format format = want.to_v4l2(queue, multiplanar_);
     if (const int error = call_driver(fd_.get(), VIDIOC_S_FMT, &format))
         return Refusal(TAVI_RET_FAIL, "%s format: %.4s %dx%d was asked for, the engine answers: %s",
@@ -141,7 +144,7 @@ Refusal M2mContext::verify() {
         if (const int error = call_driver(fd_.get(), VIDIOC_G_FMT, &format))
             return Refusal::of_errno(error, "format read back");
         if (const Refusal no =
-                check_layout(queue, Layout(side_of(queue), setup_.color), Layout(format, multiplanar_)))
+                check_layout(queue, Layout(side_of(queue), setup_.color[queue]), Layout(format, multiplanar_)))
             return no;
     }
     for (const Queue queue : kQueues)
@@ -222,32 +225,31 @@ Refusal M2mContext::prepare(const EngineInfo& engine, const Setup& setup) {
     return no;
 }
 
-Refusal M2mContext::enqueue(Queue queue, const Buffer& buffer) {
+Refusal M2mContext::enqueue(Queue queue, const Memory& memory) {
     const Side& side = side_of(queue);
-    if (buffer.bytes < engine_bytes_[queue])
-        return {TAVI_RET_FAIL, "%s buffer: the engine may touch %llu bytes, the buffer has %llu", kQueueName[queue],
-                static_cast<unsigned long long>(engine_bytes_[queue]), static_cast<unsigned long long>(buffer.bytes)};
-    const auto length = static_cast<uint32_t>(buffer.bytes < UINT32_MAX ? buffer.bytes : UINT32_MAX);
-    const uint32_t used =
-        queue == kSource
-            ? static_cast<uint32_t>(byte_count(*find_format(side.format), static_cast<uint32_t>(side.width),
-                                               static_cast<uint32_t>(side.height)))
-            : 0;
     v4l2_buffer entry{};
-    v4l2_plane plane{};
+    v4l2_plane plane[2]{};
     entry.type = type_of(queue);
     entry.memory = V4L2_MEMORY_DMABUF;
     entry.field = V4L2_FIELD_NONE;
+    for (int i = 0; i < side.buffers(); ++i) {
+        const Buffer& buffer = memory[static_cast<size_t>(i)];
+        const uint64_t touched = engine_bytes_[queue][i];
+        if (buffer.bytes < touched)
+            return {TAVI_RET_FAIL, "%s buffer: the engine may touch %llu bytes, the buffer has %llu",
+                    kQueueName[queue], static_cast<unsigned long long>(touched),
+                    static_cast<unsigned long long>(buffer.bytes)};
+        plane[i].m.fd = buffer.fd;
+        plane[i].length = static_cast<uint32_t>(buffer.bytes < UINT32_MAX ? buffer.bytes : UINT32_MAX);
+        plane[i].bytesused = queue == kSource ? static_cast<uint32_t>(bytes_of(side, i)) : 0;
+    }
     if (multiplanar_) {
-        plane.m.fd = buffer.fd;
-        plane.length = length;
-        plane.bytesused = used;
-        entry.m.planes = &plane;
-        entry.length = 1;
+        entry.m.planes = plane;
+        entry.length = static_cast<uint32_t>(side.buffers());
     } else {
-        entry.m.fd = buffer.fd;
-        entry.length = length;
-        entry.bytesused = used;
+        entry.m.fd = plane[0].m.fd;
+        entry.length = plane[0].length;
+        entry.bytesused = plane[0].bytesused;
     }
     if (const int error = call_driver(fd_.get(), VIDIOC_QBUF, &entry))
         return Refusal::of_errno(error, queue == kSource ? "source buffer" : "result buffer");
@@ -256,24 +258,25 @@ Refusal M2mContext::enqueue(Queue queue, const Buffer& buffer) {
 
 Refusal M2mContext::dequeue(Queue queue) {
     v4l2_buffer entry{};
-    v4l2_plane plane{};
+    v4l2_plane plane[2]{};
     entry.type = type_of(queue);
     entry.memory = V4L2_MEMORY_DMABUF;
     if (multiplanar_) {
-        entry.m.planes = &plane;
-        entry.length = 1;
+        entry.m.planes = plane;
+        entry.length = static_cast<uint32_t>(side_of(queue).buffers());
     }
     if (const int error = call_driver(fd_.get(), VIDIOC_DQBUF, &entry))
         return Refusal::of_errno(error, queue == kSource ? "source buffer back" : "result buffer back");
     if (entry.flags & V4L2_BUF_FLAG_ERROR)
         return {TAVI_RET_FAIL, "job failed: the %s buffer came back with the error flag", kQueueName[queue]};
-    if (plane.data_offset) // the driver's choice on the result's side
-        return {TAVI_RET_FAIL, "%s buffer: the engine begins at byte %u, the image at 0", kQueueName[queue],
-                plane.data_offset};
+    for (const v4l2_plane& p : plane)
+        if (p.data_offset) // the driver's choice on the result's side
+            return {TAVI_RET_FAIL, "%s buffer: the engine begins at byte %u, the image at 0", kQueueName[queue],
+                    p.data_offset};
     return {};
 }
 
-Refusal M2mContext::run(const Buffer& src, const Buffer& dst) {
+Refusal M2mContext::run(const Memory& src, const Memory& dst) {
     if (const Refusal no = enqueue(kSource, src))
         return no;
     if (const Refusal no = enqueue(kResult, dst))

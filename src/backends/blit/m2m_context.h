@@ -3,6 +3,7 @@
 // success, so everything that was asked for is read back.
 #pragma once
 
+#include <array>
 #include <cstdint>
 
 #include <sys/types.h>
@@ -16,7 +17,7 @@ namespace tavi {
 struct Setup {
     Side src, dst;
     tavi_image_transform_mode mode = TAVI_IMAGE_TRANSFORM_NONE;
-    ColorSpace color; ///< of YUV pixels
+    ColorSpace color[2]; ///< of the YUV pixels of either side; that of RGB is what it is converted from or to
 };
 
 bool same_layout(const Setup& a, const Setup& b); ///< formats, sizes, mode and colours
@@ -32,6 +33,9 @@ struct Buffer {
 
 inline bool same_buffer(const Buffer& a, const Buffer& b) { return a.inode == b.inode && a.device == b.device; }
 
+/// The memory of one side: one buffer, or one for luma and one for chroma.
+using Memory = std::array<Buffer, 2>;
+
 class M2mContext {
 public:
     M2mContext() = default;
@@ -46,8 +50,8 @@ public:
     Refusal prepare(const EngineInfo& engine, const Setup& setup);
     /// Whether that took opening the device.
     bool opened() const { return opened_; }
-    /// One job; returns when the engine has let go of both buffers. After a refusal the context must be closed.
-    Refusal run(const Buffer& src, const Buffer& dst);
+    /// One job; returns when the engine has let go of all buffers. After a refusal the context must be closed.
+    Refusal run(const Memory& src, const Memory& dst);
     /// Stops a job that may be running, which waits for its end, and lets go of the last buffers.
     void close();
     /// Gives up a descriptor shared with the parent of this process, whose context goes on.
@@ -66,14 +70,14 @@ private:
     Refusal stream(bool on);
     Refusal move_boxes();
     Refusal open_new(const EngineInfo& engine);
-    Refusal enqueue(Queue queue, const Buffer& buffer);
+    Refusal enqueue(Queue queue, const Memory& memory);
     Refusal dequeue(Queue queue);
 
     UniqueFd fd_;
     bool multiplanar_ = false;
     bool opened_ = false;
     Setup setup_;
-    uint64_t engine_bytes_[2] = {0, 0}; ///< what the engine may touch of each buffer
+    uint64_t engine_bytes_[2][2] = {}; ///< what the engine may touch of each side's buffers
 };
 
 } // namespace tavi

@@ -70,15 +70,45 @@ Refusal compare_colors(const char* name, const Side& side, ColorSpace space, con
     return {};
 }
 
+uint32_t pitch_of(const Side& side, const Format& f, int plane) {
+    const uint32_t first = side.pitch ? side.pitch : static_cast<uint32_t>(side.width) * f.plane[0].step;
+    return plane ? (first >> f.plane[plane].xshift) * f.plane[plane].step : first;
+}
+
 } // namespace
 
-Layout::Layout(const Side& side, ColorSpace space) : color(fields_of(side, space)) {
+SidePlane plane_of(const Side& side, int plane) {
     const Format& f = *find_format(side.format);
-    fourcc = fourcc_of(side.format);
+    SidePlane p{};
+    for (int i = 0; i <= plane; ++i) {
+        p.offset = side.apart ? 0 : p.offset + p.pitch * p.rows;
+        p.pitch = pitch_of(side, f, i);
+        p.rows = static_cast<uint32_t>(side.height >> f.plane[i].yshift);
+    }
+    const PlaneRule& rule = f.plane[plane];
+    const Box& b = side.box;
+    p.buffer = side.apart ? plane : 0;
+    p.left = static_cast<uint32_t>(b.x >> rule.xshift) * rule.step;
+    p.right = static_cast<uint32_t>((b.x + b.width) >> rule.xshift) * rule.step;
+    p.top = static_cast<uint32_t>(b.y >> rule.yshift);
+    p.bottom = static_cast<uint32_t>((b.y + b.height) >> rule.yshift);
+    return p;
+}
+
+uint64_t bytes_of(const Side& side, int buffer) {
+    const SidePlane last = plane_of(side, side.apart ? buffer : find_format(side.format)->planes - 1);
+    return last.offset + uint64_t{last.pitch} * last.rows;
+}
+
+Layout::Layout(const Side& side, ColorSpace space) : color(fields_of(side, space)) {
+    fourcc = fourcc_of(side.format, side.apart);
     width = static_cast<uint32_t>(side.width);
     height = static_cast<uint32_t>(side.height);
-    pitch = width * f.plane[0].step;
-    bytes = static_cast<uint32_t>(byte_count(f, width, height));
+    planes = static_cast<uint32_t>(side.buffers());
+    for (uint32_t i = 0; i < planes; ++i) {
+        pitch[i] = plane_of(side, static_cast<int>(i)).pitch;
+        bytes[i] = static_cast<uint32_t>(bytes_of(side, static_cast<int>(i)));
+    }
 }
 
 Layout::Layout(const v4l2_format& f, bool multiplanar) {
@@ -86,12 +116,13 @@ Layout::Layout(const v4l2_format& f, bool multiplanar) {
         const v4l2_pix_format_mplane& p = f.fmt.pix_mp;
         fourcc = p.pixelformat, width = p.width, height = p.height, field = p.field;
         planes = p.num_planes;
-        pitch = p.plane_fmt[0].bytesperline, bytes = p.plane_fmt[0].sizeimage;
+        for (int i = 0; i < 2; ++i)
+            pitch[i] = p.plane_fmt[i].bytesperline, bytes[i] = p.plane_fmt[i].sizeimage;
         color = {p.colorspace, p.ycbcr_enc, p.quantization};
     } else {
         const v4l2_pix_format& p = f.fmt.pix;
         fourcc = p.pixelformat, width = p.width, height = p.height, field = p.field;
-        pitch = p.bytesperline, bytes = p.sizeimage;
+        pitch[0] = p.bytesperline, bytes[0] = p.sizeimage;
         color = {p.colorspace, p.ycbcr_enc, p.quantization};
     }
 }
@@ -102,15 +133,16 @@ v4l2_format Layout::to_v4l2(Queue queue, bool multiplanar) const {
     if (multiplanar) {
         v4l2_pix_format_mplane& p = f.fmt.pix_mp;
         p.pixelformat = fourcc, p.width = width, p.height = height, p.field = field;
-        p.num_planes = 1;
-        p.plane_fmt[0].bytesperline = pitch, p.plane_fmt[0].sizeimage = bytes;
+        p.num_planes = static_cast<uint8_t>(planes);
+        for (uint32_t i = 0; i < planes; ++i)
+            p.plane_fmt[i].bytesperline = pitch[i], p.plane_fmt[i].sizeimage = bytes[i];
         p.colorspace = color.colorspace;
         p.ycbcr_enc = static_cast<uint8_t>(color.encoding), p.quantization = static_cast<uint8_t>(color.range);
         p.flags = static_cast<uint8_t>(flags);
     } else {
         v4l2_pix_format& p = f.fmt.pix;
         p.pixelformat = fourcc, p.width = width, p.height = height, p.field = field;
-        p.bytesperline = pitch, p.sizeimage = bytes;
+        p.bytesperline = pitch[0], p.sizeimage = bytes[0];
         p.priv = V4L2_PIX_FMT_PRIV_MAGIC; // without it the colour fields are not looked at
         p.colorspace = color.colorspace, p.ycbcr_enc = color.encoding, p.quantization = color.range;
         p.flags = flags;
@@ -137,13 +169,16 @@ Refusal compare_layout(Queue queue, const Side& side, ColorSpace space, const La
     if (got.field != V4L2_FIELD_NONE)
         return {TAVI_RET_FAIL, "%s field: the engine uses %u, %u (whole frames) was asked for", name, got.field,
                 unsigned{V4L2_FIELD_NONE}};
-    if (got.planes != 1)
-        return {TAVI_RET_FAIL, "%s buffers: the engine uses %u, an image has 1", name, got.planes};
-    if (got.pitch != want.pitch)
-        return {TAVI_RET_FAIL, "%s row length: the engine uses %u bytes, the image has %u", name, got.pitch,
-                want.pitch};
-    if (got.bytes < want.bytes)
-        return {TAVI_RET_FAIL, "%s bytes: the engine uses %u, the image has %u", name, got.bytes, want.bytes};
+    if (got.planes != want.planes)
+        return {TAVI_RET_FAIL, "%s buffers: the engine uses %u, the image has %u", name, got.planes, want.planes};
+    for (uint32_t i = 0; i < want.planes; ++i) {
+        if (got.pitch[i] != want.pitch[i])
+            return {TAVI_RET_FAIL, "%s row length: the engine uses %u bytes, the image has %u", name, got.pitch[i],
+                    want.pitch[i]};
+        if (got.bytes[i] < want.bytes[i])
+            return {TAVI_RET_FAIL, "%s bytes: the engine uses %u, the image has %u", name, got.bytes[i],
+                    want.bytes[i]};
+    }
     return compare_colors(name, side, space, got.color);
 }
 

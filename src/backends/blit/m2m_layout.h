@@ -19,8 +19,27 @@ struct Side {
     tavi_pixel_format format = TAVI_PIXEL_FORMAT_GRAY8;
     int width = 0;
     int height = 0;
-    Box box; ///< the part that is read or written
+    Box box;            ///< the part that is read or written
+    uint32_t pitch = 0; ///< of the first plane; the others' follow from it, as the kernel's formats have it
+    bool apart = false; ///< luma and chroma in a buffer each
+
+    int buffers() const { return apart ? 2 : 1; }
 };
+
+/// How a plane of a side lies in memory, in bytes.
+struct SidePlane {
+    int buffer;
+    uint32_t offset; ///< from the start of its buffer
+    uint32_t pitch;
+    uint32_t rows;
+    uint32_t left, right, top, bottom; ///< of the rectangle: bytes of a row, and rows
+};
+
+/// A plane of a side, in the order of memory.
+SidePlane plane_of(const Side& side, int plane);
+
+/// What a side takes of one of its buffers, from the buffer's start on.
+uint64_t bytes_of(const Side& side, int buffer);
 
 /// The colour fields of a side. As asked for, those of RGB are the ones from which drivers take a YUV result's.
 struct ColorFields {
@@ -29,9 +48,9 @@ struct ColorFields {
 
 struct Layout {
     uint32_t fourcc = 0, width = 0, height = 0, field = V4L2_FIELD_NONE;
-    uint32_t pitch = 0;
-    uint32_t bytes = 0;
-    uint32_t planes = 1;
+    uint32_t planes = 1;        ///< buffers
+    uint32_t pitch[2] = {0, 0}; ///< of the first plane in each
+    uint32_t bytes[2] = {0, 0};
     ColorFields color;
     uint32_t flags = 0;
 
