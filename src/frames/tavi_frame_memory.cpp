@@ -68,8 +68,10 @@ Refusal give_memory(tavi_frame_t* frame, uint32_t alignment, int32_t mem_type) {
 Refusal take_memory(tavi_frame_t* frame) {
     if (!frame)
         return {TAVI_RET_PARAM_ERR, "frame is null"};
+    const auto has_memory = [](const tavi_plane_t& p) { return p.data || p.fd > 0; };
     uint8_t* const data = frame->plane[0].data;
-    if (data && (tavi_mem_check_record_by_virt_addr(data, 0) != 0 || tavi_mem_free_by_virt_addr(data) != 0))
+    if (std::any_of(frame->plane, frame->plane + 3, has_memory) &&
+        (!data || tavi_mem_check_record_by_virt_addr(data, 0) != 0 || tavi_mem_free_by_virt_addr(data) != 0))
         return {TAVI_RET_PARAM_ERR, "frame.plane[0].data=%p is no memory of the library's", static_cast<void*>(data)};
     std::memset(frame->plane, 0, sizeof frame->plane);
     return {};

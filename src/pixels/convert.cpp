@@ -256,7 +256,7 @@ Conversion::Conversion(const ImageView& source, const Box& part_of_source, const
     if (!src.format->subsampled())
         src.chroma_up = dst_chroma_up;
     plan = make_plan({src.format, src.width, src.height, box, dst.format, dst.width, dst.height, mode, src.chroma_up,
-                      dst_chroma_up, src_color != dst_color});
+                      dst_chroma_up, src.siting.left || src.siting.top, src_color != dst_color});
     by_columns = turned;
     lines = turned ? dst.width : dst.height;
     divisible = mode == TAVI_IMAGE_TRANSFORM_NONE || (dst.width | dst.height | src.width | src.height) % 2 == 0;
