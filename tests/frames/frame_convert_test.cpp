@@ -241,12 +241,21 @@ TEST(Frames, ChromaStandsWhereItsSitingSays) {
                         *u.at(x, y) = static_cast<uint8_t>(20.5 + rise * centre(x, has.siting > 0));
                         *v.at(x, y) = static_cast<uint8_t>(20.5 + rise * centre(y, has.siting > 1));
                     }
+                std::memset(src.memory[0]->data(), 128, src.memory[0]->size());
                 tavi_frame_options_t options{};
                 options.filter = filter;
+                FrameMemory rgb(TAVI_PIXEL_FORMAT_RGB888, to, to);
+                ASSERT_EQ(convert(src, rgb, options), 0);
                 ASSERT_EQ(convert(src, dst, options), 0);
                 const int edge = static_cast<int>(3 * std::max(1.0, 1 / ratio)) + 1, last = to / 2 - edge;
                 for (int i = edge; i < last; ++i) {
                     const double across = 20 + rise * ratio * centre(i, gets.siting > 0);
+                    const double u_at_pixel = 20 + rise * ratio * (2 * i + 0.5);
+                    const double blue = (128 - 16) * 255 / 219. + 2 * (1 - 0.114) * 255 / 224 * (u_at_pixel - 128);
+                    ASSERT_NEAR(rgb.view.plane[0].at(2 * i, to / 2)[2], std::clamp(blue, 0., 255.),
+                                filter == TAVI_FILTER_BOX || has.siting == 0 ? 3.5 * rise * std::max(1.0, ratio)
+                                                                             : 2.5)
+                        << from << " to " << to << " sitings " << sitings << " filter " << filter;
                     const double down = 20 + rise * ratio * centre(i, gets.siting > 1);
                     ASSERT_NEAR(*samples_of(dst.view, 1).at(i, last), across, filter == TAVI_FILTER_BOX ? 2 : 1.1)
                         << from << " to " << to << " sitings " << sitings << " filter " << filter;
