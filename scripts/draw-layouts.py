@@ -25,7 +25,7 @@ def draw(name, title, planes, pitch):
             parts += [] if last else [cell(x, y, "", "pad") for x in range(len(row), pitch)]
             y += CELL
         y += 12
-    width, height = LEFT + pitch * CELL + 12, y
+    width, height = max(LEFT + pitch * CELL + 12, 8 + 7 * len(title)), y
     text = (f'<svg xmlns="http://www.w3.org/2000/svg" width="{width}" height="{height}" '
             f'font-family="sans-serif" font-size="12"><rect width="100%" height="100%" fill="#fff"/>'
             f'<text x="4" y="20">{title}</text>' + "".join(parts) + "</svg>\n")

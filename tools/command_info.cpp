@@ -38,7 +38,10 @@ void run_info(const Input& input) {
     tavi::FileHeader header;
     if (const tavi::Refusal no = tavi::open_picture(encoded_path(input).c_str(), file, decoder, header))
         throw Error(kCannotRead, "cannot read " + name_of(input) + ": " + no.text);
-    printf("type    %s\n", header.type);
+    printf("type    %s (%d bits", header.type, header.bits);
+    if (header.xsubsampling * header.ysubsampling > 1)
+        printf(", a chroma sample for %dx%d pixels", header.xsubsampling, header.ysubsampling);
+    printf(")\n");
     if (header.orientation != 1)
         printf("stored  %ux%u, EXIF orientation %d\n", header.width, header.height, header.orientation);
     if (header.orientation > 4 && !input.ignore_orientation) // upright, its sides are exchanged
