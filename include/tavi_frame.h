@@ -140,7 +140,8 @@ enum {
     TAVI_FILTER_BOX = 3,      /**< exact area average; enlarging: the samples under each pixel */
     TAVI_FILTER_BICUBIC = 4,  /**< Catmull-Rom, four samples an axis, more when shrinking */
     TAVI_FILTER_LANCZOS3 = 5, /**< windowed sinc, six samples an axis, more when shrinking */
-    TAVI_FILTER_TRIANGLE = 6  /**< two samples an axis, more when shrinking: their bilinear */
+    TAVI_FILTER_TRIANGLE = 6, /**< two samples an axis, more when shrinking: their bilinear */
+    TAVI_FILTER_MEAN = 7      /**< the mean of the samples whose centres lie under a pixel: their box */
 };
 
 /** How the source (or its crop) fills the place in the destination when their ratios differ. */

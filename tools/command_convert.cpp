@@ -194,7 +194,7 @@ void add_convert(CLI::App& app, Run& run) {
     add_parsed(sub, "--transform", o->transform, parse_transform,
                "none, flip-h, flip-v, rotate-90, rotate-180, rotate-270 or transpose");
     add_parsed(sub, "--filter", o->filter, parse_filter,
-               "default, nearest, bilinear, box, bicubic, lanczos or triangle; always in software");
+               "default, nearest, bilinear, box, bicubic, lanczos, triangle or mean; always in software");
     add_parsed(sub, "--in-color", o->in_color, parse_color_space,
                "what a YUV source means: bt601, bt709 or bt2020, each with -full or without");
     add_parsed(sub, "--out-color", o->out_color, parse_color_space, "what a YUV result is to mean, likewise");
@@ -227,7 +227,7 @@ void add_letterbox(CLI::App& app, Run& run) {
         ->check(CLI::IsMember({"center", "top-left", "bottom-right"}))
         ->capture_default_str();
     add_parsed(sub, "--filter", o->filter, parse_filter,
-               "default, nearest, bilinear, box, bicubic, lanczos or triangle");
+               "default, nearest, bilinear, box, bicubic, lanczos, triangle or mean");
     add_threads(sub, o->threads);
     sub->footer("Prints scale and padding: x_result = x_source * scale + padding.\n"
                 "Example:\n"

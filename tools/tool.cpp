@@ -49,7 +49,7 @@ constexpr Name kTransforms[] = {{"none", TAVI_IMAGE_TRANSFORM_NONE},
 constexpr Name kFilters[] = {{"default", TAVI_FILTER_DEFAULT},   {"nearest", TAVI_FILTER_NEAREST},
                              {"bilinear", TAVI_FILTER_BILINEAR}, {"box", TAVI_FILTER_BOX},
                              {"bicubic", TAVI_FILTER_BICUBIC},   {"lanczos", TAVI_FILTER_LANCZOS3},
-                             {"triangle", TAVI_FILTER_TRIANGLE}};
+                             {"triangle", TAVI_FILTER_TRIANGLE}, {"mean", TAVI_FILTER_MEAN}};
 
 [[noreturn]] void refuse(const std::string& option, const std::string& text, const std::string& allowed) {
     throw CLI::ValidationError(option, "\"" + text + "\" is not allowed here: " + allowed);

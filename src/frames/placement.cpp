@@ -10,7 +10,7 @@
 namespace tavi {
 namespace {
 
-constexpr int kMostFilter = TAVI_FILTER_TRIANGLE;
+constexpr int kMostFilter = TAVI_FILTER_MEAN;
 
 /// A rectangle of the options in a picture; all of it where the rectangle is all zero.
 Refusal take_box(const tavi_box_t& given, const ImageView& of, const char* field, Box& box) {

@@ -43,7 +43,7 @@ void paint_around(const ImageView& dst, const Placement& p, uint32_t color) {
     paint_padding(crop(dst, p.place), inner, color);
 }
 
-Refusal by_software(FrameAccess& from, FrameAccess& to, const Placement& p, const tavi_frame_options_t& o,
+Refusal by_software(FrameAccess& from, FrameAccess& to, const Placement& p, const tavi_frame_options_t& o, bool words,
                     tavi_frame_report_t& report) {
     if (const Refusal no = from.open())
         return no;
@@ -69,7 +69,8 @@ Refusal by_software(FrameAccess& from, FrameAccess& to, const Placement& p, cons
     if (!share_lines(conversion.divisible ? o.executor : nullptr, conversion.lines, pixels, make))
         return no_memory_for(source, picture);
     paint_around(to.view(), p, o.pad_color);
-    std::snprintf(report.plan, sizeof report.plan, "%s", PlanText(conversion.plan, *source.format).text);
+    if (words)
+        std::snprintf(report.plan, sizeof report.plan, "%s", PlanText(conversion.plan, *source.format).text);
     return {};
 }
 
@@ -90,6 +91,11 @@ FramePart part_of(const tavi_frame_t& frame, const char* name, const Box& box) {
         part.plane[i] = {p.data, p.fd, p.offset, p.pitch};
     }
     return part;
+}
+
+bool has_descriptors(const tavi_frame_t& frame) {
+    return std::all_of(frame.plane, frame.plane + find_format(frame.format)->planes,
+                       [](const tavi_plane_t& p) { return p.fd > 0; });
 }
 
 /// Why the engine does not do it; nothing when it did.
@@ -120,7 +126,8 @@ Refusal by_engine(const tavi_frame_t& src, const tavi_frame_t& dst, FrameAccess&
     return {};
 }
 
-Refusal convert(const tavi_frame_t* src, const tavi_frame_t* dst, const tavi_frame_options_t* options,
+/// With `words` the report's texts are wanted: for a small picture they would take as long as the pixels.
+Refusal convert(const tavi_frame_t* src, const tavi_frame_t* dst, const tavi_frame_options_t* options, bool words,
                 tavi_frame_report_t& report) {
     FrameAccess from(src, Access::read, "src"), to(dst, Access::write, "dst");
     if (from.refusal())
@@ -134,17 +141,19 @@ Refusal convert(const tavi_frame_t* src, const tavi_frame_t* dst, const tavi_fra
     // Padding is the processor's, and once an engine's job has run nothing may fail any more.
     if (const Refusal no = p.padded() ? to.map() : Refusal())
         return no;
-    if (const Refusal why = by_engine(*src, *dst, to, p, o, report)) {
+    report_placement(p, o.transform, report);
+    const bool memory_alone = o.engine == TAVI_ENGINE_MAY && (!has_descriptors(*src) || !has_descriptors(*dst));
+    if (words || !memory_alone) {
+        const Refusal why = by_engine(*src, *dst, to, p, o, report);
+        if (!why)
+            return {};
         if (o.engine == TAVI_ENGINE_MUST)
             return {TAVI_RET_UNSUPPORTED, "options.engine=1 (must): %.280s", why.text};
         if (why.code == TAVI_RET_FAIL)
             LOG_AS(kConvert, TAVI_LOG_WARN, "the engine failed, software does it: %s", why.text);
         std::snprintf(report.why_software, sizeof report.why_software, "%.127s", why.text);
-        if (const Refusal no = by_software(from, to, p, o, report))
-            return no;
     }
-    report_placement(p, o.transform, report);
-    return {};
+    return by_software(from, to, p, o, words, report);
 }
 
 } // namespace
@@ -153,7 +162,8 @@ Refusal convert(const tavi_frame_t* src, const tavi_frame_t* dst, const tavi_fra
 int tavi_frame_convert(const tavi_frame_t* src, const tavi_frame_t* dst, const tavi_frame_options_t* options,
                        tavi_frame_report_t* report) {
     tavi_frame_report_t done = {};
-    if (const tavi::Refusal no = tavi::convert(src, dst, options, done)) {
+    const bool words = report || TaviLogger::GetInstance()->level.load(std::memory_order_relaxed) >= TAVI_LOG_DEBUG;
+    if (const tavi::Refusal no = tavi::convert(src, dst, options, words, done)) {
         LOG_ERROR("%s", no.text);
         return no.code;
     }

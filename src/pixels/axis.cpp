@@ -21,6 +21,8 @@ Filter axis_filter(int method, int src_extent, int dst_extent) {
         return Filter::lanczos3;
     case TAVI_FILTER_TRIANGLE:
         return Filter::triangle;
+    case TAVI_FILTER_MEAN:
+        return Filter::mean;
     default:
         return 2 * dst_extent < src_extent ? Filter::box : Filter::bilinear;
     }

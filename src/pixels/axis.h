@@ -8,7 +8,7 @@
 
 namespace tavi {
 
-enum class Filter : uint8_t { nearest, bilinear, box, triangle, bicubic, lanczos3 };
+enum class Filter : uint8_t { nearest, bilinear, box, triangle, bicubic, lanczos3, mean };
 
 /// Those that weigh all samples within reach of the centre and reach further when shrinking. Only frames have them.
 constexpr bool is_windowed(Filter f) { return TAVI_WITH_FRAMES && f >= Filter::triangle; }

@@ -18,6 +18,8 @@ double sinc(double square) {
 
 // Of a sample at distance x from the centre, in the filter's own measure; 0 to the number of its lobes.
 double weight_at(Filter filter, double x) {
+    if (filter == Filter::mean)
+        return 1;
     if (filter == Filter::triangle)
         return 1 - x;
     if (filter == Filter::bicubic)
@@ -37,7 +39,7 @@ Window::Window(const AxisMap& m)
     lobes_ = m.filter == Filter::lanczos3 ? 3 : m.filter == Filter::bicubic ? 2 : 1;
     if (m.identity()) // the zeros of the filter fall on all samples but one
         lobes_ = 1;
-    taps_ = (2 * lobes_ * reach_ - 1) / unit_ + 1;
+    taps_ = is_mean() ? reach_ / unit_ + 1 : (2 * lobes_ * reach_ - 1) / unit_ + 1;
     if (m.replicated)
         taps_ = taps_ / 2 + 1;
     taps_ = std::min(taps_, m.src_count);
@@ -49,12 +51,12 @@ int Window::sample(int position) const {
 
 // A position's centre lies half a unit after its start; those at the very end of the reach weigh nothing. What lies
 // behind the last sample, as an odd end does where chroma rounds down, is taken at its end: farther off it might
-// weigh nothing, or next to nothing.
+// weigh nothing, or next to nothing. A mean takes the one at the right end of its half reach.
 Window::Positions Window::positions(int i) const {
-    const int centre = std::min(first_ + i * step_, count_ * unit_), from = centre - unit_ / 2,
-              reach = lobes_ * reach_;
+    const int centre = std::min(first_ + i * step_, count_ * unit_), from = centre - unit_ / 2;
+    const int reach = is_mean() ? reach_ / 2 : lobes_ * reach_;
     const int begin = from < reach ? 0 : by_unit_(from - reach).quotient + 1;
-    const int end = std::min(by_unit_(from + reach - 1).quotient + 1, count_);
+    const int end = std::min(by_unit_(from + reach - !is_mean()).quotient + 1, count_);
     return {std::min(begin, count_ - 1), end, centre};
 }
 

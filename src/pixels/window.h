@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The filters that weigh all samples within reach of a centre, as Pillow and torchvision resize: triangle, bicubic
-// and Lanczos-3, wider by the ratio when shrinking.
+// The filters that weigh all samples within reach of a centre, as Pillow and torchvision resize: triangle, bicubic,
+// Lanczos-3 and the mean of whole samples, wider by the ratio when shrinking.
 #pragma once
 
 #include "pixels/axis.h"
@@ -30,6 +30,7 @@ private:
         int begin, end, centre; ///< the centre in units of 1 / unit
     };
     Positions positions(int i) const;
+    bool is_mean() const { return map_.filter == Filter::mean; }
     int sample(int position) const;
 
     AxisMap map_;

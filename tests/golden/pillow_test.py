@@ -13,14 +13,15 @@ RESAMPLE = {"nearest": 0, "lanczos": 1, "bilinear": 2, "bicubic": 3, "box": 4}  
 SHRINKING = ((0.5, 0.5), (0.43, 0.37), (0.125, 0.2), (1.0, 0.6))
 ENLARGING = ((2.0, 2.0), (1.37, 2.61), (3.0, 1.0))
 WHOLE = ((0.5, 0.5), (0.2, 0.25), (2.0, 2.0), (3.0, 1.0))
-# Our filter, Pillow's, and where they are to agree. Its box takes samples whole or not at all where ours weighs those
-# that are cut: the same at whole factors alone. Its bilinear when shrinking is our triangle.
+# Our filter, Pillow's, and where they are to agree. Its box takes samples whole or not at all, as our mean does; our box
+# weighs those that are cut: the same at whole factors alone. Its bilinear when shrinking is our triangle.
 CASES = (
     (2, "bilinear", ENLARGING),
     (3, "box", WHOLE),
     (4, "bicubic", SHRINKING + ENLARGING),
     (5, "lanczos", SHRINKING + ENLARGING),
     (6, "bilinear", SHRINKING + ENLARGING),
+    (7, "box", SHRINKING + ENLARGING),
 )
 
 

@@ -56,7 +56,7 @@ TEST(Scale, WithinOneOfTheExactResult) {
                                  {97, 35, 48, 17},  {3000, 4, 7, 9},   {4, 3000, 9, 7}};
     for (int f = 0; f < 16; ++f)
         for (const auto& [w, h, dw, dh] : kSizes)
-            for (int method : {0, 2, 3, 4, 5, 6})
+            for (int method : {0, 2, 3, 4, 5, 6, 7})
                 ASSERT_LE(scale_error(f, w, h, {0, 0, w, h}, dw, dh, method, 3u), 1.0)
                     << find_format(f)->name << " " << w << "x" << h << " to " << dw << "x" << dh << " method "
                     << method;

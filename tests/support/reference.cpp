@@ -51,6 +51,8 @@ Color rgb_to_yuv(const Color& p) {
 
 double windowed(int method, double x) {
     const auto sinc = [](double t) { return t == 0 ? 1 : std::sin(M_PI * t) / (M_PI * t); };
+    if (method == 7)
+        return x > -0.5 + 1e-9 && x <= 0.5 + 1e-9;
     x = std::fabs(x);
     if (method == 6)
         return std::max(0.0, 1 - x);
