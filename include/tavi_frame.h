@@ -130,7 +130,7 @@ typedef struct tavi_box_t {
 
 /**
  * How samples are made when the size changes. The first four are the methods of tavi_image_resize_method_t. The last
- * three widen with the ratio when shrinking (antialiasing), as training pipelines resize.
+ * four widen with the ratio when shrinking (antialiasing), as training pipelines resize.
  */
 typedef int32_t tavi_filter_t;
 enum {

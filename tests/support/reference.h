@@ -52,8 +52,8 @@ struct RefAxis {
 };
 
 /// One plane of `step` interleaved channels scaled in double precision, across and down then. Method 1 nearest, 2
-/// bilinear, 3 area, 4 bicubic, 5 Lanczos-3, 6 triangle, 7 mean, 0 the default. Rows between the axes are limited to `limit`,
-/// unless that is 0.
+/// bilinear, 3 area, 4 bicubic, 5 Lanczos-3, 6 triangle, 7 mean, 0 the default. Rows between the axes are limited to
+/// `limit`, unless that is 0.
 std::vector<double> ref_scale(const std::vector<double>& plane, int step, const RefAxis& x, const RefAxis& y,
                               int method, double limit = 0);
 
