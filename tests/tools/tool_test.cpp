@@ -87,6 +87,11 @@ TEST_F(Tool, WritesWhatItSays) {
          "a.bmp",
          "BMP 600x400 rgb "},
         {"@ convert - - --type jpg <photo.png | @ convert - a.png --format rgba", "PNG 600x400 rgba "},
+        {"@ convert photo.png a.png --size 50x60 --cover --filter lanczos --threads 3", "PNG 50x60 rgb "},
+        {"@ convert photo.png b.nv12 --format nv12 --out-color bt709-full && @ convert --raw-format nv12 --raw-size "
+         "600x400 b.nv12 a.png --format rgb --in-color bt709-full",
+         "PNG 600x400 rgb "},
+        {"@ letterbox photo.png a.png --size 64x64 --filter mean --position bottom-right", "PNG 64x64 rgb "},
         {"@ transpose photo.png a.png", "PNG 400x600 rgb "},
         {"@ affine photo.png a.png --size 112x96 --from 0,0,9,0,0,9 --to 0,0,9,0,0,9", "PNG 112x96 rgb "},
         {"@ roi photo.png a.png --exact --rect 0,0,9,9 --rect 3,4,12,24 && mv a-2.png a.png", "PNG 10x21 rgb "},
@@ -124,7 +129,7 @@ TEST_F(Tool, LeavesNothingBehindAndReadsNoMoreThanItNeeds) {
     EXPECT_EQ(run("mkdir t; TMPDIR=t @ convert photo.png - --type bmp | head -c 2 && rmdir t"), 0) << err;
     EXPECT_EQ(out, "BM");
     ASSERT_EQ(run("head -c 99 photo.png | @ info -"), 0) << err;
-    EXPECT_EQ(out, "type    PNG\nsize    600x400\nformat  rgb (1: R G B)\nbytes   720000\n");
+    EXPECT_EQ(out, "type    PNG (8 bits)\nsize    600x400\nformat  rgb (1: R G B)\nbytes   720000\n");
 }
 
 TEST_F(Tool, DrawsInOrderFromArgumentsAndJson) {
